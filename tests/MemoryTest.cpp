@@ -1,0 +1,375 @@
+// Counted pointers, chunks and value layouts.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "memory/Chunk.hpp"
+#include "memory/SaveRegistry.hpp"
+#include "outside/core/Cacheable.hpp"
+#include "values/Quillon.hpp"
+
+using namespace Ravelin;
+
+namespace {
+
+struct Node : ReferenceBase<Node> {
+    static inline std::atomic<int> destroyed{0};
+    ~Node() override { destroyed.fetch_add(1); }
+    virtual int kind() const { return 0; }
+};
+struct LeafA : Node {
+    int kind() const override { return 1; }
+};
+struct LeafB : Node {};
+
+// Counts the reports of the pointer speaker while it lives.
+struct ReportCounter {
+    std::uint64_t base[4];
+    ReportCounter() {
+        for (int i = 0; i < 4; ++i) base[i] = SpeakPtr::count(static_cast<SpeakPtr::Report>(i));
+    }
+    std::uint64_t operator()(SpeakPtr::Report r) const {
+        return SpeakPtr::count(r) - base[static_cast<int>(r)];
+    }
+};
+
+}  // namespace
+
+TEST(Pointers, CountsFromNewObjectToLastWeakPointer) {
+    const int before = Node::destroyed;
+    auto* raw = new Node;
+    EXPECT_EQ(raw->self.strongCount(), 0);
+    EXPECT_EQ(raw->self.weakCount(), 1);
+    const auto serial = raw->serial;
+
+    WeakPtr<Node> weak;
+    {
+        StrongPtr<Node> first(raw);
+        EXPECT_EQ(first.strongCount(), 1);
+        EXPECT_EQ(first.weakCount(), 2);
+        StrongPtr<Node> second(first);
+        EXPECT_NE(second.id, first.id);
+        EXPECT_EQ(first.strongCount(), 2);
+        EXPECT_EQ(first.weakCount(), 3);
+        weak = second;
+        EXPECT_EQ(weak.get(), raw);
+        EXPECT_EQ(first.weakCount(), 4);
+    }
+    EXPECT_EQ(Node::destroyed, before + 1);
+    EXPECT_TRUE(weak.isNull());
+    EXPECT_EQ(weak.get(), nullptr);
+    EXPECT_EQ(weak.strongCount(), DestroyedMark);
+    EXPECT_EQ(weak.weakCount(), 1);  // the block lives for this pointer alone
+
+    // Serial numbers rise per domain.
+    StrongPtr<Node> next(new Node);
+    EXPECT_GT(next->serial, serial);
+}
+
+TEST(Pointers, NullPointersAndUpgrade) {
+    StrongPtr<Node> empty;
+    EXPECT_TRUE(empty.isNull());
+    StrongPtr<Node> fromNull(static_cast<Node*>(nullptr));
+    EXPECT_TRUE(fromNull.isNull());
+    EXPECT_EQ(fromNull.block, nullptr);
+
+    StrongPtr<Node> owner(new LeafA);
+    WeakPtr<Node> weak(owner);
+    StrongPtr<Node> upgraded(weak);
+    EXPECT_EQ(upgraded.strongCount(), 2);
+    EXPECT_EQ(upgraded->kind(), 1);
+}
+
+TEST(Pointers, CastToWrongTypeKeepsObjectAlive) {
+    const int before = Node::destroyed;
+    StrongPtr<LeafB, Node> wrong;
+    {
+        StrongPtr<Node> owner(new LeafA);
+        StrongPtr<LeafA, Node> right(owner);
+        EXPECT_FALSE(right.isNull());
+        EXPECT_EQ(right->kind(), 1);
+        wrong = owner;
+        EXPECT_NE(wrong.block, nullptr);
+        EXPECT_EQ(wrong.cached, nullptr);
+        EXPECT_TRUE(wrong.isNull());
+        EXPECT_EQ(owner.strongCount(), 3);
+    }
+    EXPECT_EQ(Node::destroyed, before);  // `wrong` still owns it
+    wrong.reset();
+    EXPECT_EQ(Node::destroyed, before + 1);
+}
+
+TEST(Pointers, RawAssignmentKeepsIdAndSkipsSameObject) {
+    const int before = Node::destroyed;
+    auto* a = new Node;
+    StrongPtr<Node> p(a);
+    const auto id = p.id;
+    p = a;
+    EXPECT_EQ(p.strongCount(), 1);
+    p = new Node;
+    EXPECT_EQ(Node::destroyed, before + 1);
+    EXPECT_EQ(p.id, id);
+    EXPECT_EQ(p.strongCount(), 1);
+    p = static_cast<Node*>(nullptr);
+    EXPECT_EQ(Node::destroyed, before + 2);
+    EXPECT_TRUE(p.isNull());
+}
+
+namespace {
+struct Clinging : ReferenceBase<Clinging> {
+    StrongPtr<Clinging> keep;
+    bool clung = false;
+    void unction() override {
+        if (clung) return;
+        clung = true;
+        keep = StrongPtr<Clinging>(this);
+    }
+};
+}  // namespace
+
+TEST(Pointers, UnctionTakingNewOwnerDrawsWarningAndObjectLives) {
+    ReportCounter reports;
+    WeakPtr<Clinging> weak;
+    {
+        StrongPtr<Clinging> owner(new Clinging);
+        weak = owner;
+    }
+    EXPECT_EQ(reports(SpeakPtr::Report::WarningUnctionChange), 1u);
+    ASSERT_FALSE(weak.isNull());
+    EXPECT_EQ(weak.strongCount(), 1);
+    // Let it go: the second unction does not cling again.
+    StrongPtr<Clinging> last(weak);
+    weak->keep.reset();
+    last.reset();
+    EXPECT_TRUE(weak.isNull());
+}
+
+TEST(Pointers, UpgradeWhileLastStrongCountGoesCancelsDestruction) {
+    ReportCounter reports;
+    const int before = Node::destroyed;
+    auto* raw = new Node;
+    WeakPtr<Node> weak(raw);
+    StrongPtr<Node> rescued;
+    bool rescue = true;
+    // The assertion report comes after the count fell to 0 and before the
+    // object is marked: an upgrade in that moment must keep the object.
+    auto previous = SpeakPtr::setListener([&](const SpeakPtr::Event& event) {
+        if (event.report == SpeakPtr::Report::DestructionAssertion && rescue) {
+            rescue = false;
+            rescued = weak;
+        }
+    });
+    { StrongPtr<Node> owner(raw); }
+    SpeakPtr::setListener(previous);
+    EXPECT_EQ(reports(SpeakPtr::Report::DestructionCancelled), 1u);
+    EXPECT_EQ(Node::destroyed, before);
+    EXPECT_EQ(rescued.get(), raw);
+    rescued.reset();
+    EXPECT_EQ(Node::destroyed, before + 1);
+}
+
+TEST(Pointers, SelfConstructionIsReported) {
+    ReportCounter reports;
+    // Build a pointer from itself, as `StrongPtr<Node> p(p);` would.
+    alignas(StrongPtr<Node>) unsigned char storage[sizeof(StrongPtr<Node>)];
+    auto* p = reinterpret_cast<StrongPtr<Node>*>(storage);
+    new (p) StrongPtr<Node>(*p);
+    EXPECT_EQ(reports(SpeakPtr::Report::SelfConstruction), 1u);
+    EXPECT_TRUE(p->isNull());
+    *p = new Node;  // and it still works
+    EXPECT_FALSE(p->isNull());
+    p->~StrongPtr<Node>();
+}
+
+TEST(Pointers, AutoObjectIsNeverDeletedByPointers) {
+    const int before = Node::destroyed;
+    WeakPtr<Node> watcher;
+    {
+        Auto<Node> permanent;
+        EXPECT_EQ(permanent.self.strongCount(), 1);
+        { StrongPtr<Node> p(&permanent); }
+        EXPECT_EQ(Node::destroyed, before);
+        EXPECT_EQ(permanent.self.strongCount(), 1);
+        watcher = &permanent;
+    }  // runs its destructor directly
+    EXPECT_EQ(Node::destroyed, before + 1);
+    EXPECT_TRUE(watcher.isNull());
+    EXPECT_EQ(watcher.strongCount(), DestroyedMark);
+}
+
+namespace {
+struct Item : Cacheable {};
+}
+
+TEST(Pointers, CacheableDeferredConstructionPerRiseFromZero) {
+    const auto pre = Cacheable::PreDestructorCalls.load();
+    auto* item = new Item;
+    EXPECT_EQ(item->deferredConstructions, 0u);
+    StrongPtr<Cacheable> a(item);
+    EXPECT_EQ(item->deferredConstructions, 1u);
+    StrongPtr<Item, Cacheable> b(a);
+    EXPECT_EQ(item->deferredConstructions, 1u);
+    b.reset();
+    EXPECT_EQ(Cacheable::PreDestructorCalls.load(), pre);
+    a.reset();
+    EXPECT_EQ(Cacheable::PreDestructorCalls.load(), pre + 1);
+}
+
+TEST(Pointers, ThreadsCopyingDroppingAndUpgradingDestroyOnce) {
+    const int before = Node::destroyed;
+    StrongPtr<Node> owner(new LeafA);
+    WeakPtr<Node> weak(owner);
+    std::vector<std::thread> threads;
+    std::atomic<int> seen{0};
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 20000; ++i) {
+                StrongPtr<Node> copy(owner);
+                WeakPtr<Node> w(copy);
+                StrongPtr<Node> up(w);
+                if (!up.isNull() && up->kind() == 1) seen.fetch_add(1);
+            }
+        });
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(seen, 80000);
+    EXPECT_EQ(owner.strongCount(), 1);
+    EXPECT_EQ(owner.weakCount(), 3);  // self, owner, weak
+    owner.reset();
+    EXPECT_EQ(Node::destroyed, before + 1);
+    EXPECT_EQ(weak.weakCount(), 1);
+}
+
+namespace {
+struct Offered : ReferenceBase<Offered> {
+    int offers = 0;
+};
+struct OfferCreator : SaveInterfaceCreator<Offered> {
+    std::uint32_t addInterfaces(Offered* object) override {
+        ++object->offers;
+        return 7;
+    }
+};
+struct OtherCreator : SaveInterfaceCreatorBase {};
+}  // namespace
+
+TEST(Pointers, SaveRegistryVisitsCreatorsOfTheTypeOnly) {
+    SaveRegistryBase::registerCreator(typeid(Offered), StrongPtr<SaveInterfaceCreatorBase>(new OtherCreator));
+    SaveRegistryBase::registerCreator(typeid(Offered), StrongPtr<SaveInterfaceCreatorBase>(new OfferCreator));
+    Offered object;
+    SaveRegistry<Offered>::traverse(&object);
+    EXPECT_EQ(object.offers, 1);
+    SaveRegistryBase::clearCreators(typeid(Offered));
+    SaveRegistry<Offered>::traverse(&object);
+    EXPECT_EQ(object.offers, 1);
+}
+
+// ---- chunks ----------------------------------------------------------------
+
+using Quillon::Colour;
+using Quillon::FixedArray;
+namespace PS = Quillon::PhysicalSpace;
+
+TEST(Chunks, MemsizeForConstructionCloneReserveAndDestruction) {
+    const auto base = ChunkBase::TotalMemsize.load();
+    {
+        StrongPtr<ChunkBase> ints(new Chunk<int>(1));
+        EXPECT_EQ(ChunkBase::TotalMemsize - base, 4);
+        EXPECT_EQ(ints->elementCount(), 1u);
+        EXPECT_EQ(ints->elementSize(), 4u);
+        EXPECT_EQ(*static_cast<int*>(ints->rawData()), 0);
+
+        StrongPtr<Chunk<double>, ChunkBase> reserved(new Chunk<double>(100, true));
+        EXPECT_EQ(reserved->elementCount(), 0u);
+        EXPECT_EQ(reserved->capacity(), 100u);
+        StrongPtr<ChunkBase> none(new Chunk<double>(0));
+        EXPECT_EQ(none->rawData(), nullptr);
+        EXPECT_EQ(ChunkBase::TotalMemsize - base, 4);
+
+        auto* points = new Chunk<PS::point>(3);
+        StrongPtr<ChunkBase> pointHolder(points);
+        (*points)[1][2] = 5.5;
+        EXPECT_EQ(ChunkBase::TotalMemsize - base, 4 + 72);
+        auto copy = pointHolder->clone();
+        EXPECT_EQ(ChunkBase::TotalMemsize - base, 4 + 144);
+        StrongPtr<Chunk<PS::point>, ChunkBase> typedCopy(copy);
+        ASSERT_FALSE(typedCopy.isNull());
+        EXPECT_NE(typedCopy.get(), points);
+        EXPECT_EQ(typedCopy->vector()[1][2], 5.5);
+
+        StrongPtr<ChunkBase> texts(new Chunk<std::string>(2));
+        EXPECT_EQ(ChunkBase::TotalMemsize - base, static_cast<std::int64_t>(4 + 144 + 2 * sizeof(std::string)));
+
+        auto floats = StrongPtr<ChunkBase>(new Chunk<float>(1))->createChunk(5, false);
+        EXPECT_EQ(floats->elementType(), typeid(float));
+        EXPECT_EQ(floats->elementCount(), 5u);
+    }
+    EXPECT_EQ(ChunkBase::TotalMemsize.load(), base);
+}
+
+TEST(Chunks, OversizedCountsThrowTheStandardTextsAndAddNothing) {
+    const auto base = ChunkBase::TotalMemsize.load();
+    const std::size_t huge = std::vector<double>().max_size() + 1;
+    try {
+        Chunk<double> chunk(huge);
+        FAIL() << "no exception";
+    } catch (const std::length_error& e) {
+        EXPECT_STREQ(e.what(), "cannot create std::vector larger than max_size()");
+    }
+    try {
+        Chunk<double> chunk(huge, true);
+        FAIL() << "no exception";
+    } catch (const std::length_error& e) {
+        EXPECT_STREQ(e.what(), "vector::reserve");
+    }
+    EXPECT_EQ(ChunkBase::TotalMemsize.load(), base);
+}
+
+TEST(Chunks, CastChainsOfTheCompositeTypes) {
+    StrongPtr<ChunkBase> points(new Chunk<PS::point>(2));
+    StrongPtr<ChunkBase> vectors(new Chunk<PS::vector>(2));
+    StrongPtr<ChunkBase> colours(new Chunk<Colour>(2));
+    StrongPtr<ChunkBase> doubles(new Chunk<double>(2));
+    using Points3 = TypedChunk<FixedArray<double, 3>>;
+    using Vector3 = TypedChunk<Quillon::Vector<double, 3>>;
+    using Column3 = TypedChunk<Quillon::Column<3, double>>;
+    using Rgb3 = TypedChunk<Quillon::Vector<unsigned char, 3>>;
+    using RgbRoot = TypedChunkBase<FixedArray<unsigned char, 3>>;
+
+    EXPECT_NE(dynamic_cast<Points3*>(points.get()), nullptr);
+    EXPECT_NE(dynamic_cast<Points3*>(vectors.get()), nullptr);
+    EXPECT_NE(dynamic_cast<Vector3*>(vectors.get()), nullptr);
+    EXPECT_NE(dynamic_cast<Column3*>(vectors.get()), nullptr);
+    EXPECT_EQ(dynamic_cast<Vector3*>(points.get()), nullptr);
+    EXPECT_EQ(dynamic_cast<Points3*>(doubles.get()), nullptr);
+    EXPECT_EQ(dynamic_cast<TypedChunk<double>*>(points.get()), nullptr);
+    EXPECT_NE(dynamic_cast<Rgb3*>(colours.get()), nullptr);
+    EXPECT_NE(dynamic_cast<RgbRoot*>(colours.get()), nullptr);
+
+    EXPECT_EQ(points->baseType(), typeid(FixedArray<double, 3>));
+    EXPECT_EQ(vectors->baseType(), typeid(FixedArray<double, 3>));
+    EXPECT_EQ(colours->baseType(), typeid(FixedArray<unsigned char, 3>));
+    EXPECT_EQ(doubles->baseType(), typeid(double));
+    EXPECT_EQ(points->elementType(), typeid(PS::point));
+    EXPECT_EQ(colours->elementSize(), 3u);
+    EXPECT_EQ(vectors->elementSize(), 24u);
+}
+
+TEST(Values, PackedLayoutAndZeroInitialisation) {
+    std::vector<PS::point> points(1000);
+    points[4][1] = 2.5;
+    const auto* raw = reinterpret_cast<const double*>(points.data());
+    EXPECT_EQ(raw[3 * 4 + 1], 2.5);
+    EXPECT_EQ(reinterpret_cast<const char*>(&points[999]) - reinterpret_cast<const char*>(&points[0]), 999 * 24);
+
+    std::vector<Colour> colours(1000);
+    colours[7][0] = 200;
+    EXPECT_EQ(reinterpret_cast<const unsigned char*>(colours.data())[21], 200);
+    EXPECT_EQ(reinterpret_cast<const char*>(&colours[999]) - reinterpret_cast<const char*>(&colours[0]), 999 * 3);
+
+    PS::vector v{};
+    EXPECT_EQ(v[0] + v[1] + v[2], 0.0);
+}
