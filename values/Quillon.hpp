@@ -70,6 +70,16 @@ struct point : Coordinates<Cartesian3D, double>::point {
 
 using Colour = DomainVector<Vector<unsigned char, 3>, RGB, unsigned char>;
 
+// A value of V with the three components given in order.
+template <class V, class C>
+constexpr V make(C a, C b, C c) {
+    V value{};
+    value[0] = a;
+    value[1] = b;
+    value[2] = c;
+    return value;
+}
+
 // Layout guarantees the chunks and arrays rely on.
 static_assert(sizeof(PhysicalSpace::point) == 24 && std::is_standard_layout_v<FixedArray<double, 3>>);
 static_assert(sizeof(PhysicalSpace::vector) == 24);
