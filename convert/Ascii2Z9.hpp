@@ -1,0 +1,58 @@
+// The text table converter: delimited text files into typed fields of a grid.
+#pragma once
+
+#include <string>
+#include <tuple>
+
+#include "array/ElementTraits.hpp"
+#include "convert/Columns.hpp"
+#include "convert/Parameter.hpp"
+#include "outside/grid/Grid.hpp"
+
+namespace Pallion {
+
+// Converts every listed file into the fields that the parse string names.
+// Gives the empty text on success, or the failure.  A token that is no number
+// throws the exception of std::stod, std::stof or std::stoi.
+std::string ascii2z9(Tessel::Grid& grid, Parameter& parameter);
+
+namespace detail {
+template <class Tuple>
+struct HoldersOf;
+template <class... T>
+struct HoldersOf<std::tuple<T...>> {
+    using type = std::tuple<TypedColumns<T>...>;
+};
+}  // namespace detail
+
+// One conversion: lives for one call of ascii2z9.
+class Ascii2Z9 {
+public:
+    using Holders = detail::HoldersOf<Tessel::ElementTypes>::type;
+
+    Ascii2Z9(Parameter& parameter, Tessel::Grid& grid) : parameter(parameter), grid(grid) {}
+    Ascii2Z9(const Ascii2Z9&) = delete;
+    Ascii2Z9& operator=(const Ascii2Z9&) = delete;
+
+    std::string run();
+
+    template <class T>
+    void openColumns(TypedColumns<T>& holder);
+    void storeLine();
+    void flushBlock();
+    void flushRemainder();
+
+private:
+    std::string readFile(const std::string& name);
+
+    template <class F>
+    void forEachHolder(F&& f) {
+        std::apply([&](auto&... holder) { (f(holder), ...); }, holders);
+    }
+
+    Parameter& parameter;
+    Tessel::Grid& grid;
+    Holders holders;
+};
+
+}  // namespace Pallion

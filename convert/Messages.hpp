@@ -1,0 +1,49 @@
+// Every text this library gives back or shows, in one place.  A failure text
+// begins with the name of the function that found the failure.
+#pragma once
+
+#include <string_view>
+
+namespace Pallion::Messages {
+
+// The parse string.
+inline constexpr std::string_view ParseStringWrong = "\nparseUserInputToContainer: parse string wrong: ";
+inline constexpr std::string_view ColumnNumberWrong = "parseUserInputToContainer: column number wrong: ";
+inline constexpr std::string_view TypeNotSupported = "parseUserInputToContainer: type not supported: ";
+
+// The reading loop.
+inline constexpr std::string_view NoInputFiles = "Ascii2Z9::run: no input files";
+inline constexpr std::string_view NoContainer = "Ascii2Z9::run: container typeid field-name and column-number";
+inline constexpr std::string_view ChunkSizeZero = "Ascii2Z9::run: ChunkSize is 0: a block needs at least one row";
+inline constexpr std::string_view CannotOpenFile = "Ascii2Z9::run: cannot open file: ";
+inline constexpr std::string_view UserInterruption = "Ascii2Z9::run: user interruption";
+inline constexpr std::string_view ColumnIndexOutOfRange =
+    "Ascii2Z9::run: User column index out of range: Highest Column Index: ";
+inline constexpr std::string_view TokensInLine = ". Number of tokens in this line: ";
+inline constexpr std::string_view ProgressReadLine = "Read line nr.:";
+
+// The settings as noted in a grid.
+inline constexpr std::string_view SpeakDelimiter = "\nDelimiter: <";
+inline constexpr std::string_view SpeakDelimiterEnd = "> ";
+inline constexpr std::string_view SpeakHeaderLines = "\nHeaderLines: ";
+inline constexpr std::string_view SpeakParse = "\nParse: ";
+inline constexpr std::string_view SpeakChunkSize = "\nChunkSize: ";
+inline constexpr std::string_view SpeakEPSG = "\nEPSG: ";
+inline constexpr std::string_view SpeakEnd = " ";
+inline constexpr std::string_view TextConverterName = "ascii2z9";
+
+// Names in the grid.
+inline constexpr std::string_view EPSGAttribute = "EPSG";
+
+// Trajectories.
+inline constexpr std::string_view TrajectoryParse =
+    "Positions:point:1+2+3,GPSTime:double:0,Roll:double:4,Pitch:double:5,Yaw:double:6";
+inline constexpr std::string_view GeoReferenceFailed = "convertTrajectory2Z9: could not initialise GeoReferenceSystem";
+inline constexpr std::string_view UnknownExtension = "convertTrajectory2Z9: unknown file extension: ";
+inline constexpr std::string_view LayoutDoesNotFit =
+    "parseFilenameForGeoDatum: QVT Parse layout for trajectory does not fit: ";
+inline constexpr std::string_view AttributeMismatch = "addAttributeToGrid:: Different ";
+inline constexpr std::string_view AttributeMismatchEnd = "! cannot merge file.";
+inline constexpr std::string_view WeekDayLegend = " (Sun=0, Mo=1,Tu=2,We=3,Th=4,Fr=5,Sa=6)";
+
+}  // namespace Pallion::Messages

@@ -1,0 +1,383 @@
+// Text table conversion: parameters, parse string, reading loop, token
+// conversion and the fragments that reach the grid.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "array/MemArray.hpp"
+#include "convert/Ascii2Z9.hpp"
+#include "convert/Parse.hpp"
+#include "tests/TestSupport.hpp"
+
+using namespace Pallion;
+using Tessel::Grid;
+using testsupport::TempDir;
+
+namespace {
+
+Ravelin::StrongPtr<Ravelin::StringList> files(std::initializer_list<std::string> names) {
+    return Ravelin::StrongPtr<Ravelin::StringList>(new Ravelin::StringList(names));
+}
+
+// The elements of fragment `fragment` of a field, as the chunk holds them.
+template <class T>
+std::vector<T> fragmentValues(const Grid& grid, const std::string& field, const std::string& fragment) {
+    auto f = grid.field(field);
+    if (f.isNull()) return {};
+    const auto* entry = f->fragment(fragment);
+    if (entry == nullptr) return {};
+    auto* array = dynamic_cast<Tessel::MemArray<1, T>*>(entry->arrays.at(0).get());
+    if (array == nullptr) return {};
+    auto chunk = array->typedChunk();
+    const auto* typed = dynamic_cast<const Ravelin::Chunk<T>*>(chunk.get());
+    return typed ? typed->vector() : std::vector<T>();
+}
+
+std::vector<std::string> fragmentNames(const Grid& grid, const std::string& field) {
+    std::vector<std::string> names;
+    for (const auto& fragment : grid.field(field)->fragments()) names.push_back(fragment.id->name);
+    return names;
+}
+
+struct Recorder : Ravelin::LoaderProgress {
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> reports;
+    std::size_t stopAt = SIZE_MAX;
+    bool report(const std::string& message, std::uint32_t value, std::uint32_t total) override {
+        EXPECT_EQ(message, "Read line nr.:");
+        reports.emplace_back(value, total);
+        return reports.size() < stopAt;
+    }
+};
+
+}  // namespace
+
+TEST(Parameters, SpeakTellsTheSettingsByteForByte) {
+    Parameter p;
+    EXPECT_EQ(p.speak(),
+              "\nDelimiter: < > \nHeaderLines: 0 \nParse: Positions:point:0+1+2 \nChunkSize: 10000000 \nEPSG: -1 ");
+    p.Delimiter = 't';
+    p.Parse = "";
+    p.HeaderLines = 3;
+    p.EPSG = 0;
+    EXPECT_EQ(p.speak(), "\nDelimiter: <t> \nHeaderLines: 3 \nParse:  \nChunkSize: 10000000 \nEPSG: 0 ");
+    Grid grid;
+    p.Parse = "a:b";  // the parser fails, the tab fix-up has happened all the same
+    ascii2z9(grid, p);
+    EXPECT_EQ(p.Delimiter, '\t');
+    EXPECT_NE(p.speak().find("<\t> "), std::string::npos);
+}
+
+TEST(Parse, SplitKeepsEmptyPiecesButNoTrailingOne) {
+    auto cut = [](const std::string& text, char d) {
+        std::vector<std::string> out{"kept"};
+        split(text.data(), text.size(), out, d);
+        out.erase(out.begin());
+        return out;
+    };
+    using V = std::vector<std::string>;
+    EXPECT_EQ(cut("1,2,3,", ','), (V{"1", "2", "3"}));
+    EXPECT_EQ(cut("1,,3", ','), (V{"1", "", "3"}));
+    EXPECT_EQ(cut(",1", ','), (V{"", "1"}));
+    EXPECT_EQ(cut(",,", ','), (V{"", ""}));
+    EXPECT_EQ(cut("", ','), V{});
+    EXPECT_EQ(cut(std::string("a b c\0d e", 9), ' '), (V{"a", "b", "c"}));
+    EXPECT_EQ(cut(std::string("\0a", 2), ' '), V{});
+    EXPECT_EQ(cut("a  b", ' '), (V{"a", "", "b"}));
+}
+
+TEST(Parse, MessagesInTheOrderOfTheChecks) {
+    auto parse = [](const std::string& text, Parameter& p) {
+        p.Parse = text;
+        return parseUserInputToContainer(p);
+    };
+    Parameter p;
+    EXPECT_EQ(parse("", p), "");
+    EXPECT_TRUE(p.Container.empty());
+
+    Parameter q;
+    EXPECT_EQ(parse("P:point:0+1+2,Name:double:", q), "\nparseUserInputToContainer: parse string wrong: P:point:0+1+2,Name:double:");
+    EXPECT_EQ(q.Container.size(), 1u);  // entries before the faulty one stay
+
+    Parameter r;
+    EXPECT_EQ(parse(",P:point:0+1+2", r), "\nparseUserInputToContainer: parse string wrong: ,P:point:0+1+2");
+    Parameter s;
+    EXPECT_EQ(parse("A:double::", s), "parseUserInputToContainer: column number wrong: ");
+    Parameter t;
+    EXPECT_EQ(parse("A:nosuch:1+7", t), "parseUserInputToContainer: column number wrong: 1+7");  // count before type
+    EXPECT_EQ(t.HighestColumnIndex, 7u);  // numbers are taken in before the count is tested
+    Parameter u;
+    EXPECT_EQ(parse("A:Double:1", u), "parseUserInputToContainer: type not supported: Double");
+    Parameter v;
+    EXPECT_EQ(parse("A: double:1", v), "parseUserInputToContainer: type not supported:  double");
+    Parameter w;  // a point needs three columns
+    EXPECT_EQ(parse("A:point:4", w), "parseUserInputToContainer: column number wrong: 4");
+
+    Parameter ok;
+    EXPECT_EQ(parse(":double:2abc+0+1,:uint8_t:5,", ok), "");
+    ASSERT_EQ(ok.Container.size(), 2u);
+    EXPECT_EQ(ok.Container[0].FieldName, "");
+    EXPECT_EQ(ok.Container[0].Columns, (std::vector<std::uint32_t>{2, 0, 1}));
+    EXPECT_EQ(ok.HighestColumnIndex, 5u);
+
+    Parameter neg;
+    EXPECT_EQ(parse("A:int:-1", neg), "");
+    EXPECT_EQ(neg.HighestColumnIndex, 4294967295u);
+
+    Parameter bad;
+    try {
+        parse("A:double:0,B:int:+1++2", bad);
+        FAIL();
+    } catch (const std::invalid_argument& e) {
+        EXPECT_STREQ(e.what(), "stoi");
+    }
+    EXPECT_EQ(bad.Container.size(), 1u);
+    Parameter big;
+    EXPECT_THROW(parse("A:int:99999999999", big), std::out_of_range);
+}
+
+TEST(Convert, FragmentLayoutAcrossTwoFilesWithBlocksOfTwo) {
+    TempDir dir;
+    const auto a = dir.write("a.txt", "1 10\n2 20\n3 30\n");
+    const auto b = dir.write("b.txt", "4 40\n5 50");  // no line end after the last line
+    Grid grid;
+    Parameter p;
+    p.Files = files({a, b});
+    p.Parse = "First:int:0,Second:double:1,Third:uint16_t:1";
+    p.ChunkSize = 2;
+    std::vector<std::string> calls;
+    p.OnFragment = [&](const ChunkPtr& chunk, const std::string& field, const std::string& file) {
+        calls.push_back(field + "@" + std::filesystem::path(file).filename().string() + "#" +
+                        std::to_string(chunk->elementCount()));
+    };
+    EXPECT_EQ(ascii2z9(grid, p), "");
+    EXPECT_EQ(fragmentNames(grid, "First"), (std::vector<std::string>{"a0", "b1", "b2"}));
+    EXPECT_EQ(fragmentValues<int>(grid, "First", "a0"), (std::vector<int>{1, 2}));
+    EXPECT_EQ(fragmentValues<int>(grid, "First", "b1"), (std::vector<int>{3, 4}));
+    EXPECT_EQ(fragmentValues<int>(grid, "First", "b2"), (std::vector<int>{5}));
+    EXPECT_EQ(fragmentValues<double>(grid, "Second", "b1"), (std::vector<double>{30, 40}));
+    EXPECT_EQ(p.LineCount, 5u);
+    EXPECT_EQ(p.FragmentCount, 2u);
+    EXPECT_EQ(p.CurrentFile, b);
+    // Three columns, two full blocks and a shorter one: in holder order, double before int.
+    ASSERT_EQ(calls.size(), 9u);
+    EXPECT_EQ(calls[0], "Second@a.txt#2");
+    EXPECT_EQ(calls[1], "First@a.txt#2");
+    EXPECT_EQ(calls[2], "Third@a.txt#2");
+    EXPECT_EQ(calls[8], "Third@b.txt#1");
+    // The fragments own the very chunks the rows were written into.
+    EXPECT_EQ(grid.field("First")->fragments()[0].arrays.size(), 1u);
+}
+
+TEST(Convert, EmptyLastFragmentAndOnFragmentEditingInPlace) {
+    TempDir dir;
+    const auto file = dir.write("points.txt", "1 2 3\n4 5 6\n7 8 9\n10 11 12\n");
+    Grid grid;
+    Parameter p;
+    p.Files = files({file});
+    p.ChunkSize = 2;
+    p.OnFragment = [](const ChunkPtr& chunk, const std::string&, const std::string&) {
+        auto* points = dynamic_cast<Ravelin::Chunk<Tessel::Point>*>(chunk.get());
+        for (auto& point : *points) point[2] = -point[2];
+    };
+    EXPECT_EQ(ascii2z9(grid, p), "");
+    EXPECT_EQ(fragmentNames(grid, "Positions"), (std::vector<std::string>{"points0", "points1", "points2"}));
+    auto last = fragmentValues<Tessel::Point>(grid, "Positions", "points1");
+    ASSERT_EQ(last.size(), 2u);
+    EXPECT_EQ(last[1], Quillon::make<Tessel::Point>(10.0, 11.0, -12.0));
+    EXPECT_TRUE((fragmentValues<Tessel::Point>(grid, "Positions", "points2").empty()));
+    auto* empty = grid.field("Positions")->fragment("points2")->arrays[0].get();
+    EXPECT_EQ(empty->elementCount(), 0u);
+}
+
+TEST(Convert, TokenConversionNarrowsAndPassesStandardExceptions) {
+    TempDir dir;
+    Grid grid;
+    Parameter p;
+    p.Files = files({dir.write("n.txt",
+                               "1.5 300 70000 -1 7,5\n"
+                               "1e5 256 -1 2147483647 1e39x\n"
+                               "12abc -1 0 0 0x10\n"
+                               "+5 0 0 0 -0\r\n")});
+    p.Parse = "I:int:0,U8:uint8_t:1,U16:uint16_t:2,U32:uint32_t:3,F:float:4,C:rgb:1+2+3";
+    p.ChunkSize = 16;
+    // "1e39x" is out of range for float: the exception leaves ascii2z9.
+    try {
+        ascii2z9(grid, p);
+        FAIL();
+    } catch (const std::out_of_range& e) {
+        EXPECT_STREQ(e.what(), "stof");
+    }
+    // What was read is in chunks that never reached the grid: the fields have no fragment.
+    EXPECT_TRUE(grid.field("I")->fragments().empty());
+
+    Grid grid2;
+    Parameter q;
+    q.Files = files({dir.write("m.txt", "1.5 300 70000 -1 7,5\n1e5 256 -1 2147483647 1e38\n12abc -1 0 0 0x10\n+5 0 0 0 -0\r\n")});
+    q.Parse = p.Parse;
+    q.ChunkSize = 16;
+    EXPECT_EQ(ascii2z9(grid2, q), "");
+    EXPECT_EQ(fragmentValues<int>(grid2, "I", "m0"), (std::vector<int>{1, 1, 12, 5}));
+    EXPECT_EQ(fragmentValues<unsigned char>(grid2, "U8", "m0"), (std::vector<unsigned char>{44, 0, 255, 0}));
+    EXPECT_EQ(fragmentValues<unsigned short>(grid2, "U16", "m0"), (std::vector<unsigned short>{4464, 65535, 0, 0}));
+    EXPECT_EQ(fragmentValues<unsigned int>(grid2, "U32", "m0"), (std::vector<unsigned int>{4294967295u, 2147483647u, 0, 0}));
+    EXPECT_EQ(fragmentValues<float>(grid2, "F", "m0"), (std::vector<float>{7.0f, 1e38f, 16.0f, -0.0f}));  // stof reads hexadecimal
+    auto colours = fragmentValues<Tessel::Colour>(grid2, "C", "m0");
+    ASSERT_EQ(colours.size(), 4u);
+    EXPECT_EQ(colours[0], (Quillon::make<Tessel::Colour, unsigned char>(44, 112, 255)));
+}
+
+TEST(Convert, EarlierHolderDecidesWhichFaultyTokenShows) {
+    TempDir dir;
+    Grid grid;
+    Parameter p;
+    p.Files = files({dir.write("f.txt", "1 2\nx y\n")});
+    p.ChunkSize = 8;
+    p.Parse = "A:int:0,B:double:1";  // the int column stands first in line and parse string
+    try {
+        ascii2z9(grid, p);
+        FAIL();
+    } catch (const std::invalid_argument& e) {
+        EXPECT_STREQ(e.what(), "stod");
+    }
+    EXPECT_EQ(p.LineCount, 1u);
+    EXPECT_TRUE(grid.notes().empty());  // the info is not noted when an exception leaves
+
+    Grid grid2;
+    Parameter q;
+    q.Files = files({dir.write("g.txt", "2147483648\n")});
+    q.Parse = "A:uint32_t:0";
+    q.ChunkSize = 8;
+    EXPECT_THROW(ascii2z9(grid2, q), std::out_of_range);
+    Parameter e;
+    e.ChunkSize = 8;
+    e.Files = files({dir.write("h.txt", "1  2 3\n")});  // two blanks: the y token is empty
+    EXPECT_THROW(ascii2z9(grid2, e), std::invalid_argument);
+}
+
+TEST(Convert, ProgressReportsWithSmallAndLargeEstimatesAndAStop) {
+    TempDir dir;
+    std::string small;
+    for (int i = 0; i < 5; ++i) small += std::to_string(i) + "\n";
+    std::string large;
+    for (int i = 0; i < 250; ++i) large += "7\n";  // 500 bytes of lines of 1: estimate 500, step 5
+    auto* recorder = new Recorder;
+    Parameter p;
+    p.Progress = recorder;
+    p.Files = files({dir.write("s.txt", small), dir.write("l.txt", large)});
+    p.Parse = "V:int:0";
+    p.ChunkSize = 1000;
+    Grid grid;
+    EXPECT_EQ(ascii2z9(grid, p), "");
+    // Small file: estimate 10 / 1 = 10, step 1, a report per line.
+    ASSERT_GE(recorder->reports.size(), 5u);
+    for (std::uint32_t i = 0; i < 5; ++i) EXPECT_EQ(recorder->reports[i], std::make_pair(i, 10u));
+    // Large file: LineCount runs on from 5; reports at multiples of 5 up to 250.
+    EXPECT_EQ(recorder->reports[5], std::make_pair(5u, 500u));
+    EXPECT_EQ(recorder->reports.back(), std::make_pair(250u, 500u));
+    EXPECT_EQ(recorder->reports.size(), 5u + 50u);
+
+    auto* stopper = new Recorder;
+    stopper->stopAt = 3;
+    Parameter q;
+    q.Progress = stopper;
+    q.Files = files({dir.write("s2.txt", small)});
+    q.Parse = "V:int:0";
+    q.ChunkSize = 1;
+    q.EPSG = 1;
+    Grid grid2;
+    EXPECT_EQ(ascii2z9(grid2, q), "Ascii2Z9::run: user interruption");
+    EXPECT_EQ(fragmentNames(grid2, "V"), (std::vector<std::string>{"s20", "s21"}));  // flushed rows stay
+    EXPECT_FALSE(grid2.attributes().getAttribute("EPSG").isNull());
+    EXPECT_EQ(grid2.notes().size(), 1u);
+}
+
+TEST(Convert, WaysOutOfTheEntryAndWhatTheGridHolds) {
+    TempDir dir;
+    {  // wrong parse string: nothing reaches the grid
+        Grid grid;
+        Parameter p;
+        p.Parse = "A:point";
+        p.EPSG = 4326;
+        EXPECT_EQ(ascii2z9(grid, p), "\nparseUserInputToContainer: parse string wrong: A:point");
+        EXPECT_FALSE(grid.hasCartesianRepresentation());
+        EXPECT_TRUE(grid.notes().empty());
+        EXPECT_EQ(grid.attributes().size(), 0u);
+    }
+    {  // no files: representation, attribute and info all the same
+        Grid grid;
+        Parameter p;
+        p.EPSG = 25832;
+        const auto before = grid.timeStamp();
+        EXPECT_EQ(ascii2z9(grid, p), "Ascii2Z9::run: no input files");
+        EXPECT_TRUE(grid.hasCartesianRepresentation());
+        auto epsg = grid.attributes().getAttribute("EPSG");
+        auto* code = dynamic_cast<Ravelin::Chunk<int>*>(epsg.get());
+        ASSERT_NE(code, nullptr);
+        EXPECT_EQ(code->vector(), std::vector<int>{25832});
+        EXPECT_GT(grid.timeStamp(), before);
+        ASSERT_EQ(grid.notes().size(), 1u);
+        EXPECT_EQ(grid.notes()[0].converter, "ascii2z9");
+        EXPECT_EQ(grid.notes()[0].text, p.speak());
+        EXPECT_TRUE(grid.fields().empty());
+    }
+    {  // empty parse string, EPSG 0: no attribute, no time stamp
+        Grid grid;
+        Parameter p;
+        p.Files = files({"x"});
+        p.Parse = "";
+        p.EPSG = 0;
+        EXPECT_EQ(ascii2z9(grid, p), "Ascii2Z9::run: container typeid field-name and column-number");
+        EXPECT_EQ(grid.attributes().size(), 0u);
+        EXPECT_EQ(grid.timeStamp(), 0u);
+        EXPECT_EQ(grid.notes().size(), 1u);
+    }
+    {  // a block size of 0 is refused before any chunk is made
+        Grid grid;
+        Parameter p;
+        p.Files = files({dir.write("z.txt", "1 2 3\n")});
+        p.ChunkSize = 0;
+        EXPECT_EQ(ascii2z9(grid, p), "Ascii2Z9::run: ChunkSize is 0: a block needs at least one row");
+        EXPECT_TRUE(grid.fields().empty());
+    }
+}
+
+TEST(Convert, BadFilesGiveTheirTexts) {
+    TempDir dir;
+    const auto good = dir.write("good.txt", "1 2 3\n");
+    auto run = [&](std::initializer_list<std::string> names, const std::string& parse = "Positions:point:0+1+2",
+                   std::uint32_t header = 0) {
+        Grid grid;
+        Parameter p;
+        p.Files = files(names);
+        p.Parse = parse;
+        p.HeaderLines = header;
+        p.ChunkSize = 64;
+        std::string result = ascii2z9(grid, p);
+        auto field = grid.field(p.Container.empty() ? "" : p.Container[0].FieldName);
+        std::size_t fragments = field.isNull() ? 0 : field->fragments().size();
+        return std::make_pair(result, fragments);
+    };
+    const auto missing = (dir.path() / "missing.txt").string();
+    EXPECT_EQ(run({good, missing}), std::make_pair("Ascii2Z9::run: cannot open file: " + missing, std::size_t{0}));
+    EXPECT_EQ(run({dir.path().string()}).first, "Ascii2Z9::run: cannot open file: " + dir.path().string());
+    EXPECT_EQ(run({dir.write("empty.txt", "")}), std::make_pair(std::string(), std::size_t{1}));
+    EXPECT_EQ(run({dir.write("head.txt", "x y z\n"), good}, "Positions:point:0+1+2", 3),
+              std::make_pair(std::string(), std::size_t{1}));
+    EXPECT_EQ(run({dir.write("gap.txt", "1 2 3\n\n4 5 6\n")}).first,
+              "Ascii2Z9::run: User column index out of range: Highest Column Index: 2. Number of tokens in this line: 0");
+    EXPECT_EQ(run({dir.write("two.txt", "1 2 3\n4 5\n")}).first,
+              "Ascii2Z9::run: User column index out of range: Highest Column Index: 2. Number of tokens in this line: 2");
+    EXPECT_EQ(run({dir.write("neg.txt", "1 2 3\n")}, "A:int:-1").first,
+              "Ascii2Z9::run: User column index out of range: Highest Column Index: 4294967295. Number of tokens in "
+              "this line: 3");
+    // A NUL ends the line for the splitter; a CR stays in the last token, which stod reads past.
+    Grid grid;
+    Parameter p;
+    p.ChunkSize = 64;
+    p.Files = files({dir.write("nul.txt", std::string("1 2 3\0 junk\r\n4 5 6\r\n", 20))});
+    EXPECT_EQ(ascii2z9(grid, p), "");
+    auto points = fragmentValues<Tessel::Point>(grid, "Positions", "nul0");
+    ASSERT_EQ(points.size(), 2u);
+    EXPECT_EQ(points[1], Quillon::make<Tessel::Point>(4.0, 5.0, 6.0));
+}
