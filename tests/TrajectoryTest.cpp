@@ -1,0 +1,283 @@
+// Trajectory conversion: dates, file names, attributes, the entry and its readers.
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "memory/Chunk.hpp"
+#include "outside/chronometry/Chronometry.hpp"
+#include "outside/core/Console.hpp"
+#include "outside/riegl/Riegl.hpp"
+#include "tests/TestSupport.hpp"
+#include "trajectory/FilenameDatum.hpp"
+#include "trajectory/GridAttributes.hpp"
+#include "trajectory/Trajectory.hpp"
+
+using namespace Pallion;
+using Tessel::Grid;
+using testsupport::TempDir;
+
+namespace {
+
+// Collects what goes to the console while it lives.
+struct ConsoleCapture {
+    std::vector<std::string> messages;
+    Ravelin::Console::Sink previous;
+    ConsoleCapture() {
+        previous = Ravelin::Console::setSink([this](const std::string& text) { messages.push_back(text); });
+    }
+    ~ConsoleCapture() { Ravelin::Console::setSink(previous); }
+};
+
+template <class T>
+std::vector<T> attribute(const Grid& grid, const std::string& name) {
+    auto value = grid.attributes().getAttribute(name);
+    auto* chunk = dynamic_cast<Ravelin::Chunk<T>*>(value.get());
+    return chunk ? chunk->vector() : std::vector<T>();
+}
+
+Ravelin::StrongPtr<Ravelin::StringList> list(std::initializer_list<std::string> names) {
+    return Ravelin::StrongPtr<Ravelin::StringList>(new Ravelin::StringList(names));
+}
+
+const Ravelin::StrongPtr<Ravelin::LoaderProgress, Ravelin::InterfaceBase> noProgress;
+
+// A .txt trajectory of `rows` lines for the given week day, times within that day.
+std::string textTrajectory(int weekDay, int rows, double firstSecondOfDay = 3600.0) {
+    std::string text;
+    for (int i = 0; i < rows; ++i)
+        text += std::to_string(weekDay * 86400.0 + firstSecondOfDay + i) + " " + std::to_string(100 + i) +
+                " 200 300 0.1 0.2 0.3\n";
+    return text;
+}
+
+}  // namespace
+
+TEST(Chronometry, DatesWeekDaysAndRefusals) {
+    Tellus::Chronometry tuesday("20260310");
+    EXPECT_EQ(tuesday.WeekDay, 2);
+    EXPECT_EQ(tuesday.ddmmyyyy('.'), "10.03.2026");
+    EXPECT_EQ(Tellus::Chronometry("2026-03-15").WeekDay, 0);  // Sunday
+    EXPECT_EQ(Tellus::Chronometry("2026-03-14").WeekDay, 6);  // Saturday
+    EXPECT_EQ(Tellus::Chronometry("20000101").WeekDay, 6);
+    EXPECT_EQ(Tellus::Chronometry("20240229").ddmmyyyy('-'), "29-02-2024");
+    for (const char* bad : {"20261301", "20260230", "21000229", "2026031a", "2026-3-10", "", "202603100"}) {
+        try {
+            Tellus::Chronometry date(bad);
+            ADD_FAILURE() << bad;
+        } catch (const std::invalid_argument& e) {
+            EXPECT_EQ(std::string(e.what()), std::string("Tellus::Chronometry: not a date: ") + bad);
+        }
+    }
+}
+
+TEST(FileNames, SixPiecesOrAConsoleMessage) {
+    ConsoleCapture console;
+    auto geo = parseFilenameForGeoDatum("__007_20260315_EPSG25832_EPSG-0042");
+    ASSERT_FALSE(geo.isNull());
+    EXPECT_EQ(geo->Name, "");
+    EXPECT_EQ(geo->FileNr, 7);
+    EXPECT_EQ(geo->EPSGSpatial, 25832);
+    EXPECT_EQ(geo->EPSGHeight, -42);
+    EXPECT_EQ(geo->speak(),
+              "Name=\nFileNr=7\nEPSGSpatial=25832\nEPSGHeight=-42\nDate=15.03.2026\nWeekDay=0 (Sun=0, Mo=1,Tu=2,We=3,Th=4,Fr=5,Sa=6)");
+
+    EXPECT_FALSE(parseFilenameForGeoDatum("a_p.x_-3_20260314_xxxx5678abc_yyyy1_").isNull());  // one trailing underscore
+    EXPECT_EQ(parseFilenameForGeoDatum("a_p.x_-3_20260314_xxxx5678abc_yyyy1_")->EPSGSpatial, 5678);
+    EXPECT_TRUE(console.messages.empty());
+
+    EXPECT_TRUE(parseFilenameForGeoDatum("a_p_1_20260314_xxxx1_").isNull());
+    EXPECT_TRUE(parseFilenameForGeoDatum("a_p_1_20260314_xxxx1_yyyy2__").isNull());
+    ASSERT_EQ(console.messages.size(), 2u);
+    EXPECT_EQ(console.messages[0],
+              "parseFilenameForGeoDatum: QVT Parse layout for trajectory does not fit: a_p_1_20260314_xxxx1_");
+
+    try {
+        parseFilenameForGeoDatum("a_p_1_20260314_EPSG_yyyy2");  // nothing after the four characters
+        FAIL();
+    } catch (const std::invalid_argument& e) {
+        EXPECT_STREQ(e.what(), "stoi");
+    }
+    EXPECT_THROW(parseFilenameForGeoDatum("a_p_x1_20260314_EPSG1_yyyy2"), std::invalid_argument);
+    EXPECT_THROW(parseFilenameForGeoDatum("a_p_1_20260314_EPSG1_yyyy99999999999"), std::out_of_range);
+    EXPECT_THROW(parseFilenameForGeoDatum("a_p_1_20261399_EPSG1_yyyy2"), std::invalid_argument);  // no date
+    EXPECT_EQ(console.messages.size(), 2u);
+    EXPECT_EQ(stoiAfterPrefix("0042", 0), 42);
+}
+
+TEST(Attributes, OneFileTwoFilesAndASecondProject) {
+    Grid grid;
+    GeoReferenceSystem first("Harbour", 1, 25832, -1, "20260310");
+    const auto before = Ravelin::Ageable::GlobalTime.load();
+    EXPECT_EQ(addGeoReferenceToGrid(first, grid), "");
+    EXPECT_EQ(Ravelin::Ageable::GlobalTime.load(), before + 5);
+    EXPECT_EQ(grid.timeStamp(), before + 5);
+    EXPECT_EQ(attribute<unsigned int>(grid, "EPSG_SPATIAL"), std::vector<unsigned int>{25832});
+    EXPECT_EQ(attribute<unsigned int>(grid, "EPSG_HEIGHT"), std::vector<unsigned int>{4294967295u});
+    EXPECT_EQ(attribute<std::string>(grid, "NameOfProject"), std::vector<std::string>{"Harbour"});
+
+    GeoReferenceSystem second("Harbour", 2, 25832, -1, "20260311");
+    EXPECT_EQ(addGeoReferenceToGrid(second, grid), "");
+    EXPECT_EQ(attribute<unsigned int>(grid, "EPSG_SPATIAL").size(), 1u);
+    EXPECT_EQ(attribute<unsigned int>(grid, "WeekDay"), (std::vector<unsigned int>{2, 3}));
+    EXPECT_EQ(attribute<std::string>(grid, "Date"), (std::vector<std::string>{"10.03.2026", "11.03.2026"}));
+
+    GeoReferenceSystem otherProject("Quay", 3, 25832, -1, "20260312");
+    EXPECT_EQ(addGeoReferenceToGrid(otherProject, grid), "addAttributeToGrid:: Different NameOfProject! cannot merge file.");
+    EXPECT_EQ(attribute<std::string>(grid, "Date").size(), 3u);  // appended before the name was compared
+    EXPECT_EQ(attribute<std::string>(grid, "NameOfProject"), std::vector<std::string>{"Harbour"});
+
+    GeoReferenceSystem otherCode("Harbour", 4, 4326, -1, "20260313");
+    EXPECT_EQ(addGeoReferenceToGrid(otherCode, grid), "addAttributeToGrid:: Different EPSG_SPATIAL! cannot merge file.");
+    EXPECT_EQ(attribute<std::string>(grid, "Date").size(), 3u);
+    GeoReferenceSystem otherHeight("Harbour", 4, 25832, 5, "20260313");
+    EXPECT_EQ(addGeoReferenceToGrid(otherHeight, grid), "addAttributeToGrid:: Different EPSG_HEIGHT! cannot merge file.");
+
+    // An attribute of another chunk type is replaced by one of the right type.
+    grid.attributes().setAttribute("Date", Ravelin::StrongPtr<Ravelin::ChunkBase>(new Ravelin::Chunk<int>(4)));
+    EXPECT_EQ(addAttributeToGrid(grid, "Date", std::string("01.01.2027"), true), "");
+    EXPECT_EQ(attribute<std::string>(grid, "Date"), std::vector<std::string>{"01.01.2027"});
+    // An equal comparison stores nothing but stamps the grid.
+    const auto stamp = grid.timeStamp();
+    EXPECT_EQ(addAttributeToGrid(grid, "NameOfProject", std::string("Harbour"), false), "");
+    EXPECT_GT(grid.timeStamp(), stamp);
+}
+
+TEST(GpsTime, SecondsOfTheWeekBecomeSecondsOfTheDay) {
+    auto* times = new Ravelin::Chunk<double>(std::vector<double>{172800.0, 259199.5});  // Tuesday 00:00 and 23:59:59.5
+    Riegl::ChunkPtr chunk(times);
+    std::string failure;
+    const int tuesday = 2;
+    Riegl::modifyGPSTime(failure, tuesday, chunk, "Roll");
+    EXPECT_EQ((*times)[0], 172800.0);  // other fields are left alone
+    Riegl::modifyGPSTime(failure, tuesday, chunk, "GPSTime");
+    EXPECT_EQ(failure, "");
+    EXPECT_EQ(times->vector(), (std::vector<double>{0.0, 86399.5}));
+
+    auto* late = new Ravelin::Chunk<double>(std::vector<double>{200000.0, 259200.0});  // Wednesday 00:00
+    Riegl::ChunkPtr lateChunk(late);
+    Riegl::modifyGPSTime(failure, tuesday, lateChunk, "GPSTime");
+    EXPECT_EQ(failure, "modifyGPSTime: GPS time 259200.000000 does not lie within week day 2");
+    EXPECT_EQ((*late)[0], 200000.0);  // unchanged
+    Riegl::modifyGPSTime(failure, tuesday, Riegl::ChunkPtr(new Ravelin::Chunk<float>(1)), "GPSTime");
+    EXPECT_EQ(failure, "modifyGPSTime: GPS time 259200.000000 does not lie within week day 2");  // the first stays
+    std::string other;
+    Riegl::modifyGPSTime(other, tuesday, Riegl::ChunkPtr(new Ravelin::Chunk<float>(1)), "GPSTime");
+    EXPECT_EQ(other, "modifyGPSTime: the GPSTime chunk holds no doubles");
+}
+
+TEST(Readers, BinaryLayoutsAndTheirFailures) {
+    TempDir dir;
+    std::vector<Riegl::Record> records;
+    for (int i = 0; i < 5; ++i) records.push_back({100.0 + i, 1.0 * i, 2.0, 3.0, 0.1, 0.2, 0.3 * i});
+    const auto pof = (dir.path() / "p.pof").string();
+    ASSERT_TRUE(Riegl::writeTrajectoryFile(pof, false, 25832, records));
+    Grid grid;
+    EXPECT_EQ(convertPOFtoZ9(pof, grid, 25832, noProgress), "");
+    auto positions = grid.field("Positions");
+    ASSERT_FALSE(positions.isNull());
+    EXPECT_EQ(positions->fragments()[0].id->name, "p0");
+    EXPECT_EQ(positions->fragments()[0].arrays[0]->elementText(4), "{4.000000,2.000000,3.000000}");
+    EXPECT_EQ(grid.field("Yaw")->fragments()[0].arrays[0]->elementText(4), "1.200000");
+
+    EXPECT_EQ(convertPOFtoZ9(pof, grid, 4326, noProgress), "convertPOFtoZ9: file holds EPSG 25832, its name says 4326: " + pof);
+    EXPECT_EQ(Riegl::pofx2tessel(pof, grid, 25832, {}, noProgress),
+              "pofx2tessel: not a trajectory file of this layout: " + pof);
+    const auto empty = dir.write("e.pof", "");
+    EXPECT_EQ(convertPOFtoZ9(empty, grid, 1, noProgress), "convertPOFtoZ9: not a trajectory file of this layout: " + empty);
+    std::string bytes;
+    {
+        std::ifstream in(pof, std::ios::binary);
+        bytes.assign(std::istreambuf_iterator<char>(in), {});
+    }
+    const auto cut = dir.write("t.pof", bytes.substr(0, bytes.size() - 10));
+    EXPECT_EQ(convertPOFtoZ9(cut, grid, 25832, noProgress), "convertPOFtoZ9: truncated file: 5 records announced, 4 present: " + cut);
+    EXPECT_EQ(convertPOFtoZ9(dir.path().string(), grid, 1, noProgress),
+              "convertPOFtoZ9: cannot open file: " + dir.path().string());
+
+    struct Stop : Ravelin::LoaderProgress {
+        bool report(const std::string&, std::uint32_t, std::uint32_t) override { return false; }
+    };
+    const Ravelin::StrongPtr<Ravelin::LoaderProgress, Ravelin::InterfaceBase> stop(new Stop);
+    const auto pofx = (dir.path() / "q.pofx").string();
+    ASSERT_TRUE(Riegl::writeTrajectoryFile(pofx, true, 0, records));
+    EXPECT_EQ(Riegl::pofx2tessel(pofx, grid, 1, {}, stop), "pofx2tessel: user interruption");
+    std::vector<std::string> calls;
+    Grid other;
+    EXPECT_EQ(Riegl::pofx2tessel(pofx, other, 1,
+                                 [&](const Riegl::ChunkPtr& c, const std::string& field) {
+                                     calls.push_back(field + std::to_string(c->elementCount()));
+                                 },
+                                 noProgress),
+              "");
+    EXPECT_EQ(calls, (std::vector<std::string>{"Positions5", "GPSTime5", "Roll5", "Pitch5", "Yaw5"}));
+}
+
+TEST(TrajectoryEntry, MixedListIntoOneGrid) {
+    TempDir dir;
+    // 2026-03-10 is a Tuesday (2), the 11th a Wednesday (3).
+    const auto txt1 = dir.write("QVT_Harbour_001_20260310_EPSG25832_EPSG7837.txt", textTrajectory(2, 3));
+    const auto txt2 = dir.write("QVT_Harbour_002_20260311_EPSG25832_EPSG7837.txt", textTrajectory(3, 2, 86000.0));
+    const auto pofx = (dir.path() / "QVT_Harbour_003_20260311_EPSG25832_EPSG7837.pofx").string();
+    const auto pof = (dir.path() / "QVT_Harbour_004_20260312_EPSG25832_EPSG7837.pof").string();
+    ASSERT_TRUE(Riegl::writeTrajectoryFile(pofx, true, 25832, {{3 * 86400.0 + 10.0, 1, 2, 3, 4, 5, 6}}));
+    ASSERT_TRUE(Riegl::writeTrajectoryFile(pof, false, 25832, {{10.0, 1, 2, 3, 4, 5, 6}}));
+
+    Grid grid;
+    EXPECT_EQ(convertTrajectory2Z9(grid, list({txt1, txt2, pofx, pof}), noProgress), "");
+    auto times = grid.field("GPSTime");
+    ASSERT_EQ(times->fragments().size(), 4u);
+    EXPECT_EQ(times->fragments()[0].arrays[0]->elementText(2), "3602.000000");   // seconds of the day
+    EXPECT_EQ(times->fragments()[1].arrays[0]->elementText(1), "86001.000000");
+    EXPECT_EQ(times->fragments()[2].arrays[0]->elementText(0), "10.000000");     // .pofx adjusted
+    EXPECT_EQ(times->fragments()[3].arrays[0]->elementText(0), "10.000000");     // .pof as stored
+    EXPECT_EQ(grid.field("Positions")->fragments()[0].arrays[0]->elementText(1), "{101.000000,200.000000,300.000000}");
+    EXPECT_EQ(attribute<unsigned int>(grid, "WeekDay"), (std::vector<unsigned int>{2, 3, 3, 4}));
+    EXPECT_EQ(attribute<std::string>(grid, "Date").size(), 4u);
+    EXPECT_TRUE(grid.attributes().getAttribute("EPSG").isNull());
+    EXPECT_EQ(grid.notes().size(), 2u);  // one per text file
+    EXPECT_EQ(convertTrajectory2Z9(grid, list({}), noProgress), "");
+}
+
+TEST(TrajectoryEntry, OrderOfFailureChecksAndWhatSurvives) {
+    TempDir dir;
+    ConsoleCapture console;
+    Grid grid;
+    const auto good = dir.write("QVT_Harbour_001_20260310_EPSG25832_EPSG7837.txt", textTrajectory(2, 2));
+    EXPECT_EQ(convertTrajectory2Z9(grid, list({dir.write("a_b_1_20260310_EPSG1.csv", "")}), noProgress),
+              "convertTrajectory2Z9: could not initialise GeoReferenceSystem");  // the name before the extension
+    EXPECT_EQ(console.messages.size(), 1u);
+    const auto capital = (dir.path() / "QVT_Harbour_001_20260310_EPSG25832_EPSG7837.TXT").string();
+    EXPECT_EQ(convertTrajectory2Z9(grid, list({capital}), noProgress),
+              "convertTrajectory2Z9: unknown file extension: " + capital);
+    EXPECT_EQ(convertTrajectory2Z9(grid, list({"x/QVT_Harbour_001_20260310_EPSG25832_EPSG7837"}), noProgress),
+              "convertTrajectory2Z9: unknown file extension: x/QVT_Harbour_001_20260310_EPSG25832_EPSG7837");
+    EXPECT_EQ(grid.attributes().size(), 0u);
+
+    // The second of three fails: the third name, which would throw, is never read.
+    const auto missing = (dir.path() / "QVT_Harbour_002_20260311_EPSG25832_EPSG7837.txt").string();
+    EXPECT_EQ(convertTrajectory2Z9(grid, list({good, missing, "a_b_NaN_20260310_EPSG1_EPSG2.txt"}), noProgress),
+              "Ascii2Z9::run: cannot open file: " + missing);
+    EXPECT_EQ(attribute<std::string>(grid, "Date").size(), 1u);
+    EXPECT_EQ(grid.field("GPSTime")->fragments().size(), 1u);
+
+    // A time outside the file's day: the fields stay, the attributes of the file are not written.
+    Grid timed;
+    const auto wrongDay = dir.write("QVT_Harbour_005_20260310_EPSG25832_EPSG7837.txt", textTrajectory(4, 2));
+    EXPECT_EQ(convertTrajectory2Z9(timed, list({wrongDay}), noProgress),
+              "modifyGPSTime: GPS time 349200.000000 does not lie within week day 2");
+    EXPECT_EQ(timed.field("GPSTime")->fragments().size(), 1u);
+    EXPECT_EQ(timed.attributes().size(), 0u);
+
+    // A converter failure and a time failure together: the converter's text wins.
+    Grid both;
+    const auto broken = dir.write("QVT_Harbour_006_20260310_EPSG25832_EPSG7837.txt", textTrajectory(4, 1) + "1 2\n");
+    EXPECT_EQ(convertTrajectory2Z9(both, list({broken}), noProgress),
+              "Ascii2Z9::run: User column index out of range: Highest Column Index: 6. Number of tokens in this line: 2");
+
+    // A mismatch between files after a successful conversion keeps the file's data.
+    Grid mixed;
+    const auto quay = dir.write("QVT_Quay_002_20260310_EPSG25832_EPSG7837.txt", textTrajectory(2, 1));
+    EXPECT_EQ(convertTrajectory2Z9(mixed, list({good, quay}), noProgress),
+              "addAttributeToGrid:: Different NameOfProject! cannot merge file.");
+    EXPECT_EQ(mixed.field("Positions")->fragments().size(), 2u);
+}
