@@ -59,7 +59,8 @@ case "${1:-}" in
     bench)
         install_missing
         build release
-        for b in build/release/bench/*_bench; do "$b"; done
+        ./build/release/bench/wrap_bench
+        ./build/release/bench/convert_bench
         ;;
     *)
         sed -n '2,7p' "$0"
