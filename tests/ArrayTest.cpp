@@ -316,6 +316,7 @@ TEST(Registration, NineTypesRegisteredAtLoadAndCreateByRank) {
     EXPECT_TRUE((MemArray<1, Point>::typeRegistered));
     EXPECT_TRUE((MemArray<4, Colour>::typeRegistered));
     EXPECT_TRUE((MemArray<3, unsigned short>::typeRegistered));
+    EXPECT_EQ(TesselTypeBase::rememberedTypes().size(), 9u);  // each type object announced itself once
 
     const auto before = MemBase::RegisteredTypes.load();
     Array made = MemBase::create(typeIndexOf<float>(), DynamicSize{2, 3, 4});

@@ -268,11 +268,19 @@ TEST(TrajectoryEntry, OrderOfFailureChecksAndWhatSurvives) {
     EXPECT_EQ(timed.field("GPSTime")->fragments().size(), 1u);
     EXPECT_EQ(timed.attributes().size(), 0u);
 
-    // A converter failure and a time failure together: the converter's text wins.
+    // A converter failure and a time failure together: the converter's text wins.  The
+    // reader stores its block (the callback fills the time failure), then a stop comes.
+    struct StopWhenDone : Ravelin::LoaderProgress {
+        bool report(const std::string&, std::uint32_t value, std::uint32_t total) override { return value < total; }
+    };
     Grid both;
-    const auto broken = dir.write("QVT_Harbour_006_20260310_EPSG25832_EPSG7837.txt", textTrajectory(4, 1) + "1 2\n");
-    EXPECT_EQ(convertTrajectory2Z9(both, list({broken}), noProgress),
-              "Ascii2Z9::run: User column index out of range: Highest Column Index: 6. Number of tokens in this line: 2");
+    const auto pofx = (dir.path() / "QVT_Harbour_006_20260310_EPSG25832_EPSG7837.pofx").string();
+    ASSERT_TRUE(Riegl::writeTrajectoryFile(pofx, true, 25832, {{10.0, 1, 2, 3, 4, 5, 6}}));  // Sunday, not Tuesday
+    const Ravelin::StrongPtr<Ravelin::LoaderProgress, Ravelin::InterfaceBase> stop(new StopWhenDone);
+    EXPECT_EQ(convertTrajectory2Z9(both, list({pofx}), stop), "pofx2tessel: user interruption");
+    EXPECT_EQ(convertTrajectory2Z9(both, list({pofx}), noProgress),
+              "modifyGPSTime: GPS time 10.000000 does not lie within week day 2");
+    EXPECT_EQ(both.attributes().size(), 0u);
 
     // A mismatch between files after a successful conversion keeps the file's data.
     Grid mixed;

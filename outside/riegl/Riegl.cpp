@@ -99,6 +99,10 @@ std::string read(const char* function, const char (&magic)[8], const std::string
         store(grid, "Yaw", name, columns[3], callback);
         done += n;
         ++block;
+        // Each stored block is reported too, so a stop asked for then still ends the reading.
+        if (progress && !progress->report("Read record nr.:", static_cast<std::uint32_t>(done),
+                                          static_cast<std::uint32_t>(count)))
+            return prefix + "user interruption";
     } while (done < count);
     return {};
 }
