@@ -69,10 +69,10 @@ public:
 
     virtual T firstElement() const = 0;
     virtual T lastElement() const = 0;
-    virtual CreativeIterator<T>& multiArray() = 0;
+    CreativeIterator<T>& multiArray() override = 0;
     virtual const CreativeIterator<T>& multiArray() const = 0;
     virtual Ravelin::StrongPtr<Ravelin::TypedChunk<T>, Ravelin::ChunkBase> typedChunk() const = 0;
-    virtual Chunk chunkPointer() const { return Chunk(typedChunk()); }
+    Chunk chunkPointer() const override { return Chunk(typedChunk()); }
     const std::type_info& elementType() const override { return typeid(T); }
 };
 
