@@ -91,27 +91,26 @@ TEST(Parse, MessagesInTheOrderOfTheChecks) {
         p.Parse = text;
         return parseUserInputToContainer(p);
     };
-    Parameter p;
-    EXPECT_EQ(parse("", p), "");
-    EXPECT_TRUE(p.Container.empty());
+    auto fresh = [&](const std::string& text) {
+        Parameter p;
+        return parse(text, p);
+    };
+    EXPECT_EQ(fresh(",P:point:0+1+2"), "\nparseUserInputToContainer: parse string wrong: ,P:point:0+1+2");
+    EXPECT_EQ(fresh("A:double::"), "parseUserInputToContainer: column number wrong: ");
+    EXPECT_EQ(fresh("A:Double:1"), "parseUserInputToContainer: type not supported: Double");
+    EXPECT_EQ(fresh("A: double:1"), "parseUserInputToContainer: type not supported:  double");
+    EXPECT_EQ(fresh("A:point:4"), "parseUserInputToContainer: column number wrong: 4");  // a point needs three
 
+    Parameter empty;
+    EXPECT_EQ(parse("", empty), "");
+    EXPECT_TRUE(empty.Container.empty());
     Parameter q;
-    EXPECT_EQ(parse("P:point:0+1+2,Name:double:", q), "\nparseUserInputToContainer: parse string wrong: P:point:0+1+2,Name:double:");
+    EXPECT_EQ(parse("P:point:0+1+2,Name:double:", q),
+              "\nparseUserInputToContainer: parse string wrong: P:point:0+1+2,Name:double:");
     EXPECT_EQ(q.Container.size(), 1u);  // entries before the faulty one stay
-
-    Parameter r;
-    EXPECT_EQ(parse(",P:point:0+1+2", r), "\nparseUserInputToContainer: parse string wrong: ,P:point:0+1+2");
-    Parameter s;
-    EXPECT_EQ(parse("A:double::", s), "parseUserInputToContainer: column number wrong: ");
     Parameter t;
     EXPECT_EQ(parse("A:nosuch:1+7", t), "parseUserInputToContainer: column number wrong: 1+7");  // count before type
     EXPECT_EQ(t.HighestColumnIndex, 7u);  // numbers are taken in before the count is tested
-    Parameter u;
-    EXPECT_EQ(parse("A:Double:1", u), "parseUserInputToContainer: type not supported: Double");
-    Parameter v;
-    EXPECT_EQ(parse("A: double:1", v), "parseUserInputToContainer: type not supported:  double");
-    Parameter w;  // a point needs three columns
-    EXPECT_EQ(parse("A:point:4", w), "parseUserInputToContainer: column number wrong: 4");
 
     Parameter ok;
     EXPECT_EQ(parse(":double:2abc+0+1,:uint8_t:5,", ok), "");
@@ -119,7 +118,6 @@ TEST(Parse, MessagesInTheOrderOfTheChecks) {
     EXPECT_EQ(ok.Container[0].FieldName, "");
     EXPECT_EQ(ok.Container[0].Columns, (std::vector<std::uint32_t>{2, 0, 1}));
     EXPECT_EQ(ok.HighestColumnIndex, 5u);
-
     Parameter neg;
     EXPECT_EQ(parse("A:int:-1", neg), "");
     EXPECT_EQ(neg.HighestColumnIndex, 4294967295u);
@@ -132,8 +130,7 @@ TEST(Parse, MessagesInTheOrderOfTheChecks) {
         EXPECT_STREQ(e.what(), "stoi");
     }
     EXPECT_EQ(bad.Container.size(), 1u);
-    Parameter big;
-    EXPECT_THROW(parse("A:int:99999999999", big), std::out_of_range);
+    EXPECT_THROW(fresh("A:int:99999999999"), std::out_of_range);
 }
 
 TEST(Convert, FragmentLayoutAcrossTwoFilesWithBlocksOfTwo) {

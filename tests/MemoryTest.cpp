@@ -70,20 +70,6 @@ TEST(Pointers, CountsFromNewObjectToLastWeakPointer) {
     EXPECT_GT(next->serial, serial);
 }
 
-TEST(Pointers, NullPointersAndUpgrade) {
-    StrongPtr<Node> empty;
-    EXPECT_TRUE(empty.isNull());
-    StrongPtr<Node> fromNull(static_cast<Node*>(nullptr));
-    EXPECT_TRUE(fromNull.isNull());
-    EXPECT_EQ(fromNull.block, nullptr);
-
-    StrongPtr<Node> owner(new LeafA);
-    WeakPtr<Node> weak(owner);
-    StrongPtr<Node> upgraded(weak);
-    EXPECT_EQ(upgraded.strongCount(), 2);
-    EXPECT_EQ(upgraded->kind(), 1);
-}
-
 TEST(Pointers, CastToWrongTypeKeepsObjectAlive) {
     const int before = Node::destroyed;
     StrongPtr<LeafB, Node> wrong;
