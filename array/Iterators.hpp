@@ -67,6 +67,14 @@ inline bool next(MultiIndex<4>& index, const MultiIndex<4>& limits) {
     return false;
 }
 
+// Elements in all dimensions.
+template <std::size_t K>
+std::uint64_t productOf(const std::array<std::uint64_t, K>& extents) {
+    std::uint64_t p = 1;
+    for (auto e : extents) p *= e;
+    return p;
+}
+
 namespace detail {
 // Address of the element at `i` on `slab` of rank M, with the first M extents `e`.
 template <int M, class T, std::size_t K>
@@ -91,11 +99,7 @@ template <int N, class T>
 struct MultiArrayBase : CreativeIterator<T> {
     MultiIndex<N> extents{};
 
-    std::uint64_t product() const {
-        std::uint64_t p = 1;
-        for (auto e : extents) p *= e;
-        return p;
-    }
+    std::uint64_t product() const { return productOf(extents); }
 
     // The element at `index`; no index is tested, the caller keeps each below its extent.
     T* elementAddress(const MultiIndex<N>& index) const {

@@ -72,6 +72,7 @@ public:
     CreativeIterator<T>& multiArray() override = 0;
     virtual const CreativeIterator<T>& multiArray() const = 0;
     virtual Ravelin::StrongPtr<Ravelin::TypedChunk<T>, Ravelin::ChunkBase> typedChunk() const = 0;
+    // The chunk as its base, whether or not the typed cast succeeded: its block keeps it alive.
     Chunk chunkPointer() const override { return Chunk(typedChunk()); }
     const std::type_info& elementType() const override { return typeid(T); }
 };
@@ -93,7 +94,6 @@ public:
         return true;
     }
     TypedChunkPtr typedChunk() const override { return chunk; }
-    Chunk chunkPointer() const override { return Chunk(chunk); }
     std::uint64_t byteSize() const override {
         return chunk.isNull() ? 0 : chunk->elementSize() * chunk->elementCount();
     }
@@ -107,7 +107,6 @@ public:
         return text;
     }
     void addSaveInterfaces() override { Ravelin::SaveRegistry<MemBase>::traverse(this); }
-    const std::type_info& elementType() const override { return typeid(T); }
     MultiArray<N, T>& multiArray() override { return *this; }
     const MultiArray<N, T>& multiArray() const override { return *this; }
     void* rawData() const override { return this->data; }
@@ -144,8 +143,7 @@ protected:
         this->data = typed.isNull() ? nullptr : typed->data();
         this->provider = nullptr;
         this->extents = extents;
-        const std::uint64_t p = this->product();
-        if (p < n) this->tail = n - p;
+        this->applyTailRule(this->product());
         holdChunk(source);
     }
 
@@ -171,7 +169,7 @@ public:
     }
     // 2: an array on a new zero-filled chunk of the product of the extents.
     MemArray(const MultiIndex<N>& extents, const CreatorPtr& creator)
-        : MemArray(Chunk(new Ravelin::Chunk<T>(productOf(extents))), extents, creator) {}
+        : MemArray(Chunk(new Ravelin::Chunk<T>(Tessel::productOf(extents))), extents, creator) {}
     // 3: an array on a given slab of a chunk, for views.
     MemArray(const Iterator<T>& slab, const MultiIndex<N>& extents, const Chunk& chunk, const CreatorPtr& creator)
         : MemBase(typeIndexOf<T>(), creator) {
@@ -216,7 +214,7 @@ public:
             }
             Iterator<T> slab = *this;
             slab.offset += index * e;
-            return Array(new MemArray<N - 1, T>(slab, lower, chunkHold(), creator));
+            return Array(new MemArray<N - 1, T>(slab, lower, this->chunkPointer(), creator));
         }
     }
     Array self() override { return Array(this); }
@@ -230,42 +228,25 @@ public:
     }
     // A view of one component on the same chunk, or null for an index too high.
     Array component(int index, const CreatorPtr& creator) override {
-        if (index < 0) return Array();
-        if constexpr (ElementTraits<T>::components == 3) {
-            if (index >= 3) return Array();
-            Iterator<Component> slab;
-            slab.stride = 3;
-            slab.count = 3 * this->count;
-            slab.length = 0;
-            slab.offset = 0;
-            slab.data = this->data ? reinterpret_cast<Component*>(this->data) + index : nullptr;
-            slab.tail = this->count < this->available() - this->tail ? 0 : this->tail + this->count - this->available();
-            return Array(new MemArray<N, Component>(slab, this->extents, chunkHold(), creator));
-        } else {
-            if (index > 0) return Array();
-            Iterator<T> slab;
-            slab.stride = 1;
-            slab.count = this->count;
-            slab.length = this->count;
-            slab.offset = 0;
-            slab.data = this->data;
-            slab.tail = this->count < this->available() - this->tail ? 0 : this->tail + this->count - this->available();
-            return Array(new MemArray<N, T>(slab, this->extents, chunkHold(), creator));
-        }
+        constexpr bool triple = ElementTraits<T>::components == 3;
+        if (index < 0 || index >= static_cast<int>(ElementTraits<T>::components)) return Array();
+        // A point, vector or colour array gives a strided view of its components;
+        // a scalar array gives a plain view of itself.
+        using C = std::conditional_t<triple, Component, T>;
+        Iterator<C> slab;
+        slab.stride = triple ? 3 : 1;
+        slab.count = slab.stride * this->count;
+        slab.length = triple ? 0 : this->count;
+        slab.offset = 0;
+        slab.data = this->data ? reinterpret_cast<C*>(this->data) + index : nullptr;
+        slab.tail = this->count < this->available() - this->tail ? 0 : this->tail + this->count - this->available();
+        return Array(new MemArray<N, C>(slab, this->extents, this->chunkPointer(), creator));
     }
 
 private:
     template <int, class>
     friend class MemArray;
 
-    // The chunk as its base, whether or not the typed cast succeeded: its block keeps it alive.
-    Chunk chunkHold() const { return Chunk(this->chunk); }
-
-    static std::uint64_t productOf(const MultiIndex<N>& extents) {
-        std::uint64_t p = 1;
-        for (auto e : extents) p *= e;
-        return p;
-    }
 };
 
 }  // namespace Tessel

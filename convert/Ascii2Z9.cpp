@@ -51,7 +51,7 @@ void Ascii2Z9::openColumns(TypedColumns<T>& holder) {
         if (!(entry.TypeId == holder.TypeId)) continue;
         Tessel::FieldPtr field = grid[entry.FieldName];
         ColumnContainer<T> column{entry.FieldName, entry.Columns, field, {}, nullptr};
-        column.renew(new Ravelin::Chunk<T>(parameter.ChunkSize));
+        column.renew(parameter.ChunkSize);
         holder.Entries.push_back(std::move(column));
     }
 }
@@ -74,8 +74,7 @@ void Ascii2Z9::flushBlock() {
     forEachHolder([&](auto& holder) {
         for (auto& column : holder.Entries) {
             column.flushColumn(parameter.FragmentCount, parameter.CurrentFile, parameter.OnFragment);
-            using T = std::remove_reference_t<decltype(*column.rows)>;
-            column.renew(new Ravelin::Chunk<T>(column.Chunk->size()));
+            column.renew(column.Chunk->size());
         }
     });
 }

@@ -24,8 +24,9 @@ struct ColumnContainer {
     Ravelin::StrongPtr<Ravelin::Chunk<T>, Ravelin::ChunkBase> Chunk;
     T* rows = nullptr;  // the storage of `Chunk`, so that storing a row needs no pointer test
 
-    void renew(Ravelin::Chunk<T>* fresh) {
-        Chunk = fresh;
+    // Gives the column a fresh chunk of `count` zero elements.
+    void renew(std::size_t count) {
+        Chunk = new Ravelin::Chunk<T>(count);
         rows = Chunk->data();
     }
 

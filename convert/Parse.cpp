@@ -31,12 +31,6 @@ std::vector<std::string> splitText(const std::string& text, char delimiter) {
     return pieces;
 }
 
-// Point, vector and colour need their three columns; a single column would leave
-// two components without a source, so such an entry is refused like a wrong count.
-bool columnCountFits(const Tessel::TesselTypeIndex& type, std::size_t columns) {
-    if (columns == 3) return true;
-    return columns == 1 && type.components == 1;
-}
 }  // namespace
 
 std::string parseUserInputToContainer(Parameter& parameter) {
@@ -55,7 +49,10 @@ std::string parseUserInputToContainer(Parameter& parameter) {
         const auto& table = ColumnTypes();
         const auto type = table.find(items[1]);
         if (type == table.end()) return std::string(Messages::TypeNotSupported) + items[1];
-        if (!columnCountFits(type->second, columns.size())) return std::string(Messages::ColumnNumberWrong) + items[2];
+        // Point, vector and colour need their three columns; a single column would leave
+        // two components without a source, so such an entry is refused like a wrong count.
+        if (columns.size() == 1 && type->second.components == 3)
+            return std::string(Messages::ColumnNumberWrong) + items[2];
 
         parameter.Container.push_back(ContainerEntry{std::move(columns), items[0], type->second});
     }

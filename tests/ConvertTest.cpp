@@ -189,14 +189,11 @@ TEST(Convert, EmptyLastFragmentAndOnFragmentEditingInPlace) {
 
 TEST(Convert, TokenConversionNarrowsAndPassesStandardExceptions) {
     TempDir dir;
+    const std::string parse = "I:int:0,U8:uint8_t:1,U16:uint16_t:2,U32:uint32_t:3,F:float:4,C:rgb:1+2+3";
     Grid grid;
     Parameter p;
-    p.Files = files({dir.write("n.txt",
-                               "1.5 300 70000 -1 7,5\n"
-                               "1e5 256 -1 2147483647 1e39x\n"
-                               "12abc -1 0 0 0x10\n"
-                               "+5 0 0 0 -0\r\n")});
-    p.Parse = "I:int:0,U8:uint8_t:1,U16:uint16_t:2,U32:uint32_t:3,F:float:4,C:rgb:1+2+3";
+    p.Files = files({dir.write("n.txt", "1 2 3 4 5\n1 2 3 4 1e39x\n")});
+    p.Parse = parse;
     p.ChunkSize = 16;
     // "1e39x" is out of range for float: the exception leaves ascii2z9.
     try {
@@ -211,7 +208,7 @@ TEST(Convert, TokenConversionNarrowsAndPassesStandardExceptions) {
     Grid grid2;
     Parameter q;
     q.Files = files({dir.write("m.txt", "1.5 300 70000 -1 7,5\n1e5 256 -1 2147483647 1e38\n12abc -1 0 0 0x10\n+5 0 0 0 -0\r\n")});
-    q.Parse = p.Parse;
+    q.Parse = parse;
     q.ChunkSize = 16;
     EXPECT_EQ(ascii2z9(grid2, q), "");
     EXPECT_EQ(fragmentValues<int>(grid2, "I", "m0"), (std::vector<int>{1, 1, 12, 5}));

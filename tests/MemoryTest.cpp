@@ -349,12 +349,10 @@ TEST(Values, PackedLayoutAndZeroInitialisation) {
     points[4][1] = 2.5;
     const auto* raw = reinterpret_cast<const double*>(points.data());
     EXPECT_EQ(raw[3 * 4 + 1], 2.5);
-    EXPECT_EQ(reinterpret_cast<const char*>(&points[999]) - reinterpret_cast<const char*>(&points[0]), 999 * 24);
 
     std::vector<Colour> colours(1000);
     colours[7][0] = 200;
     EXPECT_EQ(reinterpret_cast<const unsigned char*>(colours.data())[21], 200);
-    EXPECT_EQ(reinterpret_cast<const char*>(&colours[999]) - reinterpret_cast<const char*>(&colours[0]), 999 * 3);
 
     PS::vector v{};
     EXPECT_EQ(v[0] + v[1] + v[2], 0.0);
