@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
+#include <cstring>
 #include <limits>
 
+#include "convert/LineReader.hpp"
 #include "convert/Messages.hpp"
+#include "convert/NumberConversion.hpp"
 #include "convert/Parse.hpp"
 #include "convert/TokenConversion.hpp"
 #include "outside/notes/GridNotes.hpp"
@@ -14,15 +16,11 @@ namespace Pallion {
 
 namespace {
 
-constexpr std::streamsize LargestStreamSize = std::numeric_limits<std::streamsize>::max();
 constexpr std::uint64_t UnknownEstimate = std::numeric_limits<std::uint64_t>::max();
 
-void skipHeader(std::istream& stream, std::uint32_t lines) {
-    for (std::uint32_t i = 0; i < lines; ++i) stream.ignore(LargestStreamSize, '\n');
-}
-
 // How many lines the file is taken to have: its size over the length of its
-// first line after the header.  Serves the progress report alone.
+// first line after the header.  Serves the progress report alone, and reads
+// the file apart from the main reading, which stays where it is.
 std::uint64_t estimateLines(const std::string& name, std::uint32_t headerLines) {
     std::FILE* file = std::fopen(name.c_str(), "rb");
     if (file == nullptr) return UnknownEstimate;
@@ -30,17 +28,22 @@ std::uint64_t estimateLines(const std::string& name, std::uint32_t headerLines) 
     const long size = std::ftell(file);
     std::fclose(file);
 
-    std::ifstream second(name, std::ios_base::in);
-    if (!second.is_open()) return UnknownEstimate;
-    skipHeader(second, headerLines);
-    std::string first;
-    std::getline(second, first);
-    const std::uint64_t length = first.size();
+    LineReader second(name, std::size_t{1} << 16);
+    if (!second.isOpen()) return UnknownEstimate;
+    second.skipLines(headerLines);
+    const std::uint64_t length = second.nextLineLength();
     // No line, or an empty one, after the header: nothing to divide by, so
     // the size of the table is unknown.
     if (length == 0 || size < 0) return UnknownEstimate;
     const auto bytes = static_cast<std::uint64_t>(size);
     return bytes < length ? 1 : bytes / length;
+}
+
+// The first multiple of `step` at or above `count`: the row count at which
+// the next progress report falls due.
+std::uint64_t nextMultiple(std::uint64_t count, std::uint64_t step) {
+    const std::uint64_t rest = count % step;
+    return rest == 0 ? count : count + (step - rest);
 }
 
 }  // namespace
@@ -62,12 +65,25 @@ void Ascii2Z9::storeLine() {
     forEachHolder([&](auto& holder) {
         for (auto& column : holder.Entries) storeElement(column.rows[row], tokens, column.Columns);
     });
+    finishRow();
+}
+
+void Ascii2Z9::finishRow() {
     ++parameter.BlockFill;
     ++parameter.LineCount;
     if (parameter.BlockFill < parameter.ChunkSize) return;
     flushBlock();
     ++parameter.FragmentCount;
     parameter.BlockFill = 0;
+    if (fastRows) planRows();
+}
+
+void Ascii2Z9::planRows() {
+    plan.start(parameter.Delimiter, parameter.HighestColumnIndex);
+    forEachHolder([&](auto& holder) {
+        for (auto& column : holder.Entries) plan.add(column);
+    });
+    plan.finish();
 }
 
 void Ascii2Z9::flushBlock() {
@@ -95,6 +111,10 @@ std::string Ascii2Z9::run() {
     if (parameter.ChunkSize == 0) return std::string(Messages::ChunkSizeZero);
 
     forEachHolder([&](auto& holder) { openColumns(holder); });
+    // The fast number conversion reads '.' as the decimal point; under a locale
+    // that writes it otherwise, every line goes the standard way.
+    fastRows = decimalPointIsDot();
+    if (fastRows) planRows();
 
     for (const std::string& name : *parameter.Files) {
         std::string failure = readFile(name);
@@ -109,25 +129,45 @@ std::string Ascii2Z9::readFile(const std::string& name) {
     // refused like a file that cannot be opened, rather than read as an empty table.
     std::error_code ignored;
     if (std::filesystem::is_directory(name, ignored)) return std::string(Messages::CannotOpenFile) + name;
-    std::ifstream stream(name, std::ios_base::in);
-    if (!stream.is_open()) return std::string(Messages::CannotOpenFile) + name;
-    skipHeader(stream, parameter.HeaderLines);
+    LineReader reader(name);
+    if (!reader.isOpen()) return std::string(Messages::CannotOpenFile) + name;
+    reader.skipLines(parameter.HeaderLines);
 
     const std::uint64_t estimate = estimateLines(name, parameter.HeaderLines);
     const std::uint64_t step = estimate > 99 ? estimate / 100 : 1;
     parameter.CurrentFile = name;
 
     Ravelin::LoaderProgress* progress = parameter.Progress.get();
+    std::uint64_t reportAt = nextMultiple(parameter.LineCount, step);
     std::vector<std::string>& tokens = parameter.Tokens;
-    std::string line;
-    while (std::getline(stream, line, '\n')) {
-        if (parameter.LineCount % step == 0 && progress != nullptr) {
-            const std::uint64_t value = std::min(estimate, parameter.LineCount);
-            if (!progress->report(std::string(Messages::ProgressReadLine), static_cast<std::uint32_t>(value),
-                                  static_cast<std::uint32_t>(estimate)))
-                return std::string(Messages::UserInterruption);
+    const char delimiter = parameter.Delimiter;
+    const char* line;
+    const char* end;
+    while (reader.nextLine(line, end)) {
+        if (parameter.LineCount == reportAt) {
+            reportAt += step;
+            if (progress != nullptr) {
+                const std::uint64_t value = std::min(estimate, parameter.LineCount);
+                if (!progress->report(std::string(Messages::ProgressReadLine), static_cast<std::uint32_t>(value),
+                                      static_cast<std::uint32_t>(estimate)))
+                    return std::string(Messages::UserInterruption);
+            }
         }
-        split(line.data(), line.size(), tokens, parameter.Delimiter);
+        const auto length = static_cast<std::size_t>(end - line);
+        // The fast row leaves `Tokens` empty; it is filled only where someone
+        // can look at it: while a full block is flushed, and on a failure, which
+        // the standard way below reports.  Tokens left over from before the run
+        // send its first line the standard way, which appends to them.
+        if (fastRows && tokens.empty()) {
+            const char* stop = reader.sawNul() ? static_cast<const char*>(std::memchr(line, '\0', length)) : nullptr;
+            if (plan.store(line, stop != nullptr ? stop : end, parameter.BlockFill)) {
+                if (parameter.BlockFill + 1 == parameter.ChunkSize) split(line, length, tokens, delimiter);
+                finishRow();
+                tokens.clear();
+                continue;
+            }
+        }
+        split(line, length, tokens, delimiter);
         if (parameter.HighestColumnIndex >= tokens.size())
             return std::string(Messages::ColumnIndexOutOfRange) + std::to_string(parameter.HighestColumnIndex) +
                    std::string(Messages::TokensInLine) + std::to_string(tokens.size());

@@ -7,6 +7,7 @@
 #include "array/ElementTraits.hpp"
 #include "convert/Columns.hpp"
 #include "convert/Parameter.hpp"
+#include "convert/RowPlan.hpp"
 #include "outside/grid/Grid.hpp"
 
 namespace Pallion {
@@ -44,6 +45,10 @@ public:
 
 private:
     std::string readFile(const std::string& name);
+    // Counts the row just written, and flushes the block when it is full.
+    void finishRow();
+    // Plans the fast rows for the chunks the columns hold now.
+    void planRows();
 
     template <class F>
     void forEachHolder(F&& f) {
@@ -53,6 +58,8 @@ private:
     Parameter& parameter;
     Tessel::Grid& grid;
     Holders holders;
+    RowPlan plan;
+    bool fastRows = false;
 };
 
 }  // namespace Pallion

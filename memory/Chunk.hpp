@@ -10,6 +10,7 @@
 #include <typeinfo>
 #include <vector>
 
+#include "memory/HugePages.hpp"
 #include "outside/core/ChunkBase.hpp"
 
 namespace Ravelin {
@@ -57,9 +58,12 @@ class Chunk final : public TypedChunk<T>, public std::vector<T> {
 public:
     using Root = typename ChunkRoot<T>::type;
 
-    explicit Chunk(std::size_t count) : std::vector<T>(count) { account(); }
-    Chunk(std::size_t count, bool reserveOnly) : std::vector<T>(reserveOnly ? 0 : count) {
-        if (reserveOnly) std::vector<T>::reserve(count);
+    explicit Chunk(std::size_t count) { valueInitialise(count); account(); }
+    Chunk(std::size_t count, bool reserveOnly) {
+        if (reserveOnly)
+            std::vector<T>::reserve(count);
+        else
+            valueInitialise(count);
         account();
     }
     explicit Chunk(const std::vector<T>& values) : std::vector<T>(values) { account(); }
@@ -80,6 +84,19 @@ public:
     }
 
 private:
+    // `count` zero elements.  A large block is reserved first and advised to
+    // be backed by huge pages, so that zeroing it costs few page faults; the
+    // result is the same vector as std::vector<T>(count), whose exceptions a
+    // count beyond max_size() still raises.
+    void valueInitialise(std::size_t count) {
+        if (count > std::vector<T>::max_size() || count * sizeof(T) < HugePageAdviceThreshold) {
+            std::vector<T>::operator=(std::vector<T>(count));
+            return;
+        }
+        std::vector<T>::reserve(count);
+        adviseHugePages(std::vector<T>::data(), count * sizeof(T));
+        std::vector<T>::resize(count);
+    }
     std::int64_t bytes() const { return static_cast<std::int64_t>(std::vector<T>::size() * sizeof(T)); }
     // Runs last in each constructor, so a constructor that throws adds nothing.
     void account() { ChunkBase::TotalMemsize.fetch_add(bytes(), std::memory_order_relaxed); }
