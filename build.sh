@@ -16,6 +16,7 @@ install_missing() {
     [ -f /usr/include/gtest/gtest.h ] || need+=(libgtest-dev)
     [ -f /usr/include/gmock/gmock.h ] || need+=(libgmock-dev)
     [ -f /usr/include/benchmark/benchmark.h ] || need+=(libbenchmark-dev)
+    [ -f /usr/include/fast_float/fast_float.h ] || need+=(libfast-float-dev)
     if [ ${#need[@]} -gt 0 ]; then
         echo "Installing from Debian's packages: ${need[*]}" >&2
         if [ "$(id -u)" -ne 0 ]; then

@@ -1,21 +1,38 @@
-// End-to-end conversion speed.  Generates, in a temporary directory, a table of
-// 10 million rows of three coordinates with three decimals, blank-delimited
-// (about 310 MB), and a 2-million-row seven-column trajectory table, converts
-// each with ascii2z9 and reports MB/s and rows/s.
+// End-to-end conversion speed against a parse-only loop, in one run on the
+// same generated tables:
+//   - points: 10 million rows of three coordinates with three decimals,
+//     blank-delimited (about 310 MB), "Positions:point:0+1+2";
+//   - trajectory: 2 million rows of seven columns, the trajectory parse string;
+//   - a 3-row table with the default ChunkSize.
+// The parse-only loop reads the file once in blocks and turns every number
+// into a double with std::from_chars, into a zeroed vector advised to use huge
+// pages: the floor for any reader of the table.  Each measurement runs in a
+// child process of its own, so that its peak memory (maximum resident set)
+// is its own; the chunks that the conversion must make are shown beside it.
 //
-//   convert_bench [--rows N] [--trajectory-rows N]
+//   convert_bench [--rows N] [--trajectory-rows N] [--keep DIR]
+#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
-#include <iostream>
+#include <functional>
 #include <random>
 #include <string>
+#include <vector>
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "convert/Ascii2Z9.hpp"
 #include "convert/Messages.hpp"
+#include "memory/HugePages.hpp"
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 std::uint64_t writeTable(const std::filesystem::path& file, std::uint64_t rows, bool trajectory) {
     std::FILE* out = std::fopen(file.c_str(), "wb");
@@ -40,40 +57,145 @@ std::uint64_t writeTable(const std::filesystem::path& file, std::uint64_t rows, 
     return std::filesystem::file_size(file);
 }
 
-void run(const std::string& label, const std::filesystem::path& file, const std::string& parse, std::uint64_t rows) {
-    const auto bytes = std::filesystem::file_size(file);
+// Reads the file in 1 MiB blocks and parses every number; gives the count.
+std::uint64_t parseOnly(const std::filesystem::path& file, std::uint64_t numbers) {
+    std::vector<double> values;
+    values.reserve(numbers);
+    Ravelin::adviseHugePages(values.data(), numbers * sizeof(double));
+    values.resize(numbers);
+    std::FILE* in = std::fopen(file.c_str(), "rb");
+    std::vector<char> block(std::size_t{1} << 20);
+    std::size_t kept = 0;
+    std::uint64_t count = 0;
+    for (;;) {
+        const std::size_t got = std::fread(block.data() + kept, 1, block.size() - kept, in);
+        const std::size_t filled = kept + got;
+        // Parse up to the last line end; the part behind it waits for the next block.
+        std::size_t usable = filled;
+        if (got > 0)
+            while (usable > 0 && block[usable - 1] != '\n') --usable;
+        const char* p = block.data();
+        const char* end = block.data() + usable;
+        while (p < end) {
+            while (p < end && (*p == ' ' || *p == '\n')) ++p;
+            if (p == end) break;
+            double value;
+            const auto parsed = std::from_chars(p, end, value);
+            if (parsed.ec != std::errc() || count == numbers) break;
+            values[count++] = value;
+            p = parsed.ptr;
+        }
+        kept = filled - usable;
+        std::memmove(block.data(), block.data() + usable, kept);
+        if (got == 0) break;
+    }
+    std::fclose(in);
+    return count;
+}
+
+std::uint64_t convert(const std::filesystem::path& file, const std::string& parse) {
     Tessel::Grid grid;
     Pallion::Parameter parameter;
     parameter.Files = new Ravelin::StringList{file.string()};
     parameter.Parse = parse;
-    const auto start = std::chrono::steady_clock::now();
     const std::string result = Pallion::ascii2z9(grid, parameter);
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    if (!result.empty() || parameter.LineCount != rows) {
-        std::cerr << label << ": conversion failed: " << result << '\n';
+    if (!result.empty()) {
+        std::fprintf(stderr, "conversion failed: %s\n", result.c_str());
         std::exit(1);
     }
-    std::printf("%-12s %10llu rows %8.1f MB %7.2f s %8.1f MB/s %12.0f rows/s\n", label.c_str(),
-                static_cast<unsigned long long>(rows), bytes / 1e6, seconds, bytes / 1e6 / seconds, rows / seconds);
+    return parameter.LineCount;
+}
+
+struct Measure {
+    double seconds;
+    double peakMB;
+};
+
+// Runs `work` in a child process; gives its time and its peak memory.  The
+// child exits 1 unless `work` gives `expected`.
+Measure inChild(const std::function<std::uint64_t()>& work, std::uint64_t expected) {
+    int channel[2];
+    if (pipe(channel) != 0) std::exit(1);
+    const pid_t child = fork();
+    if (child == 0) {
+        const auto start = Clock::now();
+        const std::uint64_t got = work();
+        const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+        if (write(channel[1], &seconds, sizeof seconds) != sizeof seconds) _exit(1);
+        _exit(got == expected ? 0 : 1);
+    }
+    close(channel[1]);
+    double seconds = 0;
+    const bool heard = read(channel[0], &seconds, sizeof seconds) == sizeof seconds;
+    close(channel[0]);
+    int status = 0;
+    rusage usage{};
+    wait4(child, &status, 0, &usage);
+    if (!heard || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        std::fprintf(stderr, "a measurement failed or counted wrong\n");
+        std::exit(1);
+    }
+    return {seconds, static_cast<double>(usage.ru_maxrss) / 1024.0};
+}
+
+// Bytes of the chunks a conversion makes: every column's first chunk, and a
+// fresh one after each full block.
+double chunkMB(std::uint64_t rows, std::uint64_t bytesPerRow) {
+    const std::uint64_t chunkSize = Pallion::Parameter().ChunkSize;
+    const std::uint64_t chunks = 1 + rows / chunkSize;
+    return static_cast<double>(chunks * chunkSize * bytesPerRow) / 1048576.0;
+}
+
+void table(const char* label, const std::filesystem::path& file, const std::string& parse, std::uint64_t rows,
+           std::uint64_t numbers, std::uint64_t bytesPerRow) {
+    const double mb = static_cast<double>(std::filesystem::file_size(file)) / 1e6;
+    // Best of three for each, as the file stays in the page cache.
+    Measure floor{1e9, 0}, ours{1e9, 0};
+    for (int i = 0; i < 3; ++i) {
+        const Measure a = inChild([&] { return parseOnly(file, numbers); }, numbers);
+        const Measure b = inChild([&] { return convert(file, parse); }, rows);
+        if (a.seconds < floor.seconds) floor = a;
+        if (b.seconds < ours.seconds) ours = b;
+    }
+    std::printf("%-10s %9llu rows %7.1f MB | parse-only %6.3f s | ascii2z9 %6.3f s %7.1f MB/s %5.1f M rows/s | "
+                "ratio %4.2f | peak %6.0f MiB, chunks %6.0f MiB\n",
+                label, static_cast<unsigned long long>(rows), mb, floor.seconds, ours.seconds, mb / ours.seconds,
+                static_cast<double>(rows) / ours.seconds / 1e6, ours.seconds / floor.seconds, ours.peakMB,
+                chunkMB(rows, bytesPerRow));
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     std::uint64_t rows = 10000000, trajectoryRows = 2000000;
+    std::string keep;
     for (int i = 1; i + 1 < argc; i += 2) {
         const std::string option = argv[i];
         if (option == "--rows") rows = std::strtoull(argv[i + 1], nullptr, 10);
         if (option == "--trajectory-rows") trajectoryRows = std::strtoull(argv[i + 1], nullptr, 10);
+        if (option == "--keep") keep = argv[i + 1];
     }
-    const auto dir = std::filesystem::temp_directory_path() / ("pallion-bench-" + std::to_string(std::random_device()()));
-    std::filesystem::create_directory(dir);
+    const auto dir = keep.empty() ? std::filesystem::temp_directory_path() /
+                                        ("pallion-bench-" + std::to_string(std::random_device()()))
+                                  : std::filesystem::path(keep);
+    std::filesystem::create_directories(dir);
     const auto points = dir / "points.txt";
     const auto trajectory = dir / "trajectory.txt";
+    const auto tiny = dir / "tiny.txt";
     writeTable(points, rows, false);
     writeTable(trajectory, trajectoryRows, true);
-    run("points", points, "Positions:point:0+1+2", rows);
-    run("trajectory", trajectory, std::string(Pallion::Messages::TrajectoryParse), trajectoryRows);
-    std::filesystem::remove_all(dir);
+    writeTable(tiny, 3, false);
+
+    table("points", points, "Positions:point:0+1+2", rows, rows * 3, 24);
+    table("trajectory", trajectory, std::string(Pallion::Messages::TrajectoryParse), trajectoryRows,
+          trajectoryRows * 7, 24 + 4 * 8);
+    Measure small{1e9, 0};
+    for (int i = 0; i < 3; ++i) {
+        const Measure m = inChild([&] { return convert(tiny, "Positions:point:0+1+2"); }, 3);
+        if (m.seconds < small.seconds) small = m;
+    }
+    std::printf("3 rows, default ChunkSize: ascii2z9 %6.3f s | peak %6.0f MiB, chunks %6.0f MiB\n", small.seconds,
+                small.peakMB, chunkMB(3, 24));
+    if (keep.empty()) std::filesystem::remove_all(dir);
     return 0;
 }

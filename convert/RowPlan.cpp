@@ -2,7 +2,34 @@
 
 #include <algorithm>
 
+#include "convert/FastNumbers.hpp"
+
 namespace Pallion {
+
+namespace {
+
+template <class C>
+bool storeComponent(const char* first, const char* last, std::byte* into, const char*& end) noexcept {
+    C value;
+    if constexpr (std::is_floating_point_v<C>) {
+        if (!detail::fastFloating(first, last, value, end)) return false;
+    } else {
+        int wide;
+        if (!detail::fastInteger(first, last, wide, end)) return false;
+        value = static_cast<C>(wide);  // a value too wide keeps its low bits
+    }
+    std::memcpy(into, &value, sizeof value);
+    return true;
+}
+
+}  // namespace
+
+RowPlan::Store RowPlan::storeFor(bool floating, std::size_t width) {
+    if (floating) return width == sizeof(double) ? &storeComponent<double> : &storeComponent<float>;
+    if (width == 1) return &storeComponent<std::uint8_t>;
+    if (width == 2) return &storeComponent<std::uint16_t>;
+    return &storeComponent<std::uint32_t>;  // int and unsigned int alike: the same 32 bits
+}
 
 void RowPlan::start(char lineDelimiter, std::uint32_t highest) {
     delimiter = lineDelimiter;

@@ -18,31 +18,8 @@
 
 #include "array/ElementTraits.hpp"
 #include "convert/Columns.hpp"
-#include "convert/NumberConversion.hpp"
 
 namespace Pallion {
-
-// Converts the number at `first` into a component of type C at `into`, as the
-// standard conversion of C's kind would, and gives the end of the number;
-// false where the standard conversion has to decide.
-template <class C>
-bool storeComponent(const char* first, const char* last, std::byte* into, const char*& end) noexcept {
-    if constexpr (std::is_same_v<C, double>) {
-        double value;
-        if (!fastDouble(first, last, value, end)) return false;
-        std::memcpy(into, &value, sizeof value);
-    } else if constexpr (std::is_same_v<C, float>) {
-        float value;
-        if (!fastFloat(first, last, value, end)) return false;
-        std::memcpy(into, &value, sizeof value);
-    } else {
-        int value;
-        if (!fastInt(first, last, value, end)) return false;
-        const auto narrowed = static_cast<C>(value);  // a value too wide keeps its low bits
-        std::memcpy(into, &narrowed, sizeof narrowed);
-    }
-    return true;
-}
 
 class RowPlan {
 public:
@@ -58,7 +35,7 @@ public:
         static_assert(sizeof(T) == Traits::components * sizeof(C), "components lie side by side");
         auto* rows = reinterpret_cast<std::byte*>(column.rows);
         for (unsigned i = 0; i < Traits::components; ++i)
-            pending.push_back({column.Columns[i], {rows, sizeof(T), i * sizeof(C), &storeComponent<C>}});
+            pending.push_back({column.Columns[i], {rows, sizeof(T), i * sizeof(C), storeFor(std::is_floating_point_v<C>, sizeof(C))}});
     }
 
     // Orders what was added by token; call once after the last add.
@@ -69,11 +46,18 @@ public:
     bool store(const char* line, const char* end, std::uint64_t row) const;
 
 private:
+    // Converts the number at the start of [first, last) into one component and
+    // gives the end of the number; false where the standard conversion decides.
+    using Store = bool (*)(const char* first, const char* last, std::byte* into, const char*& end) noexcept;
+    // A floating component is read as std::stod or std::stof would read it; an
+    // integer one as std::stoi, keeping the low bits of its width.
+    static Store storeFor(bool floating, std::size_t width);
+
     struct Target {
         std::byte* rows;
         std::size_t stride;
         std::size_t offset;
-        bool (*convert)(const char*, const char*, std::byte*, const char*&) noexcept;
+        Store convert;
     };
     struct Token {
         std::uint32_t column;
