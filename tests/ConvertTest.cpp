@@ -2,6 +2,7 @@
 // conversion and the fragments that reach the grid.
 #include <gtest/gtest.h>
 
+#include <clocale>
 #include <fstream>
 #include <sstream>
 
@@ -358,6 +359,8 @@ TEST(Convert, BadFilesGiveTheirTexts) {
     EXPECT_EQ(run({dir.write("empty.txt", "")}), std::make_pair(std::string(), std::size_t{1}));
     EXPECT_EQ(run({dir.write("head.txt", "x y z\n"), good}, "Positions:point:0+1+2", 3),
               std::make_pair(std::string(), std::size_t{1}));
+    // Skipping ends with the file: the largest count is no failure and takes no time.
+    EXPECT_EQ(run({good, good}, "Positions:point:0+1+2", 4294967295u), std::make_pair(std::string(), std::size_t{1}));
     EXPECT_EQ(run({dir.write("gap.txt", "1 2 3\n\n4 5 6\n")}).first,
               "Ascii2Z9::run: User column index out of range: Highest Column Index: 2. Number of tokens in this line: 0");
     EXPECT_EQ(run({dir.write("two.txt", "1 2 3\n4 5\n")}).first,
@@ -374,4 +377,83 @@ TEST(Convert, BadFilesGiveTheirTexts) {
     auto points = fragmentValues<Tessel::Point>(grid, "Positions", "nul0");
     ASSERT_EQ(points.size(), 2u);
     EXPECT_EQ(points[1], Quillon::make<Tessel::Point>(4.0, 5.0, 6.0));
+}
+
+// Each line is read in one pass where its tokens are plain, and the standard
+// way where they are not; both must give the standard values, and the
+// tokens of a line must be there whenever someone can look at them.
+TEST(Convert, PlainAndUnusualTokensGiveTheStandardValuesAndTokensShowAtAFlush) {
+    TempDir dir;
+    const auto file = dir.write("mixed.txt",
+                                "1.5 -2 3e2 7\r\n"          // CR in the last token
+                                "0x1p3 +4 \t5 -0\n"         // hexadecimal, a plus, leading white space
+                                "12abc 1.5.5 .5 2147483647\n"  // trailing garbage
+                                "1 2 3 4 5 6\n");             // tokens no column reads
+    Grid grid;
+    Parameter p;
+    p.Files = files({file});
+    p.Parse = "P:point:0+1+2,I:int:3";
+    p.ChunkSize = 2;
+    std::vector<std::vector<std::string>> seen;
+    p.OnFragment = [&](const ChunkPtr&, const std::string& field, const std::string&) {
+        if (field == "P") seen.push_back(p.Tokens);
+    };
+    EXPECT_EQ(ascii2z9(grid, p), "");
+    using Tessel::Point;
+    EXPECT_EQ(fragmentValues<Point>(grid, "P", "mixed0"),
+              (std::vector<Point>{Quillon::make<Point>(1.5, -2.0, 300.0), Quillon::make<Point>(8.0, 4.0, 5.0)}));
+    EXPECT_EQ(fragmentValues<Point>(grid, "P", "mixed1"),
+              (std::vector<Point>{Quillon::make<Point>(12.0, 1.5, 0.5), Quillon::make<Point>(1.0, 2.0, 3.0)}));
+    EXPECT_EQ(fragmentValues<int>(grid, "I", "mixed0"), (std::vector<int>{7, 0}));
+    EXPECT_EQ(fragmentValues<int>(grid, "I", "mixed1"), (std::vector<int>{2147483647, 4}));
+    ASSERT_EQ(seen.size(), 3u);  // two full blocks and the empty last one
+    EXPECT_EQ(seen[0], (std::vector<std::string>{"0x1p3", "+4", "\t5", "-0"}));
+    EXPECT_EQ(seen[1], (std::vector<std::string>{"1", "2", "3", "4", "5", "6"}));
+    EXPECT_TRUE(seen[2].empty());
+    EXPECT_TRUE(p.Tokens.empty());
+
+    // A delimiter that can stand inside a number still only splits.
+    Grid eGrid;
+    Parameter e;
+    e.Files = files({dir.write("e.txt", "1e2e3\n-4.5e+6e7\n")});
+    e.Delimiter = 'e';
+    e.ChunkSize = 4;
+    EXPECT_EQ(ascii2z9(eGrid, e), "");
+    EXPECT_EQ(fragmentValues<Point>(eGrid, "Positions", "e0"),
+              (std::vector<Point>{Quillon::make<Point>(1.0, 2.0, 3.0), Quillon::make<Point>(-4.5, 6.0, 7.0)}));
+
+    // A failing line leaves its tokens behind: a NUL ends it after three tokens.
+    Grid nulGrid;
+    Parameter n;
+    n.Files = files({dir.write("nul.txt", std::string("1 2 3 4\n5 6 7\0 8\n", 18))});
+    n.Parse = "P:point:0+1+2,I:int:3";
+    n.ChunkSize = 4;
+    EXPECT_EQ(ascii2z9(nulGrid, n),
+              "Ascii2Z9::run: User column index out of range: Highest Column Index: 3. Number of tokens in this line: 3");
+    EXPECT_EQ(n.Tokens, (std::vector<std::string>{"5", "6", "7"}));
+    EXPECT_EQ(n.LineCount, 1u);
+
+    // So does a token that no conversion takes.
+    Grid badGrid;
+    Parameter b;
+    b.Files = files({dir.write("bad.txt", "1 2 3\n4 1e-310 6\n")});
+    b.ChunkSize = 4;
+    EXPECT_THROW(ascii2z9(badGrid, b), std::out_of_range);
+    EXPECT_EQ(b.Tokens, (std::vector<std::string>{"4", "1e-310", "6"}));
+    EXPECT_EQ(b.LineCount, 1u);
+}
+
+TEST(Convert, ALocaleWithADecimalCommaIsHonouredAsTheStandardFunctionsDo) {
+    const std::string previous = std::setlocale(LC_NUMERIC, nullptr);
+    if (std::setlocale(LC_NUMERIC, "de_DE.UTF-8") == nullptr) GTEST_SKIP() << "locale de_DE.UTF-8 is not installed";
+    TempDir dir;
+    Grid grid;
+    Parameter p;
+    p.Files = files({dir.write("de.txt", "1.5 2,5 3\n")});
+    p.ChunkSize = 4;
+    const std::string result = ascii2z9(grid, p);
+    std::setlocale(LC_NUMERIC, previous.c_str());
+    EXPECT_EQ(result, "");
+    EXPECT_EQ(fragmentValues<Tessel::Point>(grid, "Positions", "de0"),
+              (std::vector<Tessel::Point>{Quillon::make<Tessel::Point>(1.0, 2.5, 3.0)}));
 }

@@ -1,6 +1,8 @@
 // Counted pointers, chunks and value layouts.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <atomic>
 #include <cstring>
 #include <stdexcept>
@@ -294,6 +296,23 @@ TEST(Chunks, MemsizeForConstructionCloneReserveAndDestruction) {
         EXPECT_EQ(floats->elementCount(), 5u);
     }
     EXPECT_EQ(ChunkBase::TotalMemsize.load(), base);
+}
+
+// Large chunks take another road to their storage (reserved, advised, then
+// value-initialised); they must still be all zero, also on reused memory.
+TEST(Chunks, LargeChunksAreZeroAndExactlyAsLargeAsAsked) {
+    const std::size_t count = (std::size_t{8} << 20) / sizeof(double) + 3;
+    const auto base = ChunkBase::TotalMemsize.load();
+    for (int round = 0; round < 3; ++round) {
+        StrongPtr<Chunk<double>, ChunkBase> chunk(new Chunk<double>(count));
+        EXPECT_EQ(chunk->size(), count);
+        EXPECT_EQ(chunk->capacity(), count);
+        EXPECT_EQ(ChunkBase::TotalMemsize - base, static_cast<std::int64_t>(count * sizeof(double)));
+        EXPECT_EQ(std::count(chunk->begin(), chunk->end(), 0.0), static_cast<std::ptrdiff_t>(count));
+        std::fill(chunk->begin(), chunk->end(), 1.0);  // what the next round's chunk may be made from
+    }
+    StrongPtr<Chunk<PS::point>, ChunkBase> points(new Chunk<PS::point>((std::size_t{5} << 20) / 24));
+    EXPECT_TRUE(std::all_of(points->begin(), points->end(), [](const PS::point& p) { return p[0] == 0 && p[2] == 0; }));
 }
 
 TEST(Chunks, OversizedCountsThrowTheStandardTextsAndAddNothing) {
