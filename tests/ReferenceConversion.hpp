@@ -1,0 +1,296 @@
+// A plain reading of text tables, written straight from the documented
+// behaviour with std::getline, split and std::stod / std::stof / std::stoi,
+// and the same conversion through ascii2z9, each recorded as an Outcome:
+// result text or exception, counters, tokens, progress reports, hook calls
+// and every fragment with its bytes.  Two equal outcomes mean that the fast
+// reading path behaved exactly as the plain one; the differential test and
+// the whole-file fuzz target compare them.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <exception>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "array/ElementTraits.hpp"
+#include "convert/Ascii2Z9.hpp"
+#include "convert/Messages.hpp"
+#include "convert/Parse.hpp"
+#include "outside/grid/Grid.hpp"
+
+namespace reference {
+
+struct Settings {
+    std::vector<std::string> files;
+    std::uint32_t headerLines = 0;
+    std::string parse = "Positions:point:0+1+2";
+    char delimiter = ' ';
+    std::uint32_t chunkSize = 4;
+    std::size_t stopAtReport = 0;  // the progress object answers false to this report (1-based); 0: never
+};
+
+struct Fragment {
+    std::string field;
+    std::string name;
+    std::string bytes;
+    bool operator==(const Fragment&) const = default;
+};
+
+struct Outcome {
+    std::string result;
+    std::string exception;  // "kind: what()" when the conversion threw
+    std::uint64_t lineCount = 0, blockFill = 0, fragmentCount = 0;
+    std::string currentFile;
+    std::vector<std::string> tokens;
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> reports;
+    std::vector<std::string> hookCalls;  // field, file, element count and the tokens at that moment
+    std::vector<Fragment> fragments;     // field by field in the order of the parse string, each in flush order
+    bool operator==(const Outcome&) const = default;
+};
+
+inline std::ostream& operator<<(std::ostream& out, const Outcome& o) {
+    out << "result \"" << o.result << "\" exception \"" << o.exception << "\" rows " << o.lineCount << " fill "
+        << o.blockFill << " blocks " << o.fragmentCount << " file " << o.currentFile << " tokens " << o.tokens.size()
+        << " reports " << o.reports.size() << " hooks " << o.hookCalls.size() << " fragments:";
+    for (const Fragment& f : o.fragments) out << ' ' << f.field << '/' << f.name << '#' << f.bytes.size();
+    return out;
+}
+
+inline std::string exceptionText(std::exception_ptr caught) {
+    try {
+        std::rethrow_exception(caught);
+    } catch (const std::invalid_argument& e) {
+        return std::string("invalid_argument: ") + e.what();
+    } catch (const std::out_of_range& e) {
+        return std::string("out_of_range: ") + e.what();
+    } catch (const std::exception& e) {
+        return std::string("exception: ") + e.what();
+    }
+}
+
+inline std::string hookCall(const std::string& field, const std::string& file, std::size_t count,
+                            const std::vector<std::string>& tokens) {
+    std::string call = field + '|' + file + '|' + std::to_string(count);
+    for (const std::string& token : tokens) call += '|' + token;
+    return call;
+}
+
+inline std::vector<std::string> distinctFields(const Pallion::Parameter& p) {
+    std::vector<std::string> fields;
+    for (const Pallion::ContainerEntry& entry : p.Container)
+        if (std::find(fields.begin(), fields.end(), entry.FieldName) == fields.end()) fields.push_back(entry.FieldName);
+    return fields;
+}
+
+class RecordingProgress : public Ravelin::LoaderProgress {
+public:
+    RecordingProgress(std::vector<std::pair<std::uint32_t, std::uint32_t>>& into, std::size_t stopAt)
+        : reports(into), stop(stopAt) {}
+    bool report(const std::string&, std::uint32_t value, std::uint32_t total) override {
+        reports.emplace_back(value, total);
+        return reports.size() != stop;
+    }
+
+private:
+    std::vector<std::pair<std::uint32_t, std::uint32_t>>& reports;
+    std::size_t stop;
+};
+
+// The conversion as written down: getline, split, the standard conversions.
+class PlainReading {
+public:
+    explicit PlainReading(const Settings& s) : settings(s) {}
+
+    Outcome run() {
+        try {
+            out.result = convert();
+        } catch (...) {
+            out.exception = exceptionText(std::current_exception());
+        }
+        out.lineCount = p.LineCount;
+        out.blockFill = p.BlockFill;
+        out.fragmentCount = p.FragmentCount;
+        out.currentFile = p.CurrentFile;
+        out.tokens = p.Tokens;
+        // As the grid lists them: field by field in the order of the parse string,
+        // a field's fragments by name in the order first made, a name's arrays in
+        // the order stored.
+        for (const std::string& field : distinctFields(p)) {
+            std::vector<std::string> names;
+            for (const Fragment& f : flushed)
+                if (f.field == field && std::find(names.begin(), names.end(), f.name) == names.end())
+                    names.push_back(f.name);
+            for (const std::string& name : names)
+                for (const Fragment& f : flushed)
+                    if (f.field == field && f.name == name) out.fragments.push_back(f);
+        }
+        return out;
+    }
+
+private:
+    struct Column {
+        std::string field;
+        std::vector<std::uint32_t> columns;
+        std::size_t elementSize;
+        std::vector<unsigned char> rows;
+        void (*store)(unsigned char*, const std::vector<std::string>&, const std::vector<std::uint32_t>&);
+    };
+
+    template <class T>
+    static void storeRow(unsigned char* into, const std::vector<std::string>& tokens,
+                         const std::vector<std::uint32_t>& columns) {
+        using Traits = Tessel::ElementTraits<T>;
+        using C = typename Traits::Component;
+        C values[Traits::components];
+        for (unsigned i = 0; i < Traits::components; ++i) {
+            const std::string& token = tokens[columns[i]];
+            if constexpr (std::is_same_v<C, double>)
+                values[i] = std::stod(token);
+            else if constexpr (std::is_same_v<C, float>)
+                values[i] = std::stof(token);
+            else
+                values[i] = static_cast<C>(std::stoi(token));
+        }
+        std::memcpy(into, values, sizeof values);
+    }
+
+    std::string convert() {
+        p.Parse = settings.parse;
+        p.Delimiter = settings.delimiter == 't' ? '\t' : settings.delimiter;
+        std::string parsed = Pallion::parseUserInputToContainer(p);
+        if (!parsed.empty()) return parsed;
+        if (settings.files.empty()) return std::string(Pallion::Messages::NoInputFiles);
+        if (p.Container.empty()) return std::string(Pallion::Messages::NoContainer);
+        if (settings.chunkSize == 0) return std::string(Pallion::Messages::ChunkSizeZero);
+        Tessel::forEachElementType([&]<class T>() {
+            const auto type = Tessel::makeTypeIndex<T>();
+            for (const Pallion::ContainerEntry& entry : p.Container)
+                if (entry.TypeId == type)
+                    columns.push_back({entry.FieldName, entry.Columns, sizeof(T),
+                                       std::vector<unsigned char>(sizeof(T) * settings.chunkSize), &storeRow<T>});
+        });
+        for (const std::string& name : settings.files) {
+            std::string failure = readFile(name);
+            if (!failure.empty()) return failure;
+        }
+        if (p.BlockFill < settings.chunkSize) flush(p.BlockFill);
+        return {};
+    }
+
+    std::string readFile(const std::string& name) {
+        std::error_code ignored;
+        if (std::filesystem::is_directory(name, ignored)) return std::string(Pallion::Messages::CannotOpenFile) + name;
+        std::ifstream stream(name, std::ios_base::in);
+        if (!stream.is_open()) return std::string(Pallion::Messages::CannotOpenFile) + name;
+        for (std::uint32_t i = 0; i < settings.headerLines; ++i)
+            stream.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+        const std::uint64_t estimate = estimateLines(name);
+        const std::uint64_t step = estimate > 99 ? estimate / 100 : 1;
+        p.CurrentFile = name;
+        std::string line;
+        while (std::getline(stream, line, '\n')) {
+            if (p.LineCount % step == 0) {
+                out.reports.emplace_back(static_cast<std::uint32_t>(std::min(estimate, p.LineCount)),
+                                         static_cast<std::uint32_t>(estimate));
+                if (out.reports.size() == settings.stopAtReport)
+                    return std::string(Pallion::Messages::UserInterruption);
+            }
+            Pallion::split(line.data(), line.size(), p.Tokens, p.Delimiter);
+            if (p.HighestColumnIndex >= p.Tokens.size())
+                return std::string(Pallion::Messages::ColumnIndexOutOfRange) + std::to_string(p.HighestColumnIndex) +
+                       std::string(Pallion::Messages::TokensInLine) + std::to_string(p.Tokens.size());
+            for (Column& column : columns)
+                column.store(column.rows.data() + p.BlockFill * column.elementSize, p.Tokens, column.columns);
+            ++p.BlockFill;
+            ++p.LineCount;
+            if (p.BlockFill == settings.chunkSize) {
+                flush(settings.chunkSize);
+                ++p.FragmentCount;
+                p.BlockFill = 0;
+            }
+            p.Tokens.clear();
+        }
+        return {};
+    }
+
+    std::uint64_t estimateLines(const std::string& name) const {
+        std::FILE* file = std::fopen(name.c_str(), "rb");
+        if (file == nullptr) return std::numeric_limits<std::uint64_t>::max();
+        std::fseek(file, 0, SEEK_END);
+        const long size = std::ftell(file);
+        std::fclose(file);
+        std::ifstream second(name, std::ios_base::in);
+        for (std::uint32_t i = 0; i < settings.headerLines; ++i)
+            second.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+        std::string first;
+        std::getline(second, first);
+        if (first.empty()) return std::numeric_limits<std::uint64_t>::max();
+        return static_cast<std::uint64_t>(size) < first.size() ? 1 : static_cast<std::uint64_t>(size) / first.size();
+    }
+
+    void flush(std::uint64_t rows) {
+        const std::string name =
+            std::filesystem::path(p.CurrentFile).stem().string() + std::to_string(p.FragmentCount);
+        for (Column& column : columns) {
+            out.hookCalls.push_back(hookCall(column.field, p.CurrentFile, rows, p.Tokens));
+            flushed.push_back({column.field, name,
+                               std::string(column.rows.begin(), column.rows.begin() + static_cast<std::ptrdiff_t>(rows * column.elementSize))});
+            std::fill(column.rows.begin(), column.rows.end(), 0);
+        }
+    }
+
+    const Settings& settings;
+    Pallion::Parameter p;
+    Outcome out;
+    std::vector<Column> columns;
+    std::vector<Fragment> flushed;
+};
+
+inline Outcome plainReading(const Settings& settings) { return PlainReading(settings).run(); }
+
+// The same conversion through ascii2z9, read back from the grid.
+inline Outcome libraryReading(const Settings& settings) {
+    Outcome out;
+    Tessel::Grid grid;
+    Pallion::Parameter p;
+    p.Files = new Ravelin::StringList;
+    p.Files->assign(settings.files.begin(), settings.files.end());
+    p.HeaderLines = settings.headerLines;
+    p.Parse = settings.parse;
+    p.Delimiter = settings.delimiter;
+    p.ChunkSize = settings.chunkSize;
+    p.Progress = new RecordingProgress(out.reports, settings.stopAtReport);
+    p.OnFragment = [&](const Pallion::ChunkPtr& chunk, const std::string& field, const std::string& file) {
+        out.hookCalls.push_back(hookCall(field, file, chunk->elementCount(), p.Tokens));
+    };
+    try {
+        out.result = Pallion::ascii2z9(grid, p);
+    } catch (...) {
+        out.exception = exceptionText(std::current_exception());
+    }
+    out.lineCount = p.LineCount;
+    out.blockFill = p.BlockFill;
+    out.fragmentCount = p.FragmentCount;
+    out.currentFile = p.CurrentFile;
+    out.tokens = p.Tokens;
+    for (const std::string& name : distinctFields(p)) {
+        const Tessel::FieldPtr field = grid.field(name);
+        if (field.isNull()) continue;
+        for (const Tessel::Field::Fragment& fragment : field->fragments())
+            for (const Tessel::MemBase::Array& array : fragment.arrays)
+                out.fragments.push_back({name, fragment.id->name,
+                                         std::string(static_cast<const char*>(array->rawData()), array->byteSize())});
+    }
+    return out;
+}
+
+}  // namespace reference
