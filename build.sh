@@ -4,6 +4,9 @@
 #   ./build.sh test       builds and runs the whole test suite (optimised build)
 #   ./build.sh sanitize   builds and runs the whole test suite under ASan and UBSan
 #   ./build.sh bench      builds and runs the benchmarks
+#   ./build.sh consumer   installs into a temporary prefix and builds a separate project
+#                         against it with find_package, then again with add_subdirectory
+#   ./build.sh package    makes the Debian package and builds the separate project against its contents
 # Missing tools are installed from Debian's packages first (needs root).
 set -euo pipefail
 cd "$(dirname "$0")"
@@ -13,6 +16,7 @@ install_missing() {
     command -v g++ >/dev/null || need+=(g++)
     command -v cmake >/dev/null || need+=(cmake)
     command -v ninja >/dev/null || need+=(ninja-build)
+    command -v pkg-config >/dev/null || need+=(pkg-config)
     [ -f /usr/include/gtest/gtest.h ] || need+=(libgtest-dev)
     [ -f /usr/include/gmock/gmock.h ] || need+=(libgmock-dev)
     [ -f /usr/include/benchmark/benchmark.h ] || need+=(libbenchmark-dev)
@@ -32,6 +36,14 @@ install_missing() {
     if ! locale -a 2>/dev/null | grep -qix 'de_DE.utf8' && [ "$(id -u)" -eq 0 ]; then
         localedef -i de_DE -f UTF-8 de_DE.UTF-8 >/dev/null 2>&1 || true
     fi
+}
+
+# Configures, builds and runs the separate project of tests/consumer with the
+# given way of finding the library ($1) in the build folder $2.
+consume() {
+    cmake -S tests/consumer -B "$2" -G Ninja -DCMAKE_BUILD_TYPE=Release "$1" >/dev/null
+    cmake --build "$2" >/dev/null
+    "$2/consumer"
 }
 
 build() {
@@ -68,8 +80,34 @@ case "${1:-}" in
         ./build/release/bench/wrap_bench
         ./build/release/bench/convert_bench
         ;;
+    consumer)
+        install_missing
+        build release >/dev/null
+        scratch=$(mktemp -d)
+        trap 'rm -rf "$scratch"' EXIT
+        cmake --install build/release --prefix "$scratch/prefix" >/dev/null
+        consume "-DCMAKE_PREFIX_PATH=$scratch/prefix" "$scratch/find"
+        consume "-DPALLION_SOURCE_DIR=$PWD" "$scratch/subdirectory"
+        # The pkg-config file, for hosts that do not build with CMake.
+        export PKG_CONFIG_PATH="$scratch/prefix/lib/pkgconfig"
+        g++ $(pkg-config --cflags pallion) tests/consumer/Consumer.cpp $(pkg-config --libs pallion) -o "$scratch/pkgconfig"
+        "$scratch/pkgconfig"
+        ;;
+    package)
+        install_missing
+        build release >/dev/null
+        rm -rf build/release/packages
+        (cd build/release && cpack -G DEB >/dev/null)
+        deb=$(ls build/release/packages/*.deb)
+        echo "$deb"
+        dpkg-deb --field "$deb" Package Version Depends
+        scratch=$(mktemp -d)
+        trap 'rm -rf "$scratch"' EXIT
+        dpkg-deb -x "$deb" "$scratch/root"
+        consume "-DCMAKE_PREFIX_PATH=$scratch/root/usr" "$scratch/find"
+        ;;
     *)
-        sed -n '2,7p' "$0"
+        sed -n '2,11p' "$0"
         exit 2
         ;;
 esac

@@ -26,9 +26,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "convert/Ascii2Z9.hpp"
-#include "convert/Messages.hpp"
-#include "memory/HugePages.hpp"
+#include "pallion/convert/Ascii2Z9.hpp"
+#include "pallion/convert/Messages.hpp"
+#include "pallion/memory/HugePages.hpp"
 
 namespace {
 

@@ -2,7 +2,7 @@
 // element: the cost must not depend on the chunk's length.
 #include <benchmark/benchmark.h>
 
-#include "array/MemArray.hpp"
+#include "pallion/array/MemArray.hpp"
 
 using namespace Tessel;
 

@@ -13,10 +13,10 @@
 
 #include <unistd.h>
 
-#include "convert/Ascii2Z9.hpp"
-#include "outside/core/Console.hpp"
-#include "outside/grid/Grid.hpp"
-#include "trajectory/Trajectory.hpp"
+#include "pallion/convert/Ascii2Z9.hpp"
+#include "ravelin/Console.hpp"
+#include "tessel/Grid.hpp"
+#include "pallion/trajectory/Trajectory.hpp"
 
 namespace {
 

@@ -1,8 +1,8 @@
 // The typed array model: type objects, slabs, arrays and their registration.
 #include <gtest/gtest.h>
 
-#include "array/MemArray.hpp"
-#include "array/Registration.hpp"
+#include "pallion/array/MemArray.hpp"
+#include "pallion/array/Registration.hpp"
 
 using namespace Tessel;
 using Ravelin::Chunk;

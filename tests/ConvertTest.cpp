@@ -6,10 +6,10 @@
 #include <fstream>
 #include <sstream>
 
-#include "array/MemArray.hpp"
-#include "convert/Ascii2Z9.hpp"
-#include "convert/Parse.hpp"
-#include "tests/TestSupport.hpp"
+#include "pallion/array/MemArray.hpp"
+#include "pallion/convert/Ascii2Z9.hpp"
+#include "pallion/convert/Parse.hpp"
+#include "TestSupport.hpp"
 
 using namespace Pallion;
 using Tessel::Grid;

@@ -9,10 +9,10 @@
 #include <thread>
 #include <vector>
 
-#include "memory/Chunk.hpp"
-#include "memory/SaveRegistry.hpp"
-#include "outside/core/Cacheable.hpp"
-#include "values/Quillon.hpp"
+#include "pallion/memory/Chunk.hpp"
+#include "pallion/memory/SaveRegistry.hpp"
+#include "ravelin/Cacheable.hpp"
+#include "pallion/values/Quillon.hpp"
 
 using namespace Ravelin;
 

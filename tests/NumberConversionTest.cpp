@@ -4,7 +4,7 @@
 
 #include <clocale>
 
-#include "tests/NumberTokens.hpp"
+#include "NumberTokens.hpp"
 
 namespace {
 #ifdef PALLION_SANITIZE

@@ -16,7 +16,7 @@
 #include <variant>
 #include <vector>
 
-#include "convert/NumberConversion.hpp"
+#include "pallion/convert/NumberConversion.hpp"
 
 namespace numbertokens {
 

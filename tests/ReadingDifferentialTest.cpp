@@ -6,8 +6,8 @@
 
 #include <random>
 
-#include "tests/ReferenceConversion.hpp"
-#include "tests/TestSupport.hpp"
+#include "ReferenceConversion.hpp"
+#include "TestSupport.hpp"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <fstream>
 #include <sstream>
 
-#include "array/MemArray.hpp"
-#include "convert/Ascii2Z9.hpp"
-#include "tests/TestSupport.hpp"
+#include "pallion/array/MemArray.hpp"
+#include "pallion/convert/Ascii2Z9.hpp"
+#include "TestSupport.hpp"
 
 using namespace Pallion;
 using Tessel::Grid;

@@ -21,11 +21,11 @@
 #include <tuple>
 #include <vector>
 
-#include "array/ElementTraits.hpp"
-#include "convert/Ascii2Z9.hpp"
-#include "convert/Messages.hpp"
-#include "convert/Parse.hpp"
-#include "outside/grid/Grid.hpp"
+#include "pallion/array/ElementTraits.hpp"
+#include "pallion/convert/Ascii2Z9.hpp"
+#include "pallion/convert/Messages.hpp"
+#include "pallion/convert/Parse.hpp"
+#include "tessel/Grid.hpp"
 
 namespace reference {
 

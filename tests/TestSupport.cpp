@@ -1,4 +1,4 @@
-#include "tests/TestSupport.hpp"
+#include "TestSupport.hpp"
 
 #include <fstream>
 #include <random>

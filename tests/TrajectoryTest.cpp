@@ -3,14 +3,14 @@
 
 #include <fstream>
 
-#include "memory/Chunk.hpp"
-#include "outside/chronometry/Chronometry.hpp"
-#include "outside/core/Console.hpp"
-#include "outside/riegl/Riegl.hpp"
-#include "tests/TestSupport.hpp"
-#include "trajectory/FilenameDatum.hpp"
-#include "trajectory/GridAttributes.hpp"
-#include "trajectory/Trajectory.hpp"
+#include "pallion/memory/Chunk.hpp"
+#include "tellus/Chronometry.hpp"
+#include "ravelin/Console.hpp"
+#include "riegl/Riegl.hpp"
+#include "TestSupport.hpp"
+#include "pallion/trajectory/FilenameDatum.hpp"
+#include "pallion/trajectory/GridAttributes.hpp"
+#include "pallion/trajectory/Trajectory.hpp"
 
 using namespace Pallion;
 using Tessel::Grid;

@@ -1,0 +1,24 @@
+// Named values of a grid.  Each value is a chunk; names keep the order in
+// which they were first set.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ravelin/ChunkBase.hpp"
+
+namespace Ravelin {
+
+class Attributes {
+public:
+    void setAttribute(const std::string& key, const StrongPtr<ChunkBase, ChunkBase>& value);
+    StrongPtr<ChunkBase, ChunkBase> getAttribute(const std::string& key) const;
+    std::vector<std::string> names() const;
+    std::size_t size() const { return entries.size(); }
+
+private:
+    std::vector<std::pair<std::string, StrongPtr<ChunkBase, ChunkBase>>> entries;
+};
+
+}  // namespace Ravelin

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "pallion/memory/Pointers.hpp"
+
+namespace Ravelin {
+
+// Domain of the creators of arrays.  This library only passes such pointers on, as null.
+class Creature : public ReferenceBase<Creature> {};
+
+}  // namespace Ravelin

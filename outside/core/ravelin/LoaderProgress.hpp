@@ -1,0 +1,20 @@
+// Receiver of progress reports.  A host derives from it and overrides report();
+// a false result asks the running conversion to stop.
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+#include "ravelin/Interfaces.hpp"
+
+namespace Ravelin {
+
+class LoaderProgress : public Interface<LoaderProgress>, public std::mutex {
+public:
+    virtual bool report(const std::string& /*message*/, std::uint32_t /*value*/, std::uint32_t /*total*/) {
+        return true;
+    }
+};
+
+}  // namespace Ravelin

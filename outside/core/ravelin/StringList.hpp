@@ -1,0 +1,17 @@
+#pragma once
+
+#include <list>
+#include <string>
+
+#include "pallion/memory/Pointers.hpp"
+
+namespace Ravelin {
+
+// A counted list of file names.
+class StringList : public ReferenceBase<StringList>, public std::list<std::string> {
+public:
+    StringList() = default;
+    StringList(std::initializer_list<std::string> names) : std::list<std::string>(names) {}
+};
+
+}  // namespace Ravelin

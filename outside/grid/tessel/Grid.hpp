@@ -1,0 +1,121 @@
+// The grid library stand-in: grids, fields and fragments.
+//
+// A field keeps the arrays given to it, fragment by fragment, in the order in
+// which each fragment name was first stored.  Storing under a fragment name
+// that the field already has appends the array to that fragment: a field never
+// drops data that it was given, and a host sees every array it holds.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ravelin/Attributes.hpp"
+#include "ravelin/Cacheable.hpp"
+#include "ravelin/Creature.hpp"
+#include "tessel/MemBase.hpp"
+
+namespace Tessel {
+
+class OwnerBase {
+public:
+    virtual ~OwnerBase() = default;
+};
+
+template <class X>
+struct Ownable {
+    class Container : public Ravelin::ReferenceBase<Container>, public virtual OwnerBase {};
+};
+
+class CreativeArrayBase : public Ravelin::Creature {};
+class BaseSpace {};
+
+class FragmentID : public Ravelin::ReferenceBase<FragmentID> {
+public:
+    explicit FragmentID(std::string fragmentName) : name(std::move(fragmentName)) {}
+    const std::string name;
+};
+
+using FragmentPtr = Ravelin::StrongPtr<FragmentID, FragmentID>;
+
+class Field : public Ownable<CreativeArrayBase>::Container {
+public:
+    struct Fragment {
+        FragmentPtr id;
+        std::vector<MemBase::Array> arrays;  // more than one only if a name was stored more than once
+    };
+
+    explicit Field(std::string fieldName) : name(std::move(fieldName)) {}
+
+    // The field's fragment id of that name, made at first request.
+    const FragmentPtr& makeFragmentID(const std::string& fragmentName);
+    void setPersistentData(const MemBase::Array& array, const FragmentPtr& fragment,
+                           const Ravelin::StrongPtr<Ravelin::Cache, Ravelin::CacheBase>& cache,
+                           const std::string& text);
+
+    const std::string& fieldName() const { return name; }
+    const std::vector<Fragment>& fragments() const { return stored; }
+    // The arrays of a fragment, or null if the field has none of that name.
+    const Fragment* fragment(const std::string& fragmentName) const;
+
+private:
+    std::string name;
+    std::vector<FragmentPtr> ids;
+    std::vector<Fragment> stored;
+};
+
+using FieldPtr = Ravelin::StrongPtr<Field, Ownable<CreativeArrayBase>::Container>;
+
+class Grid;
+
+// What Grid::operator[] gives: the field of that name, made when first asked for.
+class FieldProxy {
+public:
+    FieldProxy(Grid& grid, std::string name) : owner(grid), fieldName(std::move(name)) {}
+    operator FieldPtr&() const;  // NOLINT: the conversion is the proxy's purpose
+
+private:
+    Grid& owner;
+    std::string fieldName;
+};
+
+class Grid : public Ownable<BaseSpace>::Container {
+public:
+    struct Note {
+        std::string converter;
+        std::string text;
+    };
+
+    FieldProxy operator[](const std::string& name) { return FieldProxy(*this, name); }
+    bool makeCartesianRepresentation(int dimension, const std::string& name, unsigned short flags);
+
+    Ravelin::Attributes& attributes() { return attrs; }
+    const Ravelin::Attributes& attributes() const { return attrs; }
+    std::uint64_t timeStamp() const { return stamp; }
+    void setTimeStamp(std::uint64_t value) { stamp = value; }
+
+    // Read access for hosts: fields in the order they were made, one by name (null if absent).
+    const std::vector<FieldPtr>& fields() const { return fieldList; }
+    FieldPtr field(const std::string& name) const;
+    bool hasCartesianRepresentation() const { return representations > 0; }
+    int cartesianRepresentationCount() const { return representations; }
+
+    // Texts noted by converters about what they did.
+    void addNote(const std::string& converter, const std::string& text) { noteList.push_back({converter, text}); }
+    const std::vector<Note>& notes() const { return noteList; }
+
+private:
+    friend class FieldProxy;
+    FieldPtr& fieldFor(const std::string& name);
+
+    Ravelin::Attributes attrs;
+    std::uint64_t stamp = 0;
+    std::vector<FieldPtr> fieldList;
+    std::vector<Note> noteList;
+    int representations = 0;
+};
+
+using GridPtr = Ravelin::StrongPtr<Grid, Ownable<BaseSpace>::Container>;
+
+}  // namespace Tessel

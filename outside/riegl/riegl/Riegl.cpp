@@ -1,0 +1,159 @@
+#include "riegl/Riegl.hpp"
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+
+#include "pallion/array/MemArray.hpp"
+
+namespace Riegl {
+
+namespace {
+
+constexpr char PofMagic[8] = {'P', 'A', 'L', 'P', 'O', 'F', '1', '\0'};
+constexpr char PofxMagic[8] = {'P', 'A', 'L', 'P', 'O', 'F', 'X', '1'};
+constexpr std::uint64_t RecordsPerFragment = 10000000;
+constexpr std::size_t HeaderBytes = 24;
+constexpr double SecondsPerDay = 86400.0;
+
+struct FileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
+
+template <class T>
+void store(Tessel::Grid& grid, const std::string& field, const std::string& fragmentName,
+           const Ravelin::StrongPtr<Ravelin::Chunk<T>, Ravelin::ChunkBase>& chunk, const ChunkCallback* callback) {
+    const ChunkPtr base(chunk);
+    if (callback != nullptr && *callback) (*callback)(base, field);
+    Tessel::FieldPtr target = grid[field];
+    const Tessel::FragmentPtr fragment = target->makeFragmentID(fragmentName);
+    const Tessel::MemBase::Array array(
+        new Tessel::MemArray<1, T>(base, {static_cast<std::uint64_t>(chunk->size())}, Tessel::CreatorPtr()));
+    target->setPersistentData(array, fragment, Ravelin::Cache::MemCache(), std::string());
+}
+
+std::string read(const char* function, const char (&magic)[8], const std::string& fileName, Tessel::Grid& grid,
+                 int epsg, const ChunkCallback* callback, const Progress& progress) {
+    const std::string prefix = std::string(function) + ": ";
+    std::error_code ignored;
+    if (std::filesystem::is_directory(fileName, ignored)) return prefix + "cannot open file: " + fileName;
+    File file(std::fopen(fileName.c_str(), "rb"));
+    if (!file) return prefix + "cannot open file: " + fileName;
+
+    unsigned char header[HeaderBytes];
+    if (std::fread(header, 1, HeaderBytes, file.get()) != HeaderBytes || std::memcmp(header, magic, 8) != 0)
+        return prefix + "not a trajectory file of this layout: " + fileName;
+    std::int32_t fileEpsg;
+    std::uint64_t count;
+    std::memcpy(&fileEpsg, header + 8, 4);
+    std::memcpy(&count, header + 16, 8);
+    if (fileEpsg != 0 && epsg > 0 && fileEpsg != epsg)
+        return prefix + "file holds EPSG " + std::to_string(fileEpsg) + ", its name says " + std::to_string(epsg) +
+               ": " + fileName;
+    std::fseek(file.get(), 0, SEEK_END);
+    const long size = std::ftell(file.get());
+    const std::uint64_t held = size < 0 ? 0 : (static_cast<std::uint64_t>(size) - HeaderBytes) / sizeof(Record);
+    if (held != count || static_cast<std::uint64_t>(size) != HeaderBytes + count * sizeof(Record))
+        return prefix + "truncated file: " + std::to_string(count) + " records announced, " + std::to_string(held) +
+               " present: " + fileName;
+    std::fseek(file.get(), static_cast<long>(HeaderBytes), SEEK_SET);
+
+    grid.makeCartesianRepresentation(3, std::string(), 0);
+    const std::string stem = std::filesystem::path(fileName).stem().string();
+    const std::uint64_t step = count > 99 ? count / 100 : 1;
+    std::uint64_t done = 0;
+    std::uint64_t block = 0;
+    std::vector<Record> records;
+    do {
+        const std::uint64_t n = std::min<std::uint64_t>(RecordsPerFragment, count - done);
+        Ravelin::StrongPtr<Ravelin::Chunk<Tessel::Point>, Ravelin::ChunkBase> positions(new Ravelin::Chunk<Tessel::Point>(n));
+        Ravelin::StrongPtr<Ravelin::Chunk<double>, Ravelin::ChunkBase> columns[4];
+        for (auto& column : columns) column = new Ravelin::Chunk<double>(n);
+        records.resize(std::min<std::uint64_t>(n, 65536));
+        for (std::uint64_t i = 0; i < n;) {
+            const std::size_t batch = static_cast<std::size_t>(std::min<std::uint64_t>(records.size(), n - i));
+            if (std::fread(records.data(), sizeof(Record), batch, file.get()) != batch)
+                return prefix + "read error: " + fileName;
+            for (std::size_t r = 0; r < batch; ++r, ++i) {
+                const Record& rec = records[r];
+                (*columns[0])[i] = rec[0];
+                (*positions)[i] = Quillon::make<Tessel::Point>(rec[1], rec[2], rec[3]);
+                (*columns[1])[i] = rec[4];
+                (*columns[2])[i] = rec[5];
+                (*columns[3])[i] = rec[6];
+                const std::uint64_t index = done + i;
+                if (progress && index % step == 0 &&
+                    !progress->report("Read record nr.:", static_cast<std::uint32_t>(index),
+                                      static_cast<std::uint32_t>(count)))
+                    return prefix + "user interruption";
+            }
+        }
+        const std::string name = stem + std::to_string(block);
+        store(grid, "Positions", name, positions, callback);
+        store(grid, "GPSTime", name, columns[0], callback);
+        store(grid, "Roll", name, columns[1], callback);
+        store(grid, "Pitch", name, columns[2], callback);
+        store(grid, "Yaw", name, columns[3], callback);
+        done += n;
+        ++block;
+        // Each stored block is reported too, so a stop asked for then still ends the reading.
+        if (progress && !progress->report("Read record nr.:", static_cast<std::uint32_t>(done),
+                                          static_cast<std::uint32_t>(count)))
+            return prefix + "user interruption";
+    } while (done < count);
+    return {};
+}
+
+}  // namespace
+
+std::string pofx2tessel(const std::string& fileName, Tessel::Grid& grid, const int& epsg,
+                        const ChunkCallback& callback, const Progress& progress) {
+    return read("pofx2tessel", PofxMagic, fileName, grid, epsg, &callback, progress);
+}
+
+void modifyGPSTime(std::string& failure, const int& weekDay, const ChunkPtr& chunk, const std::string& fieldName) {
+    if (fieldName != "GPSTime") return;
+    auto fail = [&](const std::string& text) {
+        if (failure.empty()) failure = "modifyGPSTime: " + text;
+    };
+    if (weekDay < 0 || weekDay > 6) return fail("week day " + std::to_string(weekDay) + " is not from 0 to 6");
+    auto* times = dynamic_cast<Ravelin::Chunk<double>*>(chunk.get());
+    if (times == nullptr) return fail("the GPSTime chunk holds no doubles");
+    const double start = weekDay * SecondsPerDay;
+    for (double t : *times) {
+        const double ofDay = t - start;
+        if (!(ofDay >= 0.0 && ofDay < SecondsPerDay)) {
+            char text[160];
+            std::snprintf(text, sizeof text, "GPS time %.6f does not lie within week day %d", t, weekDay);
+            return fail(text);
+        }
+    }
+    for (double& t : *times) t -= start;
+}
+
+bool writeTrajectoryFile(const std::string& fileName, bool extended, std::int32_t epsg,
+                         const std::vector<Record>& records) {
+    File file(std::fopen(fileName.c_str(), "wb"));
+    if (!file) return false;
+    unsigned char header[HeaderBytes] = {};
+    std::memcpy(header, extended ? PofxMagic : PofMagic, 8);
+    std::memcpy(header + 8, &epsg, 4);
+    const std::uint64_t count = records.size();
+    std::memcpy(header + 16, &count, 8);
+    return std::fwrite(header, 1, HeaderBytes, file.get()) == HeaderBytes &&
+           std::fwrite(records.data(), sizeof(Record), records.size(), file.get()) == records.size();
+}
+
+}  // namespace Riegl
+
+namespace Pallion {
+
+std::string convertPOFtoZ9(const std::string& fileName, Tessel::Grid& grid, const int& epsg,
+                           const Riegl::Progress& progress) {
+    return Riegl::read("convertPOFtoZ9", Riegl::PofMagic, fileName, grid, epsg, nullptr, progress);
+}
+
+}  // namespace Pallion

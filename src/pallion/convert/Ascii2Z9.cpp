@@ -1,0 +1,203 @@
+#include "pallion/convert/Ascii2Z9.hpp"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+
+#include "pallion/convert/LineReader.hpp"
+#include "pallion/convert/Messages.hpp"
+#include "pallion/convert/NumberConversion.hpp"
+#include "pallion/convert/Parse.hpp"
+#include "pallion/convert/TokenConversion.hpp"
+#include "gridnotes/GridNotes.hpp"
+
+namespace Pallion {
+
+namespace {
+
+constexpr std::uint64_t UnknownEstimate = std::numeric_limits<std::uint64_t>::max();
+
+// How many lines the file is taken to have: its size over the length of its
+// first line after the header.  Serves the progress report alone, and reads
+// the file apart from the main reading, which stays where it is.
+std::uint64_t estimateLines(const std::string& name, std::uint32_t headerLines) {
+    std::FILE* file = std::fopen(name.c_str(), "rb");
+    if (file == nullptr) return UnknownEstimate;
+    std::fseek(file, 0, SEEK_END);
+    const long size = std::ftell(file);
+    std::fclose(file);
+
+    LineReader second(name, std::size_t{1} << 16);
+    if (!second.isOpen()) return UnknownEstimate;
+    second.skipLines(headerLines);
+    const std::uint64_t length = second.nextLineLength();
+    // No line, or an empty one, after the header: nothing to divide by, so
+    // the size of the table is unknown.
+    if (length == 0 || size < 0) return UnknownEstimate;
+    const auto bytes = static_cast<std::uint64_t>(size);
+    return bytes < length ? 1 : bytes / length;
+}
+
+// The first multiple of `step` at or above `count`: the row count at which
+// the next progress report falls due.
+std::uint64_t nextMultiple(std::uint64_t count, std::uint64_t step) {
+    const std::uint64_t rest = count % step;
+    return rest == 0 ? count : count + (step - rest);
+}
+
+}  // namespace
+
+template <class T>
+void Ascii2Z9::openColumns(TypedColumns<T>& holder) {
+    for (const ContainerEntry& entry : parameter.Container) {
+        if (!(entry.TypeId == holder.TypeId)) continue;
+        Tessel::FieldPtr field = grid[entry.FieldName];
+        ColumnContainer<T> column{entry.FieldName, entry.Columns, field, {}, nullptr};
+        column.renew(parameter.ChunkSize);
+        holder.Entries.push_back(std::move(column));
+    }
+}
+
+void Ascii2Z9::storeLine() {
+    const std::vector<std::string>& tokens = parameter.Tokens;
+    const std::uint64_t row = parameter.BlockFill;
+    forEachHolder([&](auto& holder) {
+        for (auto& column : holder.Entries) storeElement(column.rows[row], tokens, column.Columns);
+    });
+    finishRow();
+}
+
+void Ascii2Z9::finishRow() {
+    ++parameter.BlockFill;
+    ++parameter.LineCount;
+    if (parameter.BlockFill < parameter.ChunkSize) return;
+    flushBlock();
+    ++parameter.FragmentCount;
+    parameter.BlockFill = 0;
+    if (fastRows) planRows();
+}
+
+void Ascii2Z9::planRows() {
+    plan.start(parameter.Delimiter, parameter.HighestColumnIndex);
+    forEachHolder([&](auto& holder) {
+        for (auto& column : holder.Entries) plan.add(column);
+    });
+    plan.finish();
+}
+
+void Ascii2Z9::flushBlock() {
+    forEachHolder([&](auto& holder) {
+        for (auto& column : holder.Entries) {
+            column.flushColumn(parameter.FragmentCount, parameter.CurrentFile, parameter.OnFragment);
+            column.renew(column.Chunk->size());
+        }
+    });
+}
+
+void Ascii2Z9::flushRemainder() {
+    forEachHolder([&](auto& holder) {
+        for (auto& column : holder.Entries) {
+            column.Chunk->resize(parameter.BlockFill);
+            column.flushColumn(parameter.FragmentCount, parameter.CurrentFile, parameter.OnFragment);
+        }
+    });
+}
+
+std::string Ascii2Z9::run() {
+    if (parameter.Files.isNull() || parameter.Files->empty()) return std::string(Messages::NoInputFiles);
+    if (parameter.Container.empty()) return std::string(Messages::NoContainer);
+    // A block needs at least one row: with 0 no chunk could hold the first row.
+    if (parameter.ChunkSize == 0) return std::string(Messages::ChunkSizeZero);
+
+    forEachHolder([&](auto& holder) { openColumns(holder); });
+    // The fast number conversion reads '.' as the decimal point; under a locale
+    // that writes it otherwise, every line goes the standard way.
+    fastRows = decimalPointIsDot();
+    if (fastRows) planRows();
+
+    for (const std::string& name : *parameter.Files) {
+        std::string failure = readFile(name);
+        if (!failure.empty()) return failure;
+    }
+    if (parameter.BlockFill < parameter.ChunkSize) flushRemainder();
+    return {};
+}
+
+std::string Ascii2Z9::readFile(const std::string& name) {
+    // A directory opens like a file on this platform but has no lines: it is
+    // refused like a file that cannot be opened, rather than read as an empty table.
+    std::error_code ignored;
+    if (std::filesystem::is_directory(name, ignored)) return std::string(Messages::CannotOpenFile) + name;
+    LineReader reader(name);
+    if (!reader.isOpen()) return std::string(Messages::CannotOpenFile) + name;
+    reader.skipLines(parameter.HeaderLines);
+
+    const std::uint64_t estimate = estimateLines(name, parameter.HeaderLines);
+    const std::uint64_t step = estimate > 99 ? estimate / 100 : 1;
+    parameter.CurrentFile = name;
+
+    Ravelin::LoaderProgress* progress = parameter.Progress.get();
+    std::uint64_t reportAt = nextMultiple(parameter.LineCount, step);
+    std::vector<std::string>& tokens = parameter.Tokens;
+    const char delimiter = parameter.Delimiter;
+    const char* line;
+    const char* end;
+    while (reader.nextLine(line, end)) {
+        if (parameter.LineCount == reportAt) {
+            reportAt += step;
+            if (progress != nullptr) {
+                const std::uint64_t value = std::min(estimate, parameter.LineCount);
+                if (!progress->report(std::string(Messages::ProgressReadLine), static_cast<std::uint32_t>(value),
+                                      static_cast<std::uint32_t>(estimate)))
+                    return std::string(Messages::UserInterruption);
+            }
+        }
+        const auto length = static_cast<std::size_t>(end - line);
+        // The fast row leaves `Tokens` empty; it is filled only where someone
+        // can look at it: while a full block is flushed, and on a failure, which
+        // the standard way below reports.  Tokens left over from before the run
+        // send its first line the standard way, which appends to them.
+        if (fastRows && tokens.empty()) {
+            const char* stop = reader.sawNul() ? static_cast<const char*>(std::memchr(line, '\0', length)) : nullptr;
+            if (plan.store(line, stop != nullptr ? stop : end, parameter.BlockFill)) {
+                if (parameter.BlockFill + 1 == parameter.ChunkSize) split(line, length, tokens, delimiter);
+                finishRow();
+                tokens.clear();
+                continue;
+            }
+        }
+        split(line, length, tokens, delimiter);
+        if (parameter.HighestColumnIndex >= tokens.size())
+            return std::string(Messages::ColumnIndexOutOfRange) + std::to_string(parameter.HighestColumnIndex) +
+                   std::string(Messages::TokensInLine) + std::to_string(tokens.size());
+        storeLine();
+        tokens.clear();
+    }
+    return {};
+}
+
+std::string ascii2z9(Tessel::Grid& grid, Parameter& parameter) {
+    if (parameter.Delimiter == 't') parameter.Delimiter = '\t';
+
+    std::string result = parseUserInputToContainer(parameter);
+    if (!result.empty()) return result;
+
+    Ascii2Z9 converter(parameter, grid);
+    grid.makeCartesianRepresentation(3, std::string(), 0);
+    result = converter.run();
+
+    if (parameter.EPSG > 0) {
+        Ravelin::StrongPtr<Ravelin::Chunk<int>, Ravelin::ChunkBase> code(new Ravelin::Chunk<int>(1));
+        (*code)[0] = parameter.EPSG;
+        grid.attributes().setAttribute(std::string(Messages::EPSGAttribute), ChunkPtr(code));
+        grid.setTimeStamp(Ravelin::Ageable::tick());
+    }
+
+    const Tessel::GridPtr noGrid;
+    const int zero = 0, one = 1;
+    GridNotes::addInfoToGrid(parameter.speak(), grid, std::string(Messages::TextConverterName), noGrid, zero, one);
+    return result;
+}
+
+}  // namespace Pallion

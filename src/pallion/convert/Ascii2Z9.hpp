@@ -1,0 +1,61 @@
+// The text table converter: delimited text files into typed fields of a grid.
+#pragma once
+
+#include <string>
+#include <tuple>
+
+#include "pallion/Pallion.hpp"
+#include "pallion/array/ElementTraits.hpp"
+#include "pallion/convert/Columns.hpp"
+#include "pallion/convert/Parameter.hpp"
+#include "pallion/convert/RowPlan.hpp"
+#include "tessel/Grid.hpp"
+
+namespace Pallion {
+
+namespace detail {
+template <class Tuple>
+struct HoldersOf;
+template <class... T>
+struct HoldersOf<std::tuple<T...>> {
+    using type = std::tuple<TypedColumns<T>...>;
+};
+}  // namespace detail
+
+// One conversion: lives for one call of ascii2z9.
+class Ascii2Z9 {
+public:
+    using Holders = detail::HoldersOf<Tessel::ElementTypes>::type;
+
+    Ascii2Z9(Parameter& parameter, Tessel::Grid& grid) : parameter(parameter), grid(grid) {}
+    Ascii2Z9(const Ascii2Z9&) = delete;
+    Ascii2Z9& operator=(const Ascii2Z9&) = delete;
+
+    std::string run();
+
+    template <class T>
+    void openColumns(TypedColumns<T>& holder);
+    void storeLine();
+    void flushBlock();
+    void flushRemainder();
+
+private:
+    std::string readFile(const std::string& name);
+    // Counts the row just written, and flushes the block when it is full.
+    void finishRow();
+    // Plans the fast rows for the chunks the columns hold now.
+    void planRows();
+
+    template <class F>
+    void forEachHolder(F&& f) {
+        std::apply([&](auto&... holder) { (f(holder), ...); }, holders);
+    }
+
+    Parameter& parameter;
+    Tessel::Grid& grid;
+    Holders holders;
+    RowPlan plan;
+    bool fastRows = false;
+};
+
+}  // namespace Pallion

@@ -1,0 +1,53 @@
+// The working records of the converter: one column per parse-string entry,
+// kept in one holder per element type.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "pallion/array/ElementTraits.hpp"
+#include "pallion/array/MemArray.hpp"
+#include "pallion/convert/Parameter.hpp"
+#include "pallion/memory/Chunk.hpp"
+#include "ravelin/Cacheable.hpp"
+#include "tessel/Grid.hpp"
+
+namespace Pallion {
+
+template <class T>
+struct ColumnContainer {
+    std::string FieldName;
+    std::vector<std::uint32_t> Columns;
+    Tessel::FieldPtr Field;
+    Ravelin::StrongPtr<Ravelin::Chunk<T>, Ravelin::ChunkBase> Chunk;
+    T* rows = nullptr;  // the storage of `Chunk`, so that storing a row needs no pointer test
+
+    // Gives the column a fresh chunk of `count` zero elements.
+    void renew(std::size_t count) {
+        Chunk = new Ravelin::Chunk<T>(count);
+        rows = Chunk->data();
+    }
+
+    // Hands the chunk to the field as one fragment, without copying it.
+    void flushColumn(const std::uint64_t& fragmentCount, const std::string& currentFile,
+                     const FragmentHook& onFragment) {
+        const std::string name = std::filesystem::path(currentFile).stem().string() + std::to_string(fragmentCount);
+        const Tessel::FragmentPtr fragment = Field->makeFragmentID(name);
+        const ChunkPtr chunk(Chunk);
+        if (onFragment) onFragment(chunk, FieldName, currentFile);
+        const auto& cache = Ravelin::Cache::MemCache();
+        const std::uint64_t count = Chunk->size();
+        const Tessel::MemBase::Array array(new Tessel::MemArray<1, T>(chunk, {count}, Tessel::CreatorPtr()));
+        Field->setPersistentData(array, fragment, cache, std::string());
+    }
+};
+
+template <class T>
+struct TypedColumns {
+    Tessel::TesselTypeIndex TypeId = Tessel::makeTypeIndex<T>();
+    std::vector<ColumnContainer<T>> Entries;
+};
+
+}  // namespace Pallion

@@ -1,0 +1,54 @@
+// What a host hands to ascii2z9: the files, how to read them, and where to
+// report.  The same record carries the state of the conversion.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "pallion/array/TesselTypeIndex.hpp"
+#include "ravelin/ChunkBase.hpp"
+#include "ravelin/LoaderProgress.hpp"
+#include "ravelin/StringList.hpp"
+
+namespace Pallion {
+
+// One parsed entry of a parse string.
+struct ContainerEntry {
+    std::vector<std::uint32_t> Columns;
+    std::string FieldName;
+    Tessel::TesselTypeIndex TypeId;
+};
+
+using ChunkPtr = Ravelin::StrongPtr<Ravelin::ChunkBase, Ravelin::ChunkBase>;
+// Called for each column of each flushed block, before the chunk becomes a fragment:
+// the chunk, the field name and the current file name.
+using FragmentHook = std::function<void(const ChunkPtr&, const std::string&, const std::string&)>;
+
+struct Parameter {
+    // Set by the caller.
+    Ravelin::StrongPtr<Ravelin::StringList, Ravelin::StringList> Files;
+    std::uint32_t HeaderLines = 0;
+    std::string Parse = "Positions:point:0+1+2";
+    char Delimiter = ' ';  // the letter t stands for a tab
+    std::uint32_t ChunkSize = 10000000;
+    std::int32_t EPSG = -1;
+    Ravelin::StrongPtr<Ravelin::LoaderProgress, Ravelin::InterfaceBase> Progress;
+
+    // State of the conversion.
+    std::uint32_t HighestColumnIndex = 0;
+    std::vector<ContainerEntry> Container;
+    std::vector<std::string> Tokens;
+    std::uint64_t BlockFill = 0;
+    std::uint64_t LineCount = 0;
+    std::uint64_t FragmentCount = 0;
+
+    FragmentHook OnFragment;
+    std::string CurrentFile;
+
+    // The caller's settings as a text, one line each, as it is noted in the grid.
+    std::string speak() const;
+};
+
+}  // namespace Pallion

@@ -1,0 +1,87 @@
+#include "pallion/convert/RowPlan.hpp"
+
+#include <algorithm>
+
+#include "pallion/convert/FastNumbers.hpp"
+
+namespace Pallion {
+
+namespace {
+
+template <class C>
+bool storeComponent(const char* first, const char* last, std::byte* into, const char*& end) noexcept {
+    C value;
+    if constexpr (std::is_floating_point_v<C>) {
+        if (!detail::fastFloating(first, last, value, end)) return false;
+    } else {
+        int wide;
+        if (!detail::fastInteger(first, last, wide, end)) return false;
+        value = static_cast<C>(wide);  // a value too wide keeps its low bits
+    }
+    std::memcpy(into, &value, sizeof value);
+    return true;
+}
+
+}  // namespace
+
+RowPlan::Store RowPlan::storeFor(bool floating, std::size_t width) {
+    if (floating) return width == sizeof(double) ? &storeComponent<double> : &storeComponent<float>;
+    if (width == 1) return &storeComponent<std::uint8_t>;
+    if (width == 2) return &storeComponent<std::uint16_t>;
+    return &storeComponent<std::uint32_t>;  // int and unsigned int alike: the same 32 bits
+}
+
+void RowPlan::start(char lineDelimiter, std::uint32_t highest) {
+    delimiter = lineDelimiter;
+    delimiterInNumbers = detail::isDigit(lineDelimiter) || std::strchr(".eE+-", lineDelimiter) != nullptr;
+    if (lineDelimiter == '\0') delimiterInNumbers = false;  // strchr finds the terminator
+    highestColumn = highest;
+    pending.clear();
+    targets.clear();
+    tokens.clear();
+}
+
+void RowPlan::finish() {
+    std::stable_sort(pending.begin(), pending.end(),
+                     [](const Pending& a, const Pending& b) { return a.column < b.column; });
+    for (const Pending& p : pending) {
+        if (tokens.empty() || tokens.back().column != p.column)
+            tokens.push_back({p.column, static_cast<std::uint32_t>(targets.size()), 0});
+        targets.push_back(p.target);
+        ++tokens.back().targetCount;
+    }
+    if (tokens.empty() || tokens.back().column < highestColumn) tokens.push_back({highestColumn, 0, 0});
+    pending.clear();
+}
+
+bool RowPlan::store(const char* p, const char* end, std::uint64_t row) const {
+    std::uint32_t index = 0;  // the token that starts at p
+    for (const Token& token : tokens) {
+        for (; index < token.column; ++index) {
+            const void* cut = std::memchr(p, delimiter, static_cast<std::size_t>(end - p));
+            if (cut == nullptr) return false;
+            p = static_cast<const char*>(cut) + 1;
+        }
+        if (p == end) return false;  // the line has no such token
+        if (token.targetCount == 0) return true;
+
+        const char* stop = end;
+        if (delimiterInNumbers)
+            if (const void* cut = std::memchr(p, delimiter, static_cast<std::size_t>(end - p)))
+                stop = static_cast<const char*>(cut);
+        const char* numberEnd = p;
+        for (std::uint32_t t = token.firstTarget; t < token.firstTarget + token.targetCount; ++t) {
+            const Target& target = targets[t];
+            if (!target.convert(p, stop, target.rows + row * target.stride + target.offset, numberEnd)) return false;
+        }
+        // The token ends at the first delimiter behind its number: usually right there.
+        const void* cut = numberEnd != end && *numberEnd == delimiter
+                              ? numberEnd
+                              : std::memchr(numberEnd, delimiter, static_cast<std::size_t>(end - numberEnd));
+        p = cut != nullptr ? static_cast<const char*>(cut) + 1 : end;
+        ++index;
+    }
+    return true;
+}
+
+}  // namespace Pallion

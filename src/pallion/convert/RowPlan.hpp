@@ -1,0 +1,82 @@
+// The fast way from a line to a row: which tokens a row needs, in the order
+// of the line, and where each of their numbers goes.
+//
+// A row is read in one pass from left to right.  The number parser finds the
+// end of each token it reads, so tokens that a column names are not searched
+// for their delimiter first; only the tokens that no column names are skipped
+// with a search.  Whenever a line is anything but plain — a token missing, a
+// number the fast conversion does not take — `store` gives false, and the
+// caller reads the line the standard way, which decides the value, the
+// exception or the failure text.  Where `store` succeeds it has written
+// exactly what the standard way writes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "pallion/array/ElementTraits.hpp"
+#include "pallion/convert/Columns.hpp"
+
+namespace Pallion {
+
+class RowPlan {
+public:
+    // Plans the rows of a line split at `delimiter`, in which a row needs the
+    // tokens up to `highestColumn`.
+    void start(char delimiter, std::uint32_t highestColumn);
+
+    // Adds the components of one column, written into its present chunk.
+    template <class T>
+    void add(ColumnContainer<T>& column) {
+        using Traits = Tessel::ElementTraits<T>;
+        using C = typename Traits::Component;
+        static_assert(sizeof(T) == Traits::components * sizeof(C), "components lie side by side");
+        auto* rows = reinterpret_cast<std::byte*>(column.rows);
+        for (unsigned i = 0; i < Traits::components; ++i)
+            pending.push_back({column.Columns[i], {rows, sizeof(T), i * sizeof(C), storeFor(std::is_floating_point_v<C>, sizeof(C))}});
+    }
+
+    // Orders what was added by token; call once after the last add.
+    void finish();
+
+    // Writes row `row` from the line [line, end), which holds no NUL.  False,
+    // with the counters untouched, where the line needs the standard way.
+    bool store(const char* line, const char* end, std::uint64_t row) const;
+
+private:
+    // Converts the number at the start of [first, last) into one component and
+    // gives the end of the number; false where the standard conversion decides.
+    using Store = bool (*)(const char* first, const char* last, std::byte* into, const char*& end) noexcept;
+    // A floating component is read as std::stod or std::stof would read it; an
+    // integer one as std::stoi, keeping the low bits of its width.
+    static Store storeFor(bool floating, std::size_t width);
+
+    struct Target {
+        std::byte* rows;
+        std::size_t stride;
+        std::size_t offset;
+        Store convert;
+    };
+    struct Token {
+        std::uint32_t column;
+        std::uint32_t firstTarget;
+        std::uint32_t targetCount;  // 0 for the highest column when no column reads it
+    };
+    struct Pending {
+        std::uint32_t column;
+        Target target;
+    };
+
+    char delimiter = ' ';
+    // A delimiter that can stand inside a number ('.', 'e', a digit, ...) would
+    // be read as part of it; the token's end is then found before its number.
+    bool delimiterInNumbers = false;
+    std::uint32_t highestColumn = 0;
+    std::vector<Pending> pending;
+    std::vector<Target> targets;
+    std::vector<Token> tokens;
+};
+
+}  // namespace Pallion

@@ -1,0 +1,105 @@
+// Chunk<T>: a counted std::vector<T>.
+//
+// The TypedChunk chain follows the storage chain of the element type, so a
+// chunk of points is reachable as TypedChunk<FixedArray<double,3>> without
+// knowing that it holds points, and it is no TypedChunk<double>.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <typeinfo>
+#include <vector>
+
+#include "pallion/memory/HugePages.hpp"
+#include "ravelin/ChunkBase.hpp"
+
+namespace Ravelin {
+
+template <class T>
+class Chunk;
+
+// Defines the two operations that only need the chain's last class X.
+template <class X>
+class TypedChunkBase : public ChunkBase {
+public:
+    const std::type_info& baseType() const override { return typeid(X); }
+    StrongPtr<ChunkBase, ChunkBase> createChunk(std::size_t count, bool reserveOnly) const override {
+        return createTyped(count, reserveOnly);
+    }
+    virtual StrongPtr<TypedChunkBase<X>, ChunkBase> createTyped(std::size_t count, bool reserveOnly) const = 0;
+};
+
+template <class T>
+concept HasStorageBase = requires { typename T::StorageBase; };
+
+template <class T>
+struct TypedChunkParent {
+    using type = TypedChunkBase<T>;
+};
+
+template <class T>
+class TypedChunk : public TypedChunkParent<T>::type {};
+
+template <HasStorageBase T>
+struct TypedChunkParent<T> {
+    using type = TypedChunk<typename T::StorageBase>;
+};
+
+// The class X at the bottom of T's chain.
+template <class T>
+struct ChunkRoot {
+    using type = T;
+};
+template <HasStorageBase T>
+struct ChunkRoot<T> : ChunkRoot<typename T::StorageBase> {};
+
+template <class T>
+class Chunk final : public TypedChunk<T>, public std::vector<T> {
+public:
+    using Root = typename ChunkRoot<T>::type;
+
+    explicit Chunk(std::size_t count) { valueInitialise(count); account(); }
+    Chunk(std::size_t count, bool reserveOnly) {
+        if (reserveOnly)
+            std::vector<T>::reserve(count);
+        else
+            valueInitialise(count);
+        account();
+    }
+    explicit Chunk(const std::vector<T>& values) : std::vector<T>(values) { account(); }
+    // Takes the vector's bytes as they stand now: a resize after construction
+    // is not tracked, so a chunk that was cut shorter gives back less than it added.
+    ~Chunk() override { ChunkBase::TotalMemsize.fetch_sub(bytes(), std::memory_order_relaxed); }
+
+    std::size_t elementCount() const override { return std::vector<T>::size(); }
+    std::size_t elementSize() const override { return sizeof(T); }
+    void* rawData() override { return std::vector<T>::data(); }
+    const void* rawData() const override { return std::vector<T>::data(); }
+    const std::type_info& elementType() const override { return typeid(T); }
+    StrongPtr<ChunkBase, ChunkBase> clone() const override { return StrongPtr<ChunkBase, ChunkBase>(new Chunk<T>(vector())); }
+    virtual std::vector<T>& vector() { return *this; }
+    virtual const std::vector<T>& vector() const { return *this; }
+    StrongPtr<TypedChunkBase<Root>, ChunkBase> createTyped(std::size_t count, bool reserveOnly) const override {
+        return StrongPtr<TypedChunkBase<Root>, ChunkBase>(new Chunk<T>(count, reserveOnly));
+    }
+
+private:
+    // `count` zero elements.  A large block is reserved first and advised to
+    // be backed by huge pages, so that zeroing it costs few page faults; the
+    // result is the same vector as std::vector<T>(count), whose exceptions a
+    // count beyond max_size() still raises.
+    void valueInitialise(std::size_t count) {
+        if (count > std::vector<T>::max_size() || count * sizeof(T) < HugePageAdviceThreshold) {
+            std::vector<T>::operator=(std::vector<T>(count));
+            return;
+        }
+        std::vector<T>::reserve(count);
+        adviseHugePages(std::vector<T>::data(), count * sizeof(T));
+        std::vector<T>::resize(count);
+    }
+    std::int64_t bytes() const { return static_cast<std::int64_t>(std::vector<T>::size() * sizeof(T)); }
+    // Runs last in each constructor, so a constructor that throws adds nothing.
+    void account() { ChunkBase::TotalMemsize.fetch_add(bytes(), std::memory_order_relaxed); }
+};
+
+}  // namespace Ravelin

@@ -1,0 +1,19 @@
+// Reading a trajectory file's name: prefix_project_fileNr_date_xxxxSPATIAL_xxxxHEIGHT.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "pallion/trajectory/GeoReferenceSystem.hpp"
+
+namespace Pallion {
+
+// The number after the first `prefix` characters of `text`, read as std::stoi reads.
+int stoiAfterPrefix(std::string text, int prefix);
+
+// The GeoReferenceSystem of a stem of six pieces, or an empty pointer (with a
+// console message) for any other count.  A number piece that is no number throws
+// as std::stoi does.
+Ravelin::StrongPtr<GeoReferenceSystem> parseFilenameForGeoDatum(const std::filesystem::path& stem);
+
+}  // namespace Pallion
