@@ -27,7 +27,7 @@
 #include <unistd.h>
 
 #include "pallion/convert/Ascii2Z9.hpp"
-#include "pallion/convert/Messages.hpp"
+#include "pallion/trajectory/Messages.hpp"
 #include "pallion/memory/HugePages.hpp"
 
 namespace {
@@ -187,7 +187,7 @@ int main(int argc, char** argv) {
     writeTable(tiny, 3, false);
 
     table("points", points, "Positions:point:0+1+2", rows, rows * 3, 24);
-    table("trajectory", trajectory, std::string(Pallion::Messages::TrajectoryParse), trajectoryRows,
+    table("trajectory", trajectory, std::string(Pallion::TrajectoryMessages::TrajectoryParse), trajectoryRows,
           trajectoryRows * 7, 24 + 4 * 8);
     Measure small{1e9, 0};
     for (int i = 0; i < 3; ++i) {

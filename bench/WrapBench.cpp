@@ -8,7 +8,7 @@ using namespace Tessel;
 
 static void wrapChunk(benchmark::State& state) {
     const auto n = static_cast<std::size_t>(state.range(0));
-    MemBase::Chunk chunk(new Ravelin::Chunk<float>(n));
+    Ravelin::ChunkPtr chunk(new Ravelin::Chunk<float>(n));
     for (auto _ : state) {
         MemBase::Array array(new MemArray<1, float>(chunk, {n}, CreatorPtr()));
         benchmark::DoNotOptimize(array->rawData());

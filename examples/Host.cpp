@@ -135,7 +135,7 @@ int main(int argc, char** argv) {
     Tessel::Grid grid;
     std::string result;
     try {
-        Ravelin::StrongPtr<Ravelin::LoaderProgress, Ravelin::InterfaceBase> progress(new BarProgress);
+        Ravelin::ProgressPtr progress(new BarProgress);
         if (trajectory)
             result = Pallion::convertTrajectory2Z9(grid, parameter.Files, progress);
         else {

@@ -7,7 +7,7 @@
 using namespace Tessel;
 using Ravelin::Chunk;
 using Ravelin::StrongPtr;
-using ChunkPtr = MemBase::Chunk;
+using Ravelin::ChunkPtr;
 using Array = MemBase::Array;
 
 namespace {

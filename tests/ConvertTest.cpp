@@ -17,8 +17,8 @@ using testsupport::TempDir;
 
 namespace {
 
-Ravelin::StrongPtr<Ravelin::StringList> files(std::initializer_list<std::string> names) {
-    return Ravelin::StrongPtr<Ravelin::StringList>(new Ravelin::StringList(names));
+Ravelin::StringListPtr files(std::initializer_list<std::string> names) {
+    return Ravelin::StringListPtr(new Ravelin::StringList(names));
 }
 
 // The elements of fragment `fragment` of a field, as the chunk holds them.

@@ -52,7 +52,7 @@ std::vector<T> allValues(const Grid& grid, const std::string& field) {
 std::string convert(Grid& grid, const std::filesystem::path& file, const std::string& parse, char delimiter,
                     std::uint32_t header, std::uint32_t chunk = 4096) {
     Parameter p;
-    p.Files = Ravelin::StrongPtr<Ravelin::StringList>(new Ravelin::StringList{file.string()});
+    p.Files = Ravelin::StringListPtr(new Ravelin::StringList{file.string()});
     p.Parse = parse;
     p.Delimiter = delimiter;
     p.HeaderLines = header;

@@ -172,7 +172,7 @@ private:
         if (p.Container.empty()) return std::string(Pallion::Messages::NoContainer);
         if (settings.chunkSize == 0) return std::string(Pallion::Messages::ChunkSizeZero);
         Tessel::forEachElementType([&]<class T>() {
-            const auto type = Tessel::makeTypeIndex<T>();
+            const auto type = Tessel::typeIndexOf<T>();
             for (const Pallion::ContainerEntry& entry : p.Container)
                 if (entry.TypeId == type)
                     columns.push_back({entry.FieldName, entry.Columns, sizeof(T),

@@ -35,11 +35,11 @@ std::vector<T> attribute(const Grid& grid, const std::string& name) {
     return chunk ? chunk->vector() : std::vector<T>();
 }
 
-Ravelin::StrongPtr<Ravelin::StringList> list(std::initializer_list<std::string> names) {
-    return Ravelin::StrongPtr<Ravelin::StringList>(new Ravelin::StringList(names));
+Ravelin::StringListPtr list(std::initializer_list<std::string> names) {
+    return Ravelin::StringListPtr(new Ravelin::StringList(names));
 }
 
-const Ravelin::StrongPtr<Ravelin::LoaderProgress, Ravelin::InterfaceBase> noProgress;
+const Ravelin::ProgressPtr noProgress;
 
 // A .txt trajectory of `rows` lines for the given week day, times within that day.
 std::string textTrajectory(int weekDay, int rows, double firstSecondOfDay = 3600.0) {
@@ -197,7 +197,7 @@ TEST(Readers, BinaryLayoutsAndTheirFailures) {
     struct Stop : Ravelin::LoaderProgress {
         bool report(const std::string&, std::uint32_t, std::uint32_t) override { return false; }
     };
-    const Ravelin::StrongPtr<Ravelin::LoaderProgress, Ravelin::InterfaceBase> stop(new Stop);
+    const Ravelin::ProgressPtr stop(new Stop);
     const auto pofx = (dir.path() / "q.pofx").string();
     ASSERT_TRUE(Riegl::writeTrajectoryFile(pofx, true, 0, records));
     EXPECT_EQ(Riegl::pofx2tessel(pofx, grid, 1, {}, stop), "pofx2tessel: user interruption");
@@ -276,7 +276,7 @@ TEST(TrajectoryEntry, OrderOfFailureChecksAndWhatSurvives) {
     Grid both;
     const auto pofx = (dir.path() / "QVT_Harbour_006_20260310_EPSG25832_EPSG7837.pofx").string();
     ASSERT_TRUE(Riegl::writeTrajectoryFile(pofx, true, 25832, {{10.0, 1, 2, 3, 4, 5, 6}}));  // Sunday, not Tuesday
-    const Ravelin::StrongPtr<Ravelin::LoaderProgress, Ravelin::InterfaceBase> stop(new StopWhenDone);
+    const Ravelin::ProgressPtr stop(new StopWhenDone);
     EXPECT_EQ(convertTrajectory2Z9(both, list({pofx}), stop), "pofx2tessel: user interruption");
     EXPECT_EQ(convertTrajectory2Z9(both, list({pofx}), noProgress),
               "modifyGPSTime: GPS time 10.000000 does not lie within week day 2");

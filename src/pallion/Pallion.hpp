@@ -30,7 +30,7 @@ std::string ascii2z9(Tessel::Grid& grid, Parameter& parameter);
 // the empty text when every file went through, else the failure of the first
 // file that failed.  A null list is taken as an empty one.  (Pallion::trajectory)
 std::string convertTrajectory2Z9(Tessel::Grid& grid,
-                                 const Ravelin::StrongPtr<Ravelin::StringList, Ravelin::StringList>& files,
-                                 const Ravelin::StrongPtr<Ravelin::LoaderProgress, Ravelin::InterfaceBase>& progress);
+                                 const Ravelin::StringListPtr& files,
+                                 const Ravelin::ProgressPtr& progress);
 
 }  // namespace Pallion

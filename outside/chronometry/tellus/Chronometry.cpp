@@ -1,5 +1,6 @@
 #include "tellus/Chronometry.hpp"
 
+#include <chrono>
 #include <cstdio>
 #include <stdexcept>
 
@@ -16,23 +17,6 @@ bool digits(const std::string& text, std::size_t from, std::size_t count, int& v
     return true;
 }
 
-bool leap(int year) { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
-
-int daysIn(int year, int month) {
-    static const int days[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    return month == 2 && leap(year) ? 29 : days[month - 1];
-}
-
-// Days from 1970-01-01 to the date, by the proleptic Gregorian calendar.
-long daysFromCivil(int y, int m, int d) {
-    y -= m <= 2;
-    const long era = (y >= 0 ? y : y - 399) / 400;
-    const long yoe = y - era * 400;
-    const long doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
-    const long doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-    return era * 146097 + doe - 719468;
-}
-
 }  // namespace
 
 Chronometry::Chronometry(const std::string& text) {
@@ -41,11 +25,10 @@ Chronometry::Chronometry(const std::string& text) {
         ok = digits(text, 0, 4, Year) && digits(text, 4, 2, Month) && digits(text, 6, 2, Day);
     else if (text.size() == 10 && text[4] == '-' && text[7] == '-')
         ok = digits(text, 0, 4, Year) && digits(text, 5, 2, Month) && digits(text, 8, 2, Day);
-    ok = ok && Month >= 1 && Month <= 12 && Day >= 1 && Day <= daysIn(Year, Month);
-    if (!ok) throw std::invalid_argument("Tellus::Chronometry: not a date: " + text);
-    // 1970-01-01 was a Thursday (4).
-    const long days = daysFromCivil(Year, Month, Day);
-    WeekDay = static_cast<std::uint16_t>(((days % 7) + 7 + 4) % 7);
+    const std::chrono::year_month_day date{std::chrono::year(Year), std::chrono::month(static_cast<unsigned>(Month)),
+                                           std::chrono::day(static_cast<unsigned>(Day))};
+    if (!ok || !date.ok()) throw std::invalid_argument("Tellus::Chronometry: not a date: " + text);
+    WeekDay = static_cast<std::uint16_t>(std::chrono::weekday(std::chrono::sys_days(date)).c_encoding());
 }
 
 std::string Chronometry::ddmmyyyy(char separator) const {

@@ -12,13 +12,13 @@ namespace Ravelin {
 
 class Attributes {
 public:
-    void setAttribute(const std::string& key, const StrongPtr<ChunkBase, ChunkBase>& value);
-    StrongPtr<ChunkBase, ChunkBase> getAttribute(const std::string& key) const;
+    void setAttribute(const std::string& key, const ChunkPtr& value);
+    ChunkPtr getAttribute(const std::string& key) const;
     std::vector<std::string> names() const;
-    std::size_t size() const { return entries.size(); }
+    std::size_t size() const { return entries_.size(); }
 
 private:
-    std::vector<std::pair<std::string, StrongPtr<ChunkBase, ChunkBase>>> entries;
+    std::vector<std::pair<std::string, ChunkPtr>> entries_;
 };
 
 }  // namespace Ravelin

@@ -10,6 +10,10 @@
 
 namespace Ravelin {
 
+class ChunkBase;
+// The counted pointer through which chunks are handed around.
+using ChunkPtr = StrongPtr<ChunkBase, ChunkBase>;
+
 class ChunkBase : public ReferenceBase<ChunkBase> {
 public:
     // Bytes held by all chunks: elements times element size, as made.
@@ -24,8 +28,8 @@ public:
     virtual const void* rawData() const = 0;
     virtual const std::type_info& elementType() const = 0;
     virtual const std::type_info& baseType() const = 0;
-    virtual StrongPtr<ChunkBase, ChunkBase> createChunk(std::size_t count, bool reserveOnly) const = 0;
-    virtual StrongPtr<ChunkBase, ChunkBase> clone() const = 0;
+    virtual ChunkPtr createChunk(std::size_t count, bool reserveOnly) const = 0;
+    virtual ChunkPtr clone() const = 0;
 };
 
 }  // namespace Ravelin

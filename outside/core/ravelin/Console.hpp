@@ -13,13 +13,13 @@ public:
     using Sink = std::function<void(const std::string&)>;
 
     Console() = default;
-    explicit Console(const std::string& text) : message(text) {}
+    explicit Console(const std::string& text) : message_(text) {}
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
     ~Console();
 
     Console& operator<<(const std::string& text) {
-        message += text;
+        message_ += text;
         return *this;
     }
 
@@ -27,7 +27,7 @@ public:
     static Sink setSink(Sink sink);
 
 private:
-    std::string message;
+    std::string message_;
 };
 
 }  // namespace Ravelin

@@ -91,22 +91,22 @@ const StrongPtr<Cache, CacheBase>& Cache::MemCache() {
 
 // ---- Attributes --------------------------------------------------------------
 
-void Attributes::setAttribute(const std::string& key, const StrongPtr<ChunkBase, ChunkBase>& value) {
-    for (auto& [name, stored] : entries)
+void Attributes::setAttribute(const std::string& key, const ChunkPtr& value) {
+    for (auto& [name, stored] : entries_)
         if (name == key) {
             stored = value;
             return;
         }
-    entries.emplace_back(key, value);
+    entries_.emplace_back(key, value);
 }
-StrongPtr<ChunkBase, ChunkBase> Attributes::getAttribute(const std::string& key) const {
-    for (const auto& [name, stored] : entries)
+ChunkPtr Attributes::getAttribute(const std::string& key) const {
+    for (const auto& [name, stored] : entries_)
         if (name == key) return stored;
     return {};
 }
 std::vector<std::string> Attributes::names() const {
     std::vector<std::string> result;
-    for (const auto& entry : entries) result.push_back(entry.first);
+    for (const auto& entry : entries_) result.push_back(entry.first);
     return result;
 }
 
@@ -127,9 +127,9 @@ Console::~Console() {
         current = sink();
     }
     if (current)
-        current(message);
+        current(message_);
     else
-        std::cerr << message << '\n';  // the console is the one place that writes to a stream itself
+        std::cerr << message_ << '\n';  // the console is the one place that writes to a stream itself
 }
 Console::Sink Console::setSink(Sink fresh) {
     std::lock_guard lock(sinkMutex);

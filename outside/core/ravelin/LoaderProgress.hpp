@@ -17,4 +17,6 @@ public:
     }
 };
 
+using ProgressPtr = StrongPtr<LoaderProgress, InterfaceBase>;
+
 }  // namespace Ravelin

@@ -14,4 +14,6 @@ public:
     StringList(std::initializer_list<std::string> names) : std::list<std::string>(names) {}
 };
 
+using StringListPtr = StrongPtr<StringList, StringList>;
+
 }  // namespace Ravelin

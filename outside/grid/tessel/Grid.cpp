@@ -45,11 +45,11 @@ std::vector<Registration>& registrations() {
 }
 }  // namespace
 
-MemBase::MemBase(const TesselTypeIndex& index, const CreatorPtr&) : type(&index) {}
+MemBase::MemBase(const TesselTypeIndex& index, const CreatorPtr&) : type_(&index) {}
 MemBase::~MemBase() = default;
 
 std::uint64_t MemBase::byteSize() const {
-    const Chunk chunk = chunkPointer();
+    const Ravelin::ChunkPtr chunk = chunkPointer();
     return chunk.isNull() ? 0 : chunk->elementSize() * chunk->elementCount();
 }
 std::uint64_t MemBase::elementCount() const { return dynamicSize().product(); }
@@ -87,45 +87,45 @@ std::uint32_t MemBase::registerCreatorCalls() {
 // ---- fields and grids ----------------------------------------------------------
 
 const FragmentPtr& Field::makeFragmentID(const std::string& fragmentName) {
-    for (const auto& id : ids)
+    for (const auto& id : ids_)
         if (id->name == fragmentName) return id;
-    ids.emplace_back(new FragmentID(fragmentName));
-    return ids.back();
+    ids_.emplace_back(new FragmentID(fragmentName));
+    return ids_.back();
 }
 
 void Field::setPersistentData(const MemBase::Array& array, const FragmentPtr& fragment,
                               const Ravelin::StrongPtr<Ravelin::Cache, Ravelin::CacheBase>&, const std::string&) {
-    for (auto& entry : stored)
+    for (auto& entry : stored_)
         if (entry.id.get() == fragment.get()) {
             entry.arrays.push_back(array);
             return;
         }
-    stored.push_back({fragment, {array}});
+    stored_.push_back({fragment, {array}});
 }
 
 const Field::Fragment* Field::fragment(const std::string& fragmentName) const {
-    for (const auto& entry : stored)
+    for (const auto& entry : stored_)
         if (!entry.id.isNull() && entry.id->name == fragmentName) return &entry;
     return nullptr;
 }
 
-FieldProxy::operator FieldPtr&() const { return owner.fieldFor(fieldName); }
+FieldProxy::operator FieldPtr&() const { return owner_.fieldFor(fieldName_); }
 
 FieldPtr& Grid::fieldFor(const std::string& name) {
-    for (auto& field : fieldList)
+    for (auto& field : fieldList_)
         if (field->fieldName() == name) return field;
-    fieldList.emplace_back(new Field(name));
-    return fieldList.back();
+    fieldList_.emplace_back(new Field(name));
+    return fieldList_.back();
 }
 
 FieldPtr Grid::field(const std::string& name) const {
-    for (const auto& field : fieldList)
+    for (const auto& field : fieldList_)
         if (field->fieldName() == name) return field;
     return FieldPtr();
 }
 
 bool Grid::makeCartesianRepresentation(int, const std::string&, unsigned short) {
-    ++representations;
+    ++representations_;
     return true;
 }
 

@@ -46,7 +46,7 @@ public:
         std::vector<MemBase::Array> arrays;  // more than one only if a name was stored more than once
     };
 
-    explicit Field(std::string fieldName) : name(std::move(fieldName)) {}
+    explicit Field(std::string fieldName) : name_(std::move(fieldName)) {}
 
     // The field's fragment id of that name, made at first request.
     const FragmentPtr& makeFragmentID(const std::string& fragmentName);
@@ -54,15 +54,15 @@ public:
                            const Ravelin::StrongPtr<Ravelin::Cache, Ravelin::CacheBase>& cache,
                            const std::string& text);
 
-    const std::string& fieldName() const { return name; }
-    const std::vector<Fragment>& fragments() const { return stored; }
+    const std::string& fieldName() const { return name_; }
+    const std::vector<Fragment>& fragments() const { return stored_; }
     // The arrays of a fragment, or null if the field has none of that name.
     const Fragment* fragment(const std::string& fragmentName) const;
 
 private:
-    std::string name;
-    std::vector<FragmentPtr> ids;
-    std::vector<Fragment> stored;
+    std::string name_;
+    std::vector<FragmentPtr> ids_;
+    std::vector<Fragment> stored_;
 };
 
 using FieldPtr = Ravelin::StrongPtr<Field, Ownable<CreativeArrayBase>::Container>;
@@ -72,12 +72,12 @@ class Grid;
 // What Grid::operator[] gives: the field of that name, made when first asked for.
 class FieldProxy {
 public:
-    FieldProxy(Grid& grid, std::string name) : owner(grid), fieldName(std::move(name)) {}
+    FieldProxy(Grid& grid, std::string name) : owner_(grid), fieldName_(std::move(name)) {}
     operator FieldPtr&() const;  // NOLINT: the conversion is the proxy's purpose
 
 private:
-    Grid& owner;
-    std::string fieldName;
+    Grid& owner_;
+    std::string fieldName_;
 };
 
 class Grid : public Ownable<BaseSpace>::Container {
@@ -90,30 +90,30 @@ public:
     FieldProxy operator[](const std::string& name) { return FieldProxy(*this, name); }
     bool makeCartesianRepresentation(int dimension, const std::string& name, unsigned short flags);
 
-    Ravelin::Attributes& attributes() { return attrs; }
-    const Ravelin::Attributes& attributes() const { return attrs; }
-    std::uint64_t timeStamp() const { return stamp; }
-    void setTimeStamp(std::uint64_t value) { stamp = value; }
+    Ravelin::Attributes& attributes() { return attrs_; }
+    const Ravelin::Attributes& attributes() const { return attrs_; }
+    std::uint64_t timeStamp() const { return stamp_; }
+    void setTimeStamp(std::uint64_t value) { stamp_ = value; }
 
     // Read access for hosts: fields in the order they were made, one by name (null if absent).
-    const std::vector<FieldPtr>& fields() const { return fieldList; }
+    const std::vector<FieldPtr>& fields() const { return fieldList_; }
     FieldPtr field(const std::string& name) const;
-    bool hasCartesianRepresentation() const { return representations > 0; }
-    int cartesianRepresentationCount() const { return representations; }
+    bool hasCartesianRepresentation() const { return representations_ > 0; }
+    int cartesianRepresentationCount() const { return representations_; }
 
     // Texts noted by converters about what they did.
-    void addNote(const std::string& converter, const std::string& text) { noteList.push_back({converter, text}); }
-    const std::vector<Note>& notes() const { return noteList; }
+    void addNote(const std::string& converter, const std::string& text) { noteList_.push_back({converter, text}); }
+    const std::vector<Note>& notes() const { return noteList_; }
 
 private:
     friend class FieldProxy;
     FieldPtr& fieldFor(const std::string& name);
 
-    Ravelin::Attributes attrs;
-    std::uint64_t stamp = 0;
-    std::vector<FieldPtr> fieldList;
-    std::vector<Note> noteList;
-    int representations = 0;
+    Ravelin::Attributes attrs_;
+    std::uint64_t stamp_ = 0;
+    std::vector<FieldPtr> fieldList_;
+    std::vector<Note> noteList_;
+    int representations_ = 0;
 };
 
 using GridPtr = Ravelin::StrongPtr<Grid, Ownable<BaseSpace>::Container>;

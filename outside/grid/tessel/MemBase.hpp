@@ -54,7 +54,6 @@ using CreatorPtr = Ravelin::WeakPtr<CreativeArrayBase, Ravelin::Creature>;
 
 class MemBase : public Ravelin::Cacheable, public Ravelin::Intercube {
 public:
-    using Chunk = Ravelin::StrongPtr<Ravelin::ChunkBase, Ravelin::ChunkBase>;
     using Array = Ravelin::StrongPtr<MemBase, Ravelin::Cacheable>;
 
     // Makes arrays of one element type by rank and extents.
@@ -68,7 +67,7 @@ public:
     MemBase(const TesselTypeIndex& type, const CreatorPtr& creator);
     ~MemBase() override;
 
-    const TesselTypeIndex& typeIndex() const { return *type; }
+    const TesselTypeIndex& typeIndex() const { return *type_; }
 
     virtual std::uint64_t byteSize() const;
     virtual void addSaveInterfaces() = 0;
@@ -79,14 +78,14 @@ public:
     virtual HyperslabParameters& multiArray() = 0;
     virtual std::string elementText(std::uint64_t index) const = 0;
     virtual void* rawData() const = 0;
-    virtual Chunk chunkPointer() const = 0;
+    virtual Ravelin::ChunkPtr chunkPointer() const = 0;
     virtual std::uint64_t reservedZeroA() const = 0;
     virtual std::uint64_t reservedZeroB() const = 0;
     virtual Array self() = 0;
     virtual Array component(int index, const CreatorPtr& creator) = 0;
     virtual Array copyRegion(const DynamicSize& origin, const DynamicSize& extents, const CreatorPtr& creator) = 0;
-    virtual Array wrapChunk(const Chunk& chunk, const CreatorPtr& creator) = 0;
-    virtual bool assignChunk(const Chunk& source) = 0;
+    virtual Array wrapChunk(const Ravelin::ChunkPtr& chunk, const CreatorPtr& creator) = 0;
+    virtual bool assignChunk(const Ravelin::ChunkPtr& source) = 0;
     virtual Array clone(const CreatorPtr& creator) = 0;
 
     // Keeps the allocator for the type object's index; the grid library then
@@ -104,7 +103,7 @@ public:
 
 private:
     // Type indices come from the type objects, which live as long as the library.
-    const TesselTypeIndex* type;
+    const TesselTypeIndex* type_;
 };
 
 }  // namespace Tessel

@@ -20,7 +20,7 @@ public:
 
     virtual const std::type_info& typeInfo() const = 0;
     virtual bool isType(const std::type_info& t) const = 0;
-    virtual Ravelin::StrongPtr<Ravelin::ChunkBase, Ravelin::ChunkBase> createChunk(std::size_t count) const = 0;
+    virtual Ravelin::ChunkPtr createChunk(std::size_t count) const = 0;
     virtual int echoValue(const int& v) const = 0;
     virtual Ravelin::WeakPtr<TesselTypeBase, TesselTypeBase> componentType() const = 0;
     virtual std::string componentName(int i) const = 0;

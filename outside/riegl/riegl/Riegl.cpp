@@ -3,10 +3,9 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 
-#include "pallion/array/MemArray.hpp"
+#include "pallion/array/Fragments.hpp"
 
 namespace Riegl {
 
@@ -26,20 +25,16 @@ using File = std::unique_ptr<std::FILE, FileCloser>;
 template <class T>
 void store(Tessel::Grid& grid, const std::string& field, const std::string& fragmentName,
            const Ravelin::StrongPtr<Ravelin::Chunk<T>, Ravelin::ChunkBase>& chunk, const ChunkCallback* callback) {
-    const ChunkPtr base(chunk);
-    if (callback != nullptr && *callback) (*callback)(base, field);
     Tessel::FieldPtr target = grid[field];
     const Tessel::FragmentPtr fragment = target->makeFragmentID(fragmentName);
-    const Tessel::MemBase::Array array(
-        new Tessel::MemArray<1, T>(base, {static_cast<std::uint64_t>(chunk->size())}, Tessel::CreatorPtr()));
-    target->setPersistentData(array, fragment, Ravelin::Cache::MemCache(), std::string());
+    if (callback != nullptr && *callback) (*callback)(ChunkPtr(chunk), field);
+    Tessel::storeAsFragment(*target, fragment, chunk);
 }
 
 std::string read(const char* function, const char (&magic)[8], const std::string& fileName, Tessel::Grid& grid,
-                 int epsg, const ChunkCallback* callback, const Progress& progress) {
+                 int epsg, const ChunkCallback* callback, const Ravelin::ProgressPtr& progress) {
     const std::string prefix = std::string(function) + ": ";
-    std::error_code ignored;
-    if (std::filesystem::is_directory(fileName, ignored)) return prefix + "cannot open file: " + fileName;
+    if (Tessel::isDirectory(fileName)) return prefix + "cannot open file: " + fileName;
     File file(std::fopen(fileName.c_str(), "rb"));
     if (!file) return prefix + "cannot open file: " + fileName;
 
@@ -62,8 +57,7 @@ std::string read(const char* function, const char (&magic)[8], const std::string
     std::fseek(file.get(), static_cast<long>(HeaderBytes), SEEK_SET);
 
     grid.makeCartesianRepresentation(3, std::string(), 0);
-    const std::string stem = std::filesystem::path(fileName).stem().string();
-    const std::uint64_t step = count > 99 ? count / 100 : 1;
+    const std::uint64_t step = Tessel::progressStep(count);
     std::uint64_t done = 0;
     std::uint64_t block = 0;
     std::vector<Record> records;
@@ -91,7 +85,7 @@ std::string read(const char* function, const char (&magic)[8], const std::string
                     return prefix + "user interruption";
             }
         }
-        const std::string name = stem + std::to_string(block);
+        const std::string name = Tessel::fragmentName(fileName, block);
         store(grid, "Positions", name, positions, callback);
         store(grid, "GPSTime", name, columns[0], callback);
         store(grid, "Roll", name, columns[1], callback);
@@ -110,7 +104,7 @@ std::string read(const char* function, const char (&magic)[8], const std::string
 }  // namespace
 
 std::string pofx2tessel(const std::string& fileName, Tessel::Grid& grid, const int& epsg,
-                        const ChunkCallback& callback, const Progress& progress) {
+                        const ChunkCallback& callback, const Ravelin::ProgressPtr& progress) {
     return read("pofx2tessel", PofxMagic, fileName, grid, epsg, &callback, progress);
 }
 
@@ -152,7 +146,7 @@ bool writeTrajectoryFile(const std::string& fileName, bool extended, std::int32_
 namespace Pallion {
 
 std::string convertPOFtoZ9(const std::string& fileName, Tessel::Grid& grid, const int& epsg,
-                           const Riegl::Progress& progress) {
+                           const Ravelin::ProgressPtr& progress) {
     return Riegl::read("convertPOFtoZ9", Riegl::PofMagic, fileName, grid, epsg, nullptr, progress);
 }
 

@@ -30,13 +30,13 @@
 
 namespace Riegl {
 
-using ChunkPtr = Ravelin::StrongPtr<Ravelin::ChunkBase, Ravelin::ChunkBase>;
-using Progress = Ravelin::StrongPtr<Ravelin::LoaderProgress, Ravelin::InterfaceBase>;
+using Ravelin::ChunkPtr;
+using Ravelin::ProgressPtr;
 using ChunkCallback = std::function<void(const ChunkPtr&, const std::string&)>;
 
 // Reads a .pofx file; calls `callback` once per chunk and field, before the chunk is stored.
 std::string pofx2tessel(const std::string& fileName, Tessel::Grid& grid, const int& epsg,
-                        const ChunkCallback& callback, const Progress& progress);
+                        const ChunkCallback& callback, const Ravelin::ProgressPtr& progress);
 
 // Turns the "GPSTime" chunk from GPS seconds of the week into seconds of the
 // day `weekDay` (Sunday = 0), by taking weekDay * 86400 off each value.  Chunks
@@ -57,6 +57,6 @@ namespace Pallion {
 
 // Reads a .pof file.
 std::string convertPOFtoZ9(const std::string& fileName, Tessel::Grid& grid, const int& epsg,
-                           const Riegl::Progress& progress);
+                           const Ravelin::ProgressPtr& progress);
 
 }  // namespace Pallion

@@ -114,20 +114,25 @@ template <>
 struct ElementTraits<Colour>
     : TripleTraits<Colour, unsigned char, Quillon::RGB, 1, 0, names::rgb, names::rgbNames> {};
 
+// The index of T, built from its traits at first use and kept for the life of
+// the library; T's type object holds a copy of it.
 template <class T>
-TesselTypeIndex makeTypeIndex() {
-    using Traits = ElementTraits<T>;
-    using C = typename Traits::Component;
-    TesselTypeIndex index;
-    index.components = Traits::components;
-    index.byteSize = sizeof(T);
-    index.kindA = Traits::kindA;
-    index.kindB = Traits::kindB;
-    index.componentSize = sizeof(C);
-    index.typeName = Ravelin::Typename(typeid(T));
-    index.componentTypeName = Ravelin::Typename(typeid(C));
-    index.domainName = Ravelin::Typename(Traits::domain());
-    index.domainDimension = Traits::domainDimension;
+const TesselTypeIndex& typeIndexOf() {
+    static const TesselTypeIndex index = [] {
+        using Traits = ElementTraits<T>;
+        using C = typename Traits::Component;
+        TesselTypeIndex built;
+        built.components = Traits::components;
+        built.byteSize = sizeof(T);
+        built.kindA = Traits::kindA;
+        built.kindB = Traits::kindB;
+        built.componentSize = sizeof(C);
+        built.typeName = Ravelin::Typename(typeid(T));
+        built.componentTypeName = Ravelin::Typename(typeid(C));
+        built.domainName = Ravelin::Typename(Traits::domain());
+        built.domainDimension = Traits::domainDimension;
+        return built;
+    }();
     return index;
 }
 

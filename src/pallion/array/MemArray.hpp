@@ -73,7 +73,7 @@ public:
     virtual const CreativeIterator<T>& multiArray() const = 0;
     virtual Ravelin::StrongPtr<Ravelin::TypedChunk<T>, Ravelin::ChunkBase> typedChunk() const = 0;
     // The chunk as its base, whether or not the typed cast succeeded: its block keeps it alive.
-    Chunk chunkPointer() const override { return Chunk(typedChunk()); }
+    Ravelin::ChunkPtr chunkPointer() const override { return Ravelin::ChunkPtr(typedChunk()); }
     const std::type_info& elementType() const override { return typeid(T); }
 };
 
@@ -81,11 +81,10 @@ template <int N, class T>
 class ReferencingMemArray : public MemArrayBase<N>, public MultiArray<N, T>, public TypedArray<T> {
 public:
     using Array = MemBase::Array;
-    using Chunk = MemBase::Chunk;
     using TypedChunkPtr = Ravelin::StrongPtr<Ravelin::TypedChunk<T>, Ravelin::ChunkBase>;
 
     MultiIndex<N> arrayExtents() const override { return this->extents; }
-    bool assignChunk(const Chunk& source) override {
+    bool assignChunk(const Ravelin::ChunkPtr& source) override {
         auto* target = dynamic_cast<Ravelin::Chunk<T>*>(chunk.get());
         const auto* from = dynamic_cast<const Ravelin::Chunk<T>*>(source.get());
         if (target == nullptr || from == nullptr) return false;
@@ -129,10 +128,10 @@ protected:
     ReferencingMemArray() : MemBase(detail::noTypeIndex(), CreatorPtr()) {}  // the most derived class initialises MemBase
 
     // Stores the chunk with its typed cast, which is null for a chunk of another type.
-    void holdChunk(const Chunk& source) { chunk = TypedChunkPtr(source); }
+    void holdChunk(const Ravelin::ChunkPtr& source) { chunk = TypedChunkPtr(source); }
 
     // The slab of an array on a whole chunk (null data for a chunk of another type).
-    void wrap(const Chunk& source, const MultiIndex<N>& extents) {
+    void wrap(const Ravelin::ChunkPtr& source, const MultiIndex<N>& extents) {
         Ravelin::StrongPtr<Ravelin::Chunk<T>, Ravelin::ChunkBase> typed(source);
         const std::uint64_t n = typed.isNull() ? 0 : typed->size();
         this->count = n;
@@ -156,22 +155,21 @@ template <int N, class T>
 class MemArray final : public ReferencingMemArray<N, T> {
 public:
     using Array = MemBase::Array;
-    using Chunk = MemBase::Chunk;
     using Component = typename ElementTraits<T>::Component;
 
     static inline bool typeRegistered = false;
 
     // 1: an array on an existing chunk.
-    MemArray(const Chunk& chunk, const MultiIndex<N>& extents, const CreatorPtr& creator)
+    MemArray(const Ravelin::ChunkPtr& chunk, const MultiIndex<N>& extents, const CreatorPtr& creator)
         : MemBase(typeIndexOf<T>(), creator) {
         this->wrap(chunk, extents);
         if (typeRegistered) MemBase::RegisteredTypes.fetch_add(1, std::memory_order_relaxed);
     }
     // 2: an array on a new zero-filled chunk of the product of the extents.
     MemArray(const MultiIndex<N>& extents, const CreatorPtr& creator)
-        : MemArray(Chunk(new Ravelin::Chunk<T>(Tessel::productOf(extents))), extents, creator) {}
+        : MemArray(Ravelin::ChunkPtr(new Ravelin::Chunk<T>(Tessel::productOf(extents))), extents, creator) {}
     // 3: an array on a given slab of a chunk, for views.
-    MemArray(const Iterator<T>& slab, const MultiIndex<N>& extents, const Chunk& chunk, const CreatorPtr& creator)
+    MemArray(const Iterator<T>& slab, const MultiIndex<N>& extents, const Ravelin::ChunkPtr& chunk, const CreatorPtr& creator)
         : MemBase(typeIndexOf<T>(), creator) {
         static_cast<MultiArray<N, T>&>(*this) = MultiArray<N, T>(slab, extents, nullptr);
         this->holdChunk(chunk);
@@ -218,7 +216,7 @@ public:
         }
     }
     Array self() override { return Array(this); }
-    Array wrapChunk(const Chunk& chunk, const CreatorPtr& creator) override {
+    Array wrapChunk(const Ravelin::ChunkPtr& chunk, const CreatorPtr& creator) override {
         if (chunk.isNull() || chunk->elementCount() != this->product()) return Array();
         return Array(new MemArray(chunk, this->extents, creator));
     }

@@ -25,8 +25,8 @@ public:
 
     const std::type_info& typeInfo() const override { return typeid(T); }
     bool isType(const std::type_info& t) const override { return t.name() == typeid(T).name() || t == typeid(T); }
-    Ravelin::StrongPtr<Ravelin::ChunkBase, Ravelin::ChunkBase> createChunk(std::size_t count) const override {
-        return Ravelin::StrongPtr<Ravelin::ChunkBase, Ravelin::ChunkBase>(new Ravelin::Chunk<T>(count));
+    Ravelin::ChunkPtr createChunk(std::size_t count) const override {
+        return Ravelin::ChunkPtr(new Ravelin::Chunk<T>(count));
     }
     int echoValue(const int& v) const override { return v; }
     Ravelin::WeakPtr<TesselTypeBase, TesselTypeBase> componentType() const override {
@@ -45,14 +45,7 @@ protected:
     friend class Ravelin::Auto<TesselType<T>>;
     // Runs only for the singleton: it is announced to the grid library once
     // it has its final virtual table.
-    TesselType() : TesselTypeBase(makeTypeIndex<T>()) { remember(); }
+    TesselType() : TesselTypeBase(typeIndexOf<T>()) { remember(); }
 };
-
-// The index of T, held by its type object for the whole life of the library.
-template <class T>
-const TesselTypeIndex& typeIndexOf() {
-    static const TesselTypeIndex& index = TesselType<T>::get()->typeIndex();
-    return index;
-}
 
 }  // namespace Tessel

@@ -75,15 +75,15 @@ void Ascii2Z9::finishRow() {
     flushBlock();
     ++parameter.FragmentCount;
     parameter.BlockFill = 0;
-    if (fastRows) planRows();
+    if (fastRows_) planRows();
 }
 
 void Ascii2Z9::planRows() {
-    plan.start(parameter.Delimiter, parameter.HighestColumnIndex);
+    plan_.start(parameter.Delimiter, parameter.HighestColumnIndex);
     forEachHolder([&](auto& holder) {
-        for (auto& column : holder.Entries) plan.add(column);
+        for (auto& column : holder.Entries) plan_.add(column);
     });
-    plan.finish();
+    plan_.finish();
 }
 
 void Ascii2Z9::flushBlock() {
@@ -113,8 +113,8 @@ std::string Ascii2Z9::run() {
     forEachHolder([&](auto& holder) { openColumns(holder); });
     // The fast number conversion reads '.' as the decimal point; under a locale
     // that writes it otherwise, every line goes the standard way.
-    fastRows = decimalPointIsDot();
-    if (fastRows) planRows();
+    fastRows_ = decimalPointIsDot();
+    if (fastRows_) planRows();
 
     for (const std::string& name : *parameter.Files) {
         std::string failure = readFile(name);
@@ -125,16 +125,13 @@ std::string Ascii2Z9::run() {
 }
 
 std::string Ascii2Z9::readFile(const std::string& name) {
-    // A directory opens like a file on this platform but has no lines: it is
-    // refused like a file that cannot be opened, rather than read as an empty table.
-    std::error_code ignored;
-    if (std::filesystem::is_directory(name, ignored)) return std::string(Messages::CannotOpenFile) + name;
+    if (Tessel::isDirectory(name)) return std::string(Messages::CannotOpenFile) + name;
     LineReader reader(name);
     if (!reader.isOpen()) return std::string(Messages::CannotOpenFile) + name;
     reader.skipLines(parameter.HeaderLines);
 
     const std::uint64_t estimate = estimateLines(name, parameter.HeaderLines);
-    const std::uint64_t step = estimate > 99 ? estimate / 100 : 1;
+    const std::uint64_t step = Tessel::progressStep(estimate);
     parameter.CurrentFile = name;
 
     Ravelin::LoaderProgress* progress = parameter.Progress.get();
@@ -158,9 +155,9 @@ std::string Ascii2Z9::readFile(const std::string& name) {
         // can look at it: while a full block is flushed, and on a failure, which
         // the standard way below reports.  Tokens left over from before the run
         // send its first line the standard way, which appends to them.
-        if (fastRows && tokens.empty()) {
+        if (fastRows_ && tokens.empty()) {
             const char* stop = reader.sawNul() ? static_cast<const char*>(std::memchr(line, '\0', length)) : nullptr;
-            if (plan.store(line, stop != nullptr ? stop : end, parameter.BlockFill)) {
+            if (plan_.store(line, stop != nullptr ? stop : end, parameter.BlockFill)) {
                 if (parameter.BlockFill + 1 == parameter.ChunkSize) split(line, length, tokens, delimiter);
                 finishRow();
                 tokens.clear();

@@ -27,7 +27,7 @@ class Ascii2Z9 {
 public:
     using Holders = detail::HoldersOf<Tessel::ElementTypes>::type;
 
-    Ascii2Z9(Parameter& parameter, Tessel::Grid& grid) : parameter(parameter), grid(grid) {}
+    Ascii2Z9(Parameter& settings, Tessel::Grid& output) : parameter(settings), grid(output) {}
     Ascii2Z9(const Ascii2Z9&) = delete;
     Ascii2Z9& operator=(const Ascii2Z9&) = delete;
 
@@ -51,11 +51,13 @@ private:
         std::apply([&](auto&... holder) { (f(holder), ...); }, holders);
     }
 
-    Parameter& parameter;
-    Tessel::Grid& grid;
-    Holders holders;
-    RowPlan plan;
-    bool fastRows = false;
+    // The converter's documented fields keep their names; the constructor's
+    // arguments are named apart from them.
+    Parameter& parameter;  // NOLINT(readability-identifier-naming)
+    Tessel::Grid& grid;    // NOLINT(readability-identifier-naming)
+    Holders holders;       // NOLINT(readability-identifier-naming)
+    RowPlan plan_;
+    bool fastRows_ = false;
 };
 
 }  // namespace Pallion

@@ -3,12 +3,11 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "pallion/array/ElementTraits.hpp"
-#include "pallion/array/MemArray.hpp"
+#include "pallion/array/Fragments.hpp"
 #include "pallion/convert/Parameter.hpp"
 #include "pallion/memory/Chunk.hpp"
 #include "ravelin/Cacheable.hpp"
@@ -33,20 +32,15 @@ struct ColumnContainer {
     // Hands the chunk to the field as one fragment, without copying it.
     void flushColumn(const std::uint64_t& fragmentCount, const std::string& currentFile,
                      const FragmentHook& onFragment) {
-        const std::string name = std::filesystem::path(currentFile).stem().string() + std::to_string(fragmentCount);
-        const Tessel::FragmentPtr fragment = Field->makeFragmentID(name);
-        const ChunkPtr chunk(Chunk);
-        if (onFragment) onFragment(chunk, FieldName, currentFile);
-        const auto& cache = Ravelin::Cache::MemCache();
-        const std::uint64_t count = Chunk->size();
-        const Tessel::MemBase::Array array(new Tessel::MemArray<1, T>(chunk, {count}, Tessel::CreatorPtr()));
-        Field->setPersistentData(array, fragment, cache, std::string());
+        const Tessel::FragmentPtr fragment = Field->makeFragmentID(Tessel::fragmentName(currentFile, fragmentCount));
+        if (onFragment) onFragment(ChunkPtr(Chunk), FieldName, currentFile);
+        Tessel::storeAsFragment(*Field, fragment, Chunk);
     }
 };
 
 template <class T>
 struct TypedColumns {
-    Tessel::TesselTypeIndex TypeId = Tessel::makeTypeIndex<T>();
+    Tessel::TesselTypeIndex TypeId = Tessel::typeIndexOf<T>();
     std::vector<ColumnContainer<T>> Entries;
 };
 

@@ -25,7 +25,7 @@ public:
     LineReader(const LineReader&) = delete;
     LineReader& operator=(const LineReader&) = delete;
 
-    bool isOpen() const { return descriptor >= 0; }
+    bool isOpen() const { return descriptor_ >= 0; }
 
     // Skips up to `count` lines, as that many ignore(max, '\n') calls would;
     // stops as soon as the file has run out.
@@ -39,21 +39,21 @@ public:
     std::uint64_t nextLineLength();
 
     // Whether any byte read so far was a NUL, so that a line may hold one.
-    bool sawNul() const { return nulSeen; }
+    bool sawNul() const { return nulSeen_; }
 
 private:
     // Reads more bytes behind those not yet handed out; false at the end.
     bool refill();
     // Drops every byte read but not handed out.
-    void discard() { start = filled = 0; }
+    void discard() { start_ = filled_ = 0; }
 
-    int descriptor = -1;
-    std::unique_ptr<char[]> buffer;
-    std::size_t capacity;
-    std::size_t start = 0;   // first byte not yet handed out
-    std::size_t filled = 0;  // bytes in the buffer
-    bool atEnd = false;
-    bool nulSeen = false;
+    int descriptor_ = -1;
+    std::unique_ptr<char[]> buffer_;
+    std::size_t capacity_;
+    std::size_t start_ = 0;   // first byte not yet handed out
+    std::size_t filled_ = 0;  // bytes in the buffer
+    bool atEnd_ = false;
+    bool nulSeen_ = false;
 };
 
 }  // namespace Pallion

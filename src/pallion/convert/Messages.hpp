@@ -1,4 +1,4 @@
-// Every text this library gives back or shows, in one place.  A failure text
+// Every text the text table converter gives back or notes, in one place.  A failure text
 // begins with the name of the function that found the failure.
 #pragma once
 
@@ -34,16 +34,5 @@ inline constexpr std::string_view TextConverterName = "ascii2z9";
 
 // Names in the grid.
 inline constexpr std::string_view EPSGAttribute = "EPSG";
-
-// Trajectories.
-inline constexpr std::string_view TrajectoryParse =
-    "Positions:point:1+2+3,GPSTime:double:0,Roll:double:4,Pitch:double:5,Yaw:double:6";
-inline constexpr std::string_view GeoReferenceFailed = "convertTrajectory2Z9: could not initialise GeoReferenceSystem";
-inline constexpr std::string_view UnknownExtension = "convertTrajectory2Z9: unknown file extension: ";
-inline constexpr std::string_view LayoutDoesNotFit =
-    "parseFilenameForGeoDatum: QVT Parse layout for trajectory does not fit: ";
-inline constexpr std::string_view AttributeMismatch = "addAttributeToGrid:: Different ";
-inline constexpr std::string_view AttributeMismatchEnd = "! cannot merge file.";
-inline constexpr std::string_view WeekDayLegend = " (Sun=0, Mo=1,Tu=2,We=3,Th=4,Fr=5,Sa=6)";
 
 }  // namespace Pallion::Messages

@@ -21,20 +21,20 @@ struct ContainerEntry {
     Tessel::TesselTypeIndex TypeId;
 };
 
-using ChunkPtr = Ravelin::StrongPtr<Ravelin::ChunkBase, Ravelin::ChunkBase>;
+using Ravelin::ChunkPtr;
 // Called for each column of each flushed block, before the chunk becomes a fragment:
 // the chunk, the field name and the current file name.
 using FragmentHook = std::function<void(const ChunkPtr&, const std::string&, const std::string&)>;
 
 struct Parameter {
     // Set by the caller.
-    Ravelin::StrongPtr<Ravelin::StringList, Ravelin::StringList> Files;
+    Ravelin::StringListPtr Files;
     std::uint32_t HeaderLines = 0;
     std::string Parse = "Positions:point:0+1+2";
     char Delimiter = ' ';  // the letter t stands for a tab
     std::uint32_t ChunkSize = 10000000;
     std::int32_t EPSG = -1;
-    Ravelin::StrongPtr<Ravelin::LoaderProgress, Ravelin::InterfaceBase> Progress;
+    Ravelin::ProgressPtr Progress;
 
     // State of the conversion.
     std::uint32_t HighestColumnIndex = 0;

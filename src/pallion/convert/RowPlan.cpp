@@ -32,33 +32,33 @@ RowPlan::Store RowPlan::storeFor(bool floating, std::size_t width) {
 }
 
 void RowPlan::start(char lineDelimiter, std::uint32_t highest) {
-    delimiter = lineDelimiter;
-    delimiterInNumbers = detail::isDigit(lineDelimiter) || std::strchr(".eE+-", lineDelimiter) != nullptr;
-    if (lineDelimiter == '\0') delimiterInNumbers = false;  // strchr finds the terminator
-    highestColumn = highest;
-    pending.clear();
-    targets.clear();
-    tokens.clear();
+    delimiter_ = lineDelimiter;
+    delimiterInNumbers_ = detail::isDigit(lineDelimiter) || std::strchr(".eE+-", lineDelimiter) != nullptr;
+    if (lineDelimiter == '\0') delimiterInNumbers_ = false;  // strchr finds the terminator
+    highestColumn_ = highest;
+    pending_.clear();
+    targets_.clear();
+    tokens_.clear();
 }
 
 void RowPlan::finish() {
-    std::stable_sort(pending.begin(), pending.end(),
+    std::stable_sort(pending_.begin(), pending_.end(),
                      [](const Pending& a, const Pending& b) { return a.column < b.column; });
-    for (const Pending& p : pending) {
-        if (tokens.empty() || tokens.back().column != p.column)
-            tokens.push_back({p.column, static_cast<std::uint32_t>(targets.size()), 0});
-        targets.push_back(p.target);
-        ++tokens.back().targetCount;
+    for (const Pending& p : pending_) {
+        if (tokens_.empty() || tokens_.back().column != p.column)
+            tokens_.push_back({p.column, static_cast<std::uint32_t>(targets_.size()), 0});
+        targets_.push_back(p.target);
+        ++tokens_.back().targetCount;
     }
-    if (tokens.empty() || tokens.back().column < highestColumn) tokens.push_back({highestColumn, 0, 0});
-    pending.clear();
+    if (tokens_.empty() || tokens_.back().column < highestColumn_) tokens_.push_back({highestColumn_, 0, 0});
+    pending_.clear();
 }
 
 bool RowPlan::store(const char* p, const char* end, std::uint64_t row) const {
     std::uint32_t index = 0;  // the token that starts at p
-    for (const Token& token : tokens) {
+    for (const Token& token : tokens_) {
         for (; index < token.column; ++index) {
-            const void* cut = std::memchr(p, delimiter, static_cast<std::size_t>(end - p));
+            const void* cut = std::memchr(p, delimiter_, static_cast<std::size_t>(end - p));
             if (cut == nullptr) return false;
             p = static_cast<const char*>(cut) + 1;
         }
@@ -66,18 +66,18 @@ bool RowPlan::store(const char* p, const char* end, std::uint64_t row) const {
         if (token.targetCount == 0) return true;
 
         const char* stop = end;
-        if (delimiterInNumbers)
-            if (const void* cut = std::memchr(p, delimiter, static_cast<std::size_t>(end - p)))
+        if (delimiterInNumbers_)
+            if (const void* cut = std::memchr(p, delimiter_, static_cast<std::size_t>(end - p)))
                 stop = static_cast<const char*>(cut);
         const char* numberEnd = p;
         for (std::uint32_t t = token.firstTarget; t < token.firstTarget + token.targetCount; ++t) {
-            const Target& target = targets[t];
+            const Target& target = targets_[t];
             if (!target.convert(p, stop, target.rows + row * target.stride + target.offset, numberEnd)) return false;
         }
         // The token ends at the first delimiter behind its number: usually right there.
-        const void* cut = numberEnd != end && *numberEnd == delimiter
+        const void* cut = numberEnd != end && *numberEnd == delimiter_
                               ? numberEnd
-                              : std::memchr(numberEnd, delimiter, static_cast<std::size_t>(end - numberEnd));
+                              : std::memchr(numberEnd, delimiter_, static_cast<std::size_t>(end - numberEnd));
         p = cut != nullptr ? static_cast<const char*>(cut) + 1 : end;
         ++index;
     }

@@ -35,7 +35,7 @@ public:
         static_assert(sizeof(T) == Traits::components * sizeof(C), "components lie side by side");
         auto* rows = reinterpret_cast<std::byte*>(column.rows);
         for (unsigned i = 0; i < Traits::components; ++i)
-            pending.push_back({column.Columns[i], {rows, sizeof(T), i * sizeof(C), storeFor(std::is_floating_point_v<C>, sizeof(C))}});
+            pending_.push_back({column.Columns[i], {rows, sizeof(T), i * sizeof(C), storeFor(std::is_floating_point_v<C>, sizeof(C))}});
     }
 
     // Orders what was added by token; call once after the last add.
@@ -69,14 +69,14 @@ private:
         Target target;
     };
 
-    char delimiter = ' ';
+    char delimiter_ = ' ';
     // A delimiter that can stand inside a number ('.', 'e', a digit, ...) would
     // be read as part of it; the token's end is then found before its number.
-    bool delimiterInNumbers = false;
-    std::uint32_t highestColumn = 0;
-    std::vector<Pending> pending;
-    std::vector<Target> targets;
-    std::vector<Token> tokens;
+    bool delimiterInNumbers_ = false;
+    std::uint32_t highestColumn_ = 0;
+    std::vector<Pending> pending_;
+    std::vector<Target> targets_;
+    std::vector<Token> tokens_;
 };
 
 }  // namespace Pallion

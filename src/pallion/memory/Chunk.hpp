@@ -23,7 +23,7 @@ template <class X>
 class TypedChunkBase : public ChunkBase {
 public:
     const std::type_info& baseType() const override { return typeid(X); }
-    StrongPtr<ChunkBase, ChunkBase> createChunk(std::size_t count, bool reserveOnly) const override {
+    ChunkPtr createChunk(std::size_t count, bool reserveOnly) const override {
         return createTyped(count, reserveOnly);
     }
     virtual StrongPtr<TypedChunkBase<X>, ChunkBase> createTyped(std::size_t count, bool reserveOnly) const = 0;
@@ -76,7 +76,7 @@ public:
     void* rawData() override { return std::vector<T>::data(); }
     const void* rawData() const override { return std::vector<T>::data(); }
     const std::type_info& elementType() const override { return typeid(T); }
-    StrongPtr<ChunkBase, ChunkBase> clone() const override { return StrongPtr<ChunkBase, ChunkBase>(new Chunk<T>(vector())); }
+    ChunkPtr clone() const override { return ChunkPtr(new Chunk<T>(vector())); }
     virtual std::vector<T>& vector() { return *this; }
     virtual const std::vector<T>& vector() const { return *this; }
     StrongPtr<TypedChunkBase<Root>, ChunkBase> createTyped(std::size_t count, bool reserveOnly) const override {

@@ -22,10 +22,12 @@ inline constexpr std::size_t HugePageAdviceThreshold = std::size_t{4} << 20;
 inline void adviseHugePages(void* data, std::size_t bytes) noexcept {
 #if defined(__linux__) && defined(MADV_HUGEPAGE)
     if (data == nullptr || bytes < HugePageAdviceThreshold) return;
-    constexpr std::uintptr_t page = 4096;  // the advice needs a page-aligned start
-    const auto begin = (reinterpret_cast<std::uintptr_t>(data) + page - 1) & ~(page - 1);
-    const auto end = (reinterpret_cast<std::uintptr_t>(data) + bytes) & ~(page - 1);
-    if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+    constexpr std::size_t page = 4096;  // the advice needs a page-aligned start
+    const std::size_t misalignment = reinterpret_cast<std::uintptr_t>(data) % page;
+    const std::size_t skip = misalignment == 0 ? 0 : page - misalignment;
+    if (bytes <= skip) return;
+    const std::size_t length = (bytes - skip) / page * page;
+    if (length > 0) madvise(static_cast<char*>(data) + skip, length, MADV_HUGEPAGE);
 #else
     (void)data;
     (void)bytes;

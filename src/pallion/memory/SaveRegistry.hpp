@@ -31,7 +31,7 @@ public:
 
 private:
     explicit SaveRegistry(T* offered) : object(offered) {}
-    T* object;
+    T* object;  // NOLINT(readability-identifier-naming): the registry's documented field
 };
 
 }  // namespace Ravelin

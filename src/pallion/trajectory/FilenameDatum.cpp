@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "pallion/convert/Messages.hpp"
+#include "pallion/trajectory/Messages.hpp"
 #include "pallion/convert/Parse.hpp"
 #include "ravelin/Console.hpp"
 
@@ -19,7 +19,7 @@ Ravelin::StrongPtr<GeoReferenceSystem> parseFilenameForGeoDatum(const std::files
     split(text.data(), text.size(), pieces, '_');
     if (pieces.size() != 6) {
         Ravelin::Console console;
-        console << std::string(Messages::LayoutDoesNotFit) + text;
+        console << std::string(TrajectoryMessages::LayoutDoesNotFit) + text;
         return {};
     }
     const int height = stoiAfterPrefix(pieces[5], 4);

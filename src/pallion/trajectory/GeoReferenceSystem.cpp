@@ -1,6 +1,6 @@
 #include "pallion/trajectory/GeoReferenceSystem.hpp"
 
-#include "pallion/convert/Messages.hpp"
+#include "pallion/trajectory/Messages.hpp"
 
 namespace Pallion {
 
@@ -12,7 +12,7 @@ GeoReferenceSystem::GeoReferenceSystem(const std::string& name, const int& fileN
 std::string GeoReferenceSystem::speak() const {
     return "Name=" + Name + "\nFileNr=" + std::to_string(FileNr) + "\nEPSGSpatial=" + std::to_string(EPSGSpatial) +
            "\nEPSGHeight=" + std::to_string(EPSGHeight) + "\nDate=" + Date + "\nWeekDay=" +
-           std::to_string(Chrono.WeekDay) + std::string(Messages::WeekDayLegend);
+           std::to_string(Chrono.WeekDay) + std::string(TrajectoryMessages::WeekDayLegend);
 }
 
 }  // namespace Pallion

@@ -1,6 +1,6 @@
 #include "pallion/trajectory/GridAttributes.hpp"
 
-#include "pallion/convert/Messages.hpp"
+#include "pallion/trajectory/Messages.hpp"
 #include "pallion/memory/Chunk.hpp"
 
 namespace Pallion {
@@ -9,23 +9,19 @@ namespace {
 
 template <class T>
 std::string addAttribute(Tessel::Grid& grid, const std::string& name, const T& value, bool append) {
-    using ChunkPtr = Ravelin::StrongPtr<Ravelin::ChunkBase, Ravelin::ChunkBase>;
     Ravelin::Attributes& attributes = grid.attributes();
     Ravelin::StrongPtr<Ravelin::Chunk<T>, Ravelin::ChunkBase> chunk(attributes.getAttribute(name));
     if (chunk.isNull()) {
         // Absent, or a chunk of another type, which is replaced.
         Ravelin::StrongPtr<Ravelin::Chunk<T>, Ravelin::ChunkBase> fresh(new Ravelin::Chunk<T>(1));
         (*fresh)[0] = value;
-        attributes.setAttribute(name, ChunkPtr(fresh));
-    } else if (append) {
-        chunk->push_back(value);
-        attributes.setAttribute(name, ChunkPtr(chunk));
-    } else if (chunk->empty()) {
+        attributes.setAttribute(name, Ravelin::ChunkPtr(fresh));
+    } else if (append || chunk->empty()) {
         // A chunk without elements has nothing to compare with: it takes this value.
         chunk->push_back(value);
-        attributes.setAttribute(name, ChunkPtr(chunk));
+        attributes.setAttribute(name, Ravelin::ChunkPtr(chunk));
     } else if (!((*chunk)[0] == value)) {
-        return std::string(Messages::AttributeMismatch) + name + std::string(Messages::AttributeMismatchEnd);
+        return std::string(TrajectoryMessages::AttributeMismatch) + name + std::string(TrajectoryMessages::AttributeMismatchEnd);
     }
     grid.setTimeStamp(Ravelin::Ageable::tick());
     return {};
@@ -43,12 +39,12 @@ std::string addAttributeToGrid(Tessel::Grid& grid, const std::string& name, cons
 }
 
 std::string addGeoReferenceToGrid(const GeoReferenceSystem& geo, Tessel::Grid& grid) {
-    std::string failure = addAttributeToGrid(grid, "EPSG_SPATIAL", static_cast<unsigned int>(geo.EPSGSpatial), false);
+    std::string failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::EPSGSpatialAttribute), static_cast<unsigned int>(geo.EPSGSpatial), false);
     if (failure.empty())
-        failure = addAttributeToGrid(grid, "EPSG_HEIGHT", static_cast<unsigned int>(geo.EPSGHeight), false);
-    if (failure.empty()) failure = addAttributeToGrid(grid, "WeekDay", static_cast<unsigned int>(geo.weekDay()), true);
-    if (failure.empty()) failure = addAttributeToGrid(grid, "Date", geo.Date, true);
-    if (failure.empty()) failure = addAttributeToGrid(grid, "NameOfProject", geo.Name, false);
+        failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::EPSGHeightAttribute), static_cast<unsigned int>(geo.EPSGHeight), false);
+    if (failure.empty()) failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::WeekDayAttribute), static_cast<unsigned int>(geo.weekDay()), true);
+    if (failure.empty()) failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::DateAttribute), geo.Date, true);
+    if (failure.empty()) failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::ProjectAttribute), geo.Name, false);
     return failure;
 }
 

@@ -3,7 +3,7 @@
 #include <filesystem>
 
 #include "pallion/convert/Ascii2Z9.hpp"
-#include "pallion/convert/Messages.hpp"
+#include "pallion/trajectory/Messages.hpp"
 #include "riegl/Riegl.hpp"
 #include "pallion/trajectory/FilenameDatum.hpp"
 #include "pallion/trajectory/GridAttributes.hpp"
@@ -12,7 +12,7 @@ namespace Pallion {
 
 namespace {
 
-using Progress = Ravelin::StrongPtr<Ravelin::LoaderProgress, Ravelin::InterfaceBase>;
+using Ravelin::ProgressPtr;
 
 // Adjusts the GPS times of each chunk for the file's week day, and keeps the
 // first failure in `timeError`, which outlives the converter's call.
@@ -30,11 +30,11 @@ struct GpsTimeCallback {
 };
 
 std::string convertText(Tessel::Grid& grid, const std::string& fileName, const GeoReferenceSystem& geo,
-                        const Progress& progress) {
+                        const Ravelin::ProgressPtr& progress) {
     std::string timeError;
     Parameter parameter;
     parameter.Files = new Ravelin::StringList{fileName};
-    parameter.Parse = std::string(Messages::TrajectoryParse);
+    parameter.Parse = std::string(TrajectoryMessages::TrajectoryParse);
     parameter.Progress = progress;
     parameter.OnFragment = GpsTimeCallback{timeError, geo.weekDay()};
     std::string result = ascii2z9(grid, parameter);
@@ -43,7 +43,7 @@ std::string convertText(Tessel::Grid& grid, const std::string& fileName, const G
 }
 
 std::string convertPofx(Tessel::Grid& grid, const std::string& fileName, const GeoReferenceSystem& geo,
-                        const Progress& progress) {
+                        const Ravelin::ProgressPtr& progress) {
     std::string timeError;
     const Riegl::ChunkCallback callback = GpsTimeCallback{timeError, geo.weekDay()};
     std::string result = Riegl::pofx2tessel(fileName, grid, geo.EPSGSpatial, callback, progress);
@@ -53,25 +53,25 @@ std::string convertPofx(Tessel::Grid& grid, const std::string& fileName, const G
 
 }  // namespace
 
-std::string convertTrajectory2Z9(Tessel::Grid& grid, const Ravelin::StrongPtr<Ravelin::StringList, Ravelin::StringList>& files,
-                                 const Progress& progress) {
+std::string convertTrajectory2Z9(Tessel::Grid& grid, const Ravelin::StringListPtr& files,
+                                 const Ravelin::ProgressPtr& progress) {
     if (files.isNull()) return {};
     for (const std::string& entry : *files) {
         const std::string fileName = entry;
         const std::filesystem::path filePath(fileName);
         Ravelin::StrongPtr<GeoReferenceSystem> geo = parseFilenameForGeoDatum(filePath.stem());
-        if (geo.isNull()) return std::string(Messages::GeoReferenceFailed);
+        if (geo.isNull()) return std::string(TrajectoryMessages::GeoReferenceFailed);
 
         const std::string extension = filePath.extension().string();
         std::string result;
-        if (extension == ".txt")
+        if (extension == TrajectoryMessages::TextExtension)
             result = convertText(grid, fileName, *geo, progress);
-        else if (extension == ".pof")
+        else if (extension == TrajectoryMessages::PofExtension)
             result = convertPOFtoZ9(fileName, grid, geo->EPSGSpatial, progress);
-        else if (extension == ".pofx")
+        else if (extension == TrajectoryMessages::PofxExtension)
             result = convertPofx(grid, fileName, *geo, progress);
         else
-            return std::string(Messages::UnknownExtension) + fileName;
+            return std::string(TrajectoryMessages::UnknownExtension) + fileName;
         if (!result.empty()) return result;
 
         result = addGeoReferenceToGrid(*geo, grid);

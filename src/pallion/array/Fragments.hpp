@@ -1,0 +1,47 @@
+// What every reader that fills a grid does alike: it names its blocks after
+// the file, stores each block's chunk as a fragment without copying it,
+// spaces its progress reports and refuses a directory.  The text converter
+// and the trajectory readers share these steps.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+#include "pallion/array/MemArray.hpp"
+#include "pallion/memory/Chunk.hpp"
+#include "ravelin/Cacheable.hpp"
+#include "tessel/Grid.hpp"
+
+namespace Tessel {
+
+// The name of block `number` of `file`: the file's stem and the number, with
+// nothing between them ("points.txt", 0: "points0").
+inline std::string fragmentName(const std::string& file, std::uint64_t number) {
+    return std::filesystem::path(file).stem().string() + std::to_string(number);
+}
+
+// Hands `chunk` to `field` as the data of `fragment`: the chunk, at its present
+// size, becomes the storage of a one-dimensional array.
+template <class T>
+void storeAsFragment(Field& field, const FragmentPtr& fragment,
+                     const Ravelin::StrongPtr<Ravelin::Chunk<T>, Ravelin::ChunkBase>& chunk) {
+    const auto& cache = Ravelin::Cache::MemCache();
+    const std::uint64_t count = chunk->size();
+    const MemBase::Array array(new MemArray<1, T>(Ravelin::ChunkPtr(chunk), {count}, CreatorPtr()));
+    field.setPersistentData(array, fragment, cache, std::string());
+}
+
+// The distance between two progress reports over `total` items: about a
+// hundred reports, or one per item for fewer than a hundred.
+inline std::uint64_t progressStep(std::uint64_t total) { return total > 99 ? total / 100 : 1; }
+
+// A directory opens like a file on this platform but has no content: readers
+// refuse it as a file that cannot be opened.
+inline bool isDirectory(const std::string& name) {
+    std::error_code ignored;
+    return std::filesystem::is_directory(name, ignored);
+}
+
+}  // namespace Tessel
