@@ -7,6 +7,7 @@
 #   ./build.sh consumer   installs into a temporary prefix and builds a separate project
 #                         against it with find_package, then again with add_subdirectory
 #   ./build.sh package    makes the Debian package and builds the separate project against its contents
+#   ./build.sh lint       checks the formatting (clang-format) and the library's code (clang-tidy)
 # Missing tools are installed from Debian's packages first (needs root).
 set -euo pipefail
 cd "$(dirname "$0")"
@@ -17,6 +18,8 @@ install_missing() {
     command -v cmake >/dev/null || need+=(cmake)
     command -v ninja >/dev/null || need+=(ninja-build)
     command -v pkg-config >/dev/null || need+=(pkg-config)
+    command -v clang-format >/dev/null || need+=(clang-format)
+    command -v run-clang-tidy >/dev/null || need+=(clang-tidy)
     [ -f /usr/include/gtest/gtest.h ] || need+=(libgtest-dev)
     [ -f /usr/include/gmock/gmock.h ] || need+=(libgmock-dev)
     [ -f /usr/include/benchmark/benchmark.h ] || need+=(libbenchmark-dev)
@@ -106,8 +109,16 @@ case "${1:-}" in
         dpkg-deb -x "$deb" "$scratch/root"
         consume "-DCMAKE_PREFIX_PATH=$scratch/root/usr" "$scratch/find"
         ;;
+    lint)
+        install_missing
+        cmake --preset release >/dev/null  # the compile commands clang-tidy reads
+        git ls-files '*.hpp' '*.cpp' | xargs clang-format --dry-run --Werror
+        run-clang-tidy -p build/release -quiet '/(src|outside)/.*\.cpp$' >/tmp/pallion-tidy.log 2>&1 ||
+            { grep -E "(warning|error):" /tmp/pallion-tidy.log | sort -u; exit 1; }
+        echo "clang-format and clang-tidy: clean"
+        ;;
     *)
-        sed -n '2,11p' "$0"
+        sed -n '2,12p' "$0"
         exit 2
         ;;
 esac
