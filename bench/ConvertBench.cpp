@@ -27,8 +27,8 @@
 #include <unistd.h>
 
 #include "pallion/convert/Ascii2Z9.hpp"
-#include "pallion/trajectory/Messages.hpp"
 #include "pallion/memory/HugePages.hpp"
+#include "pallion/trajectory/Messages.hpp"
 
 namespace {
 
@@ -157,11 +157,12 @@ void table(const char* label, const std::filesystem::path& file, const std::stri
         if (a.seconds < floor.seconds) floor = a;
         if (b.seconds < ours.seconds) ours = b;
     }
-    std::printf("%-10s %9llu rows %7.1f MB | parse-only %6.3f s | ascii2z9 %6.3f s %7.1f MB/s %5.1f M rows/s | "
-                "ratio %4.2f | peak %6.0f MiB, chunks %6.0f MiB\n",
-                label, static_cast<unsigned long long>(rows), mb, floor.seconds, ours.seconds, mb / ours.seconds,
-                static_cast<double>(rows) / ours.seconds / 1e6, ours.seconds / floor.seconds, ours.peakMB,
-                chunkMB(rows, bytesPerRow));
+    std::printf(
+        "%-10s %9llu rows %7.1f MB | parse-only %6.3f s | ascii2z9 %6.3f s %7.1f MB/s %5.1f M rows/s | "
+        "ratio %4.2f | peak %6.0f MiB, chunks %6.0f MiB\n",
+        label, static_cast<unsigned long long>(rows), mb, floor.seconds, ours.seconds, mb / ours.seconds,
+        static_cast<double>(rows) / ours.seconds / 1e6, ours.seconds / floor.seconds, ours.peakMB,
+        chunkMB(rows, bytesPerRow));
 }
 
 }  // namespace

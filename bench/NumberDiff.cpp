@@ -18,6 +18,7 @@ int main(int argc, char** argv) {
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     for (const std::string& token : differing) std::printf("differs: \"%s\"\n", token.c_str());
     std::printf("%llu tokens x 3 conversions, %llu through the fast double path, %zu differing, %.1f s\n",
-                static_cast<unsigned long long>(count), static_cast<unsigned long long>(fast), differing.size(), seconds);
+                static_cast<unsigned long long>(count), static_cast<unsigned long long>(fast), differing.size(),
+                seconds);
     return differing.empty() ? 0 : 1;
 }

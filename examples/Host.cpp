@@ -14,9 +14,9 @@
 #include <unistd.h>
 
 #include "pallion/convert/Ascii2Z9.hpp"
+#include "pallion/trajectory/Trajectory.hpp"
 #include "ravelin/Console.hpp"
 #include "tessel/Grid.hpp"
-#include "pallion/trajectory/Trajectory.hpp"
 
 namespace {
 

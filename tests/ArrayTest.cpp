@@ -6,8 +6,8 @@
 
 using namespace Tessel;
 using Ravelin::Chunk;
-using Ravelin::StrongPtr;
 using Ravelin::ChunkPtr;
+using Ravelin::StrongPtr;
 using Array = MemBase::Array;
 
 namespace {
@@ -49,7 +49,7 @@ TEST(ElementTypes, TypeObjectsAnswerFromTheTable) {
     auto scalar = TesselType<unsigned short>::get();
     ASSERT_FALSE(point.isNull());
     EXPECT_EQ(point.get(), TesselType<Point>::get().get());  // one object per type
-    EXPECT_GE(point.strongCount(), 1);                        // held by its own static storage
+    EXPECT_GE(point.strongCount(), 1);                       // held by its own static storage
     EXPECT_EQ(point->isVectorKind(), 0);
     EXPECT_EQ(vector->isVectorKind(), 1);
     EXPECT_EQ(point->componentName(1), "y");

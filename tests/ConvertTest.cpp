@@ -6,10 +6,10 @@
 #include <fstream>
 #include <sstream>
 
+#include "TestSupport.hpp"
 #include "pallion/array/MemArray.hpp"
 #include "pallion/convert/Ascii2Z9.hpp"
 #include "pallion/convert/Parse.hpp"
-#include "TestSupport.hpp"
 
 using namespace Pallion;
 using Tessel::Grid;
@@ -208,15 +208,18 @@ TEST(Convert, TokenConversionNarrowsAndPassesStandardExceptions) {
 
     Grid grid2;
     Parameter q;
-    q.Files = files({dir.write("m.txt", "1.5 300 70000 -1 7,5\n1e5 256 -1 2147483647 1e38\n12abc -1 0 0 0x10\n+5 0 0 0 -0\r\n")});
+    q.Files = files(
+        {dir.write("m.txt", "1.5 300 70000 -1 7,5\n1e5 256 -1 2147483647 1e38\n12abc -1 0 0 0x10\n+5 0 0 0 -0\r\n")});
     q.Parse = parse;
     q.ChunkSize = 16;
     EXPECT_EQ(ascii2z9(grid2, q), "");
     EXPECT_EQ(fragmentValues<int>(grid2, "I", "m0"), (std::vector<int>{1, 1, 12, 5}));
     EXPECT_EQ(fragmentValues<unsigned char>(grid2, "U8", "m0"), (std::vector<unsigned char>{44, 0, 255, 0}));
     EXPECT_EQ(fragmentValues<unsigned short>(grid2, "U16", "m0"), (std::vector<unsigned short>{4464, 65535, 0, 0}));
-    EXPECT_EQ(fragmentValues<unsigned int>(grid2, "U32", "m0"), (std::vector<unsigned int>{4294967295u, 2147483647u, 0, 0}));
-    EXPECT_EQ(fragmentValues<float>(grid2, "F", "m0"), (std::vector<float>{7.0f, 1e38f, 16.0f, -0.0f}));  // stof reads hexadecimal
+    EXPECT_EQ(fragmentValues<unsigned int>(grid2, "U32", "m0"),
+              (std::vector<unsigned int>{4294967295u, 2147483647u, 0, 0}));
+    EXPECT_EQ(fragmentValues<float>(grid2, "F", "m0"),
+              (std::vector<float>{7.0f, 1e38f, 16.0f, -0.0f}));  // stof reads hexadecimal
     auto colours = fragmentValues<Tessel::Colour>(grid2, "C", "m0");
     ASSERT_EQ(colours.size(), 4u);
     EXPECT_EQ(colours[0], (Quillon::make<Tessel::Colour, unsigned char>(44, 112, 255)));
@@ -361,10 +364,12 @@ TEST(Convert, BadFilesGiveTheirTexts) {
               std::make_pair(std::string(), std::size_t{1}));
     // Skipping ends with the file: the largest count is no failure and takes no time.
     EXPECT_EQ(run({good, good}, "Positions:point:0+1+2", 4294967295u), std::make_pair(std::string(), std::size_t{1}));
-    EXPECT_EQ(run({dir.write("gap.txt", "1 2 3\n\n4 5 6\n")}).first,
-              "Ascii2Z9::run: User column index out of range: Highest Column Index: 2. Number of tokens in this line: 0");
-    EXPECT_EQ(run({dir.write("two.txt", "1 2 3\n4 5\n")}).first,
-              "Ascii2Z9::run: User column index out of range: Highest Column Index: 2. Number of tokens in this line: 2");
+    EXPECT_EQ(
+        run({dir.write("gap.txt", "1 2 3\n\n4 5 6\n")}).first,
+        "Ascii2Z9::run: User column index out of range: Highest Column Index: 2. Number of tokens in this line: 0");
+    EXPECT_EQ(
+        run({dir.write("two.txt", "1 2 3\n4 5\n")}).first,
+        "Ascii2Z9::run: User column index out of range: Highest Column Index: 2. Number of tokens in this line: 2");
     EXPECT_EQ(run({dir.write("neg.txt", "1 2 3\n")}, "A:int:-1").first,
               "Ascii2Z9::run: User column index out of range: Highest Column Index: 4294967295. Number of tokens in "
               "this line: 3");
@@ -385,10 +390,10 @@ TEST(Convert, BadFilesGiveTheirTexts) {
 TEST(Convert, PlainAndUnusualTokensGiveTheStandardValuesAndTokensShowAtAFlush) {
     TempDir dir;
     const auto file = dir.write("mixed.txt",
-                                "1.5 -2 3e2 7\r\n"          // CR in the last token
-                                "0x1p3 +4 \t5 -0\n"         // hexadecimal, a plus, leading white space
+                                "1.5 -2 3e2 7\r\n"             // CR in the last token
+                                "0x1p3 +4 \t5 -0\n"            // hexadecimal, a plus, leading white space
                                 "12abc 1.5.5 .5 2147483647\n"  // trailing garbage
-                                "1 2 3 4 5 6\n");             // tokens no column reads
+                                "1 2 3 4 5 6\n");              // tokens no column reads
     Grid grid;
     Parameter p;
     p.Files = files({file});
@@ -428,8 +433,9 @@ TEST(Convert, PlainAndUnusualTokensGiveTheStandardValuesAndTokensShowAtAFlush) {
     n.Files = files({dir.write("nul.txt", std::string("1 2 3 4\n5 6 7\0 8\n", 18))});
     n.Parse = "P:point:0+1+2,I:int:3";
     n.ChunkSize = 4;
-    EXPECT_EQ(ascii2z9(nulGrid, n),
-              "Ascii2Z9::run: User column index out of range: Highest Column Index: 3. Number of tokens in this line: 3");
+    EXPECT_EQ(
+        ascii2z9(nulGrid, n),
+        "Ascii2Z9::run: User column index out of range: Highest Column Index: 3. Number of tokens in this line: 3");
     EXPECT_EQ(n.Tokens, (std::vector<std::string>{"5", "6", "7"}));
     EXPECT_EQ(n.LineCount, 1u);
 

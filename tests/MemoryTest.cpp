@@ -11,8 +11,8 @@
 
 #include "pallion/memory/Chunk.hpp"
 #include "pallion/memory/SaveRegistry.hpp"
-#include "ravelin/Cacheable.hpp"
 #include "pallion/values/Quillon.hpp"
+#include "ravelin/Cacheable.hpp"
 
 using namespace Ravelin;
 
@@ -34,9 +34,7 @@ struct ReportCounter {
     ReportCounter() {
         for (int i = 0; i < 4; ++i) base[i] = SpeakPtr::count(static_cast<SpeakPtr::Report>(i));
     }
-    std::uint64_t operator()(SpeakPtr::Report r) const {
-        return SpeakPtr::count(r) - base[static_cast<int>(r)];
-    }
+    std::uint64_t operator()(SpeakPtr::Report r) const { return SpeakPtr::count(r) - base[static_cast<int>(r)]; }
 };
 
 }  // namespace
@@ -191,7 +189,7 @@ TEST(Pointers, AutoObjectIsNeverDeletedByPointers) {
 
 namespace {
 struct Item : Cacheable {};
-}
+}  // namespace
 
 TEST(Pointers, CacheableDeferredConstructionPerRiseFromZero) {
     const auto pre = Cacheable::PreDestructorCalls.load();

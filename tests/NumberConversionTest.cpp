@@ -17,7 +17,8 @@ constexpr std::uint64_t TokenCount = 1'000'000;
 TEST(NumberConversion, GivesTheSameBitsOrExceptionAsTheStandardFunctions) {
     std::uint64_t fast = 0;
     const auto differing = numbertokens::differingTokens(20261123, TokenCount, 20, fast);
-    for (const std::string& token : differing) ADD_FAILURE() << "converts unlike the standard function: \"" << token << '"';
+    for (const std::string& token : differing)
+        ADD_FAILURE() << "converts unlike the standard function: \"" << token << '"';
     // The shapes must reach both paths, or the comparison proves little.
     EXPECT_GT(fast, TokenCount / 3);
     EXPECT_LT(fast, TokenCount * 9 / 10);

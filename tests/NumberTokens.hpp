@@ -74,7 +74,8 @@ private:
                 return printf("%.*Lf", shift, std::ldexp(static_cast<long double>(odd), -shift));
             }
             case 5: {  // near and between two floats
-                const float low = static_cast<float>(below(1u << 30)) * std::ldexp(1.0f, static_cast<int>(below(200)) - 150);
+                const float low =
+                    static_cast<float>(below(1u << 30)) * std::ldexp(1.0f, static_cast<int>(below(200)) - 150);
                 const double middle = (static_cast<double>(low) + std::nextafter(low, INFINITY)) / 2;
                 return printf("%.*e", static_cast<int>(6 + below(20)), middle);
             }
@@ -82,26 +83,53 @@ private:
                 return digits(1 + below(3)) + "." + digits(below(5)) + "e" + (below(2) ? "-" : "") +
                        std::to_string(below(2) ? 290 + below(40) : 30 + below(20));
             case 7:  // subnormals and underflow
-                return printf("%.*e", static_cast<int>(below(20)), std::ldexp(static_cast<double>(below(1u << 20) + 1), -1074 + static_cast<int>(below(60))));
+                return printf(
+                    "%.*e", static_cast<int>(below(20)),
+                    std::ldexp(static_cast<double>(below(1u << 20) + 1), -1074 + static_cast<int>(below(60))));
             case 8:  // integers near the 32-bit limits
                 return std::to_string(static_cast<std::int64_t>(below(2) ? 2147483647 : -2147483648LL) +
                                       static_cast<std::int64_t>(below(5)) - 2);
             case 9:  // integers of any width, with leading zeros
                 return std::string(below(3), '0') + digits(1 + below(12));
             case 10: {  // hexadecimal, infinity and not-a-number in their spellings
-                static const char* const words[] = {"0x1p3", "0X1.8p1", "0x", "0x.8", "0xg", "inf", "INF", "infinity",
-                                                    "Infinit", "nan", "NaN", "nan(123)", "nan(", "in", "0x1P-1074"};
+                static const char* const words[] = {"0x1p3", "0X1.8p1",  "0x",       "0x.8",    "0xg",
+                                                    "inf",   "INF",      "infinity", "Infinit", "nan",
+                                                    "NaN",   "nan(123)", "nan(",     "in",      "0x1P-1074"};
                 return words[below(std::size(words))];
             }
             case 11: {  // odd corners of the grammar
-                static const char* const words[] = {"", ".", "-", "+", "-.", ".e5", "1e", "1e+", "1.e5", "5.",
-                                                    ".5", "0e999999", "1e-999999", "00x1", "-0", "-0.0",
-                                                    "1e400", "1e-400", "4.9e-324", "1e-310", "2.2250738585072014e-308",
-                                                    "1.17549435e-38", "3.4028235e38", "3.4028236e38", "1.5,2"};
+                static const char* const words[] = {"",
+                                                    ".",
+                                                    "-",
+                                                    "+",
+                                                    "-.",
+                                                    ".e5",
+                                                    "1e",
+                                                    "1e+",
+                                                    "1.e5",
+                                                    "5.",
+                                                    ".5",
+                                                    "0e999999",
+                                                    "1e-999999",
+                                                    "00x1",
+                                                    "-0",
+                                                    "-0.0",
+                                                    "1e400",
+                                                    "1e-400",
+                                                    "4.9e-324",
+                                                    "1e-310",
+                                                    "2.2250738585072014e-308",
+                                                    "1.17549435e-38",
+                                                    "3.4028235e38",
+                                                    "3.4028236e38",
+                                                    "1.5,2"};
                 return words[below(std::size(words))];
             }
             case 12:  // exponent forms
-                return digits(1 + below(4)) + (below(2) ? "e" : "E") + (below(3) == 0 ? "+" : below(2) ? "-" : "") +
+                return digits(1 + below(4)) + (below(2) ? "e" : "E") +
+                       (below(3) == 0 ? "+"
+                        : below(2)    ? "-"
+                                      : "") +
                        digits(1 + below(3));
             case 13:  // zeros written many ways
             {
@@ -121,13 +149,26 @@ private:
 
     void decorate(std::string& token) {
         switch (below(12)) {
-            case 0: token = std::string("-") += token; break;
-            case 1: token = std::string("+") += token; break;
-            case 2: token = std::string(below(2) ? " " : "\t\n\v\f\r ") += token; break;
-            case 3: token += "\r"; break;
-            case 4: token += below(2) ? "abc" : "e"; break;
-            case 5: token += "x1"; break;
-            default: break;
+            case 0:
+                token = std::string("-") += token;
+                break;
+            case 1:
+                token = std::string("+") += token;
+                break;
+            case 2:
+                token = std::string(below(2) ? " " : "\t\n\v\f\r ") += token;
+                break;
+            case 3:
+                token += "\r";
+                break;
+            case 4:
+                token += below(2) ? "abc" : "e";
+                break;
+            case 5:
+                token += "x1";
+                break;
+            default:
+                break;
         }
     }
 

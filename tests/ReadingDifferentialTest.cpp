@@ -39,7 +39,8 @@ public:
         const char split = s.delimiter == 't' ? '\t' : s.delimiter;
         const std::size_t fileCount = 1 + below(2);
         for (std::size_t f = 0; f < fileCount; ++f)
-            s.files.push_back(dir.write("t" + std::to_string(index) + "_" + std::to_string(f) + ".v.txt", table(split)));
+            s.files.push_back(
+                dir.write("t" + std::to_string(index) + "_" + std::to_string(f) + ".v.txt", table(split)));
         return s;
     }
 
@@ -49,12 +50,24 @@ private:
     std::string number(char split) {
         std::string text;
         switch (below(8)) {
-            case 0: text = std::to_string(static_cast<std::int64_t>(below(2000)) - 1000); break;
-            case 1: text = std::to_string(below(100000)) + "." + std::to_string(below(1000)); break;
-            case 2: text = "-" + std::to_string(below(100)) + "." + std::to_string(below(100000)); break;
-            case 3: text = std::to_string(below(10)) + "e" + std::to_string(below(30)); break;
-            case 4: text = "0." + std::string(below(4), '0') + std::to_string(below(1000)); break;
-            default: text = std::to_string(below(1000)) + "." + std::to_string(below(10)); break;
+            case 0:
+                text = std::to_string(static_cast<std::int64_t>(below(2000)) - 1000);
+                break;
+            case 1:
+                text = std::to_string(below(100000)) + "." + std::to_string(below(1000));
+                break;
+            case 2:
+                text = "-" + std::to_string(below(100)) + "." + std::to_string(below(100000));
+                break;
+            case 3:
+                text = std::to_string(below(10)) + "e" + std::to_string(below(30));
+                break;
+            case 4:
+                text = "0." + std::string(below(4), '0') + std::to_string(below(1000));
+                break;
+            default:
+                text = std::to_string(below(1000)) + "." + std::to_string(below(10));
+                break;
         }
         // A delimiter that can stand inside a number must not stand inside this one.
         for (char& c : text)
@@ -64,8 +77,8 @@ private:
 
     // Seldom: a token or a line end that the fast path must hand to the standard way.
     std::string oddity() {
-        static const char* const odd[] = {"abc", "+7", " 3", "0x1p3", "1e-310", "inf", "", "12abc",
-                                          "2147483648", "1e39", "-", "\r", "300", "-1", "nan", "4.5e+"};
+        static const char* const odd[] = {"abc",        "+7",   " 3", "0x1p3", "1e-310", "inf", "",    "12abc",
+                                          "2147483648", "1e39", "-",  "\r",    "300",    "-1",  "nan", "4.5e+"};
         return odd[below(std::size(odd))];
     }
 
@@ -80,13 +93,22 @@ private:
                 text += below(40) == 0 ? oddity() : number(split);
             }
             switch (below(40)) {
-                case 0: text += split; break;             // one trailing delimiter
-                case 1: text += '\r'; break;              // a CRLF line end
-                case 2:  // a NUL ends the line for the splitter, wherever it stands
-                    text.insert(text.begin() + static_cast<std::ptrdiff_t>(lineStart + below(text.size() - lineStart + 1)), '\0');
+                case 0:
+                    text += split;
+                    break;  // one trailing delimiter
+                case 1:
+                    text += '\r';
+                    break;  // a CRLF line end
+                case 2:     // a NUL ends the line for the splitter, wherever it stands
+                    text.insert(
+                        text.begin() + static_cast<std::ptrdiff_t>(lineStart + below(text.size() - lineStart + 1)),
+                        '\0');
                     break;
-                case 3: text = text + split + split; break;
-                default: break;
+                case 3:
+                    text = text + split + split;
+                    break;
+                default:
+                    break;
             }
             if (line + 1 < lines || below(2) == 0) text += '\n';
         }
@@ -110,8 +132,8 @@ TEST(ReadingDifferential, FastPathAgreesWithThePlainReading) {
         if (!(got == expected)) {
             ++differences;
             ADD_FAILURE() << "case " << i << " (" << settings.files.front() << ", parse " << settings.parse
-                          << ", delimiter '" << settings.delimiter << "', header " << settings.headerLines
-                          << ", block " << settings.chunkSize << ")\n  plain:   " << expected << "\n  library: " << got;
+                          << ", delimiter '" << settings.delimiter << "', header " << settings.headerLines << ", block "
+                          << settings.chunkSize << ")\n  plain:   " << expected << "\n  library: " << got;
         }
         failures += !expected.result.empty();
         exceptions += !expected.exception.empty();

@@ -7,17 +7,17 @@
 #include <fstream>
 #include <sstream>
 
+#include "TestSupport.hpp"
 #include "pallion/array/MemArray.hpp"
 #include "pallion/convert/Ascii2Z9.hpp"
-#include "TestSupport.hpp"
 
 using namespace Pallion;
 using Tessel::Grid;
 
 namespace {
 
-#define REQUIRE_REAL_DATA()                                                                               \
-    const auto realDir = testsupport::realDataDir();                                                       \
+#define REQUIRE_REAL_DATA()                          \
+    const auto realDir = testsupport::realDataDir(); \
     if (realDir.empty()) GTEST_SKIP() << "the real tables (../shared/data/real beside the project) are absent"
 
 // Tokens of each data line, read without the library: CR removed, split at the delimiter.
@@ -60,8 +60,8 @@ std::string convert(Grid& grid, const std::filesystem::path& file, const std::st
     return ascii2z9(grid, p);
 }
 
-void expectPoints(const Grid& grid, const std::string& field, const std::vector<std::vector<std::string>>& rows,
-                  int x, int y, int z) {
+void expectPoints(const Grid& grid, const std::string& field, const std::vector<std::vector<std::string>>& rows, int x,
+                  int y, int z) {
     auto points = allValues<Tessel::Point>(grid, field);
     ASSERT_EQ(points.size(), rows.size());
     for (std::size_t i = 0; i < rows.size(); ++i) {
@@ -130,8 +130,9 @@ TEST(RealData, ExponentsCrlfAndGluedCharacters) {
 TEST(RealData, FilesBreakingTheRulesFailWithTheirTexts) {
     REQUIRE_REAL_DATA();
     Grid messy;
-    EXPECT_EQ(convert(messy, realDir / "pdal_utm17_3_messy.txt", "Positions:point:0+1+2", ',', 1),
-              "Ascii2Z9::run: User column index out of range: Highest Column Index: 2. Number of tokens in this line: 0");
+    EXPECT_EQ(
+        convert(messy, realDir / "pdal_utm17_3_messy.txt", "Positions:point:0+1+2", ',', 1),
+        "Ascii2Z9::run: User column index out of range: Highest Column Index: 2. Number of tokens in this line: 0");
     ASSERT_FALSE(messy.field("Positions").isNull());
     EXPECT_TRUE(messy.field("Positions")->fragments().empty());
 

@@ -9,9 +9,9 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <exception>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -238,12 +238,12 @@ private:
     }
 
     void flush(std::uint64_t rows) {
-        const std::string name =
-            std::filesystem::path(p.CurrentFile).stem().string() + std::to_string(p.FragmentCount);
+        const std::string name = std::filesystem::path(p.CurrentFile).stem().string() + std::to_string(p.FragmentCount);
         for (Column& column : columns) {
             out.hookCalls.push_back(hookCall(column.field, p.CurrentFile, rows, p.Tokens));
             flushed.push_back({column.field, name,
-                               std::string(column.rows.begin(), column.rows.begin() + static_cast<std::ptrdiff_t>(rows * column.elementSize))});
+                               std::string(column.rows.begin(), column.rows.begin() + static_cast<std::ptrdiff_t>(
+                                                                                          rows * column.elementSize))});
             std::fill(column.rows.begin(), column.rows.end(), 0);
         }
     }

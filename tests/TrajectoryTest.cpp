@@ -3,14 +3,14 @@
 
 #include <fstream>
 
-#include "pallion/memory/Chunk.hpp"
-#include "tellus/Chronometry.hpp"
-#include "ravelin/Console.hpp"
-#include "riegl/Riegl.hpp"
 #include "TestSupport.hpp"
+#include "pallion/memory/Chunk.hpp"
 #include "pallion/trajectory/FilenameDatum.hpp"
 #include "pallion/trajectory/GridAttributes.hpp"
 #include "pallion/trajectory/Trajectory.hpp"
+#include "ravelin/Console.hpp"
+#include "riegl/Riegl.hpp"
+#include "tellus/Chronometry.hpp"
 
 using namespace Pallion;
 using Tessel::Grid;
@@ -79,7 +79,8 @@ TEST(FileNames, SixPiecesOrAConsoleMessage) {
     EXPECT_EQ(geo->EPSGSpatial, 25832);
     EXPECT_EQ(geo->EPSGHeight, -42);
     EXPECT_EQ(geo->speak(),
-              "Name=\nFileNr=7\nEPSGSpatial=25832\nEPSGHeight=-42\nDate=15.03.2026\nWeekDay=0 (Sun=0, Mo=1,Tu=2,We=3,Th=4,Fr=5,Sa=6)");
+              "Name=\nFileNr=7\nEPSGSpatial=25832\nEPSGHeight=-42\nDate=15.03.2026\nWeekDay=0 (Sun=0, "
+              "Mo=1,Tu=2,We=3,Th=4,Fr=5,Sa=6)");
 
     EXPECT_FALSE(parseFilenameForGeoDatum("a_p.x_-3_20260314_xxxx5678abc_yyyy1_").isNull());  // one trailing underscore
     EXPECT_EQ(parseFilenameForGeoDatum("a_p.x_-3_20260314_xxxx5678abc_yyyy1_")->EPSGSpatial, 5678);
@@ -122,15 +123,18 @@ TEST(Attributes, OneFileTwoFilesAndASecondProject) {
     EXPECT_EQ(attribute<std::string>(grid, "Date"), (std::vector<std::string>{"10.03.2026", "11.03.2026"}));
 
     GeoReferenceSystem otherProject("Quay", 3, 25832, -1, "20260312");
-    EXPECT_EQ(addGeoReferenceToGrid(otherProject, grid), "addAttributeToGrid:: Different NameOfProject! cannot merge file.");
+    EXPECT_EQ(addGeoReferenceToGrid(otherProject, grid),
+              "addAttributeToGrid:: Different NameOfProject! cannot merge file.");
     EXPECT_EQ(attribute<std::string>(grid, "Date").size(), 3u);  // appended before the name was compared
     EXPECT_EQ(attribute<std::string>(grid, "NameOfProject"), std::vector<std::string>{"Harbour"});
 
     GeoReferenceSystem otherCode("Harbour", 4, 4326, -1, "20260313");
-    EXPECT_EQ(addGeoReferenceToGrid(otherCode, grid), "addAttributeToGrid:: Different EPSG_SPATIAL! cannot merge file.");
+    EXPECT_EQ(addGeoReferenceToGrid(otherCode, grid),
+              "addAttributeToGrid:: Different EPSG_SPATIAL! cannot merge file.");
     EXPECT_EQ(attribute<std::string>(grid, "Date").size(), 3u);
     GeoReferenceSystem otherHeight("Harbour", 4, 25832, 5, "20260313");
-    EXPECT_EQ(addGeoReferenceToGrid(otherHeight, grid), "addAttributeToGrid:: Different EPSG_HEIGHT! cannot merge file.");
+    EXPECT_EQ(addGeoReferenceToGrid(otherHeight, grid),
+              "addAttributeToGrid:: Different EPSG_HEIGHT! cannot merge file.");
 
     // An attribute of another chunk type is replaced by one of the right type.
     grid.attributes().setAttribute("Date", Ravelin::StrongPtr<Ravelin::ChunkBase>(new Ravelin::Chunk<int>(4)));
@@ -179,18 +183,21 @@ TEST(Readers, BinaryLayoutsAndTheirFailures) {
     EXPECT_EQ(positions->fragments()[0].arrays[0]->elementText(4), "{4.000000,2.000000,3.000000}");
     EXPECT_EQ(grid.field("Yaw")->fragments()[0].arrays[0]->elementText(4), "1.200000");
 
-    EXPECT_EQ(convertPOFtoZ9(pof, grid, 4326, noProgress), "convertPOFtoZ9: file holds EPSG 25832, its name says 4326: " + pof);
+    EXPECT_EQ(convertPOFtoZ9(pof, grid, 4326, noProgress),
+              "convertPOFtoZ9: file holds EPSG 25832, its name says 4326: " + pof);
     EXPECT_EQ(Riegl::pofx2tessel(pof, grid, 25832, {}, noProgress),
               "pofx2tessel: not a trajectory file of this layout: " + pof);
     const auto empty = dir.write("e.pof", "");
-    EXPECT_EQ(convertPOFtoZ9(empty, grid, 1, noProgress), "convertPOFtoZ9: not a trajectory file of this layout: " + empty);
+    EXPECT_EQ(convertPOFtoZ9(empty, grid, 1, noProgress),
+              "convertPOFtoZ9: not a trajectory file of this layout: " + empty);
     std::string bytes;
     {
         std::ifstream in(pof, std::ios::binary);
         bytes.assign(std::istreambuf_iterator<char>(in), {});
     }
     const auto cut = dir.write("t.pof", bytes.substr(0, bytes.size() - 10));
-    EXPECT_EQ(convertPOFtoZ9(cut, grid, 25832, noProgress), "convertPOFtoZ9: truncated file: 5 records announced, 4 present: " + cut);
+    EXPECT_EQ(convertPOFtoZ9(cut, grid, 25832, noProgress),
+              "convertPOFtoZ9: truncated file: 5 records announced, 4 present: " + cut);
     EXPECT_EQ(convertPOFtoZ9(dir.path().string(), grid, 1, noProgress),
               "convertPOFtoZ9: cannot open file: " + dir.path().string());
 
@@ -203,11 +210,12 @@ TEST(Readers, BinaryLayoutsAndTheirFailures) {
     EXPECT_EQ(Riegl::pofx2tessel(pofx, grid, 1, {}, stop), "pofx2tessel: user interruption");
     std::vector<std::string> calls;
     Grid other;
-    EXPECT_EQ(Riegl::pofx2tessel(pofx, other, 1,
-                                 [&](const Riegl::ChunkPtr& c, const std::string& field) {
-                                     calls.push_back(field + std::to_string(c->elementCount()));
-                                 },
-                                 noProgress),
+    EXPECT_EQ(Riegl::pofx2tessel(
+                  pofx, other, 1,
+                  [&](const Riegl::ChunkPtr& c, const std::string& field) {
+                      calls.push_back(field + std::to_string(c->elementCount()));
+                  },
+                  noProgress),
               "");
     EXPECT_EQ(calls, (std::vector<std::string>{"Positions5", "GPSTime5", "Roll5", "Pitch5", "Yaw5"}));
 }
@@ -226,10 +234,10 @@ TEST(TrajectoryEntry, MixedListIntoOneGrid) {
     EXPECT_EQ(convertTrajectory2Z9(grid, list({txt1, txt2, pofx, pof}), noProgress), "");
     auto times = grid.field("GPSTime");
     ASSERT_EQ(times->fragments().size(), 4u);
-    EXPECT_EQ(times->fragments()[0].arrays[0]->elementText(2), "3602.000000");   // seconds of the day
+    EXPECT_EQ(times->fragments()[0].arrays[0]->elementText(2), "3602.000000");  // seconds of the day
     EXPECT_EQ(times->fragments()[1].arrays[0]->elementText(1), "86001.000000");
-    EXPECT_EQ(times->fragments()[2].arrays[0]->elementText(0), "10.000000");     // .pofx adjusted
-    EXPECT_EQ(times->fragments()[3].arrays[0]->elementText(0), "10.000000");     // .pof as stored
+    EXPECT_EQ(times->fragments()[2].arrays[0]->elementText(0), "10.000000");  // .pofx adjusted
+    EXPECT_EQ(times->fragments()[3].arrays[0]->elementText(0), "10.000000");  // .pof as stored
     EXPECT_EQ(grid.field("Positions")->fragments()[0].arrays[0]->elementText(1), "{101.000000,200.000000,300.000000}");
     EXPECT_EQ(attribute<unsigned int>(grid, "WeekDay"), (std::vector<unsigned int>{2, 3, 3, 4}));
     EXPECT_EQ(attribute<std::string>(grid, "Date").size(), 4u);

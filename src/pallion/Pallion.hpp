@@ -29,8 +29,7 @@ std::string ascii2z9(Tessel::Grid& grid, Parameter& parameter);
 // Loads a list of trajectory files (.txt, .pof, .pofx) into one grid.  Gives
 // the empty text when every file went through, else the failure of the first
 // file that failed.  A null list is taken as an empty one.  (Pallion::trajectory)
-std::string convertTrajectory2Z9(Tessel::Grid& grid,
-                                 const Ravelin::StringListPtr& files,
+std::string convertTrajectory2Z9(Tessel::Grid& grid, const Ravelin::StringListPtr& files,
                                  const Ravelin::ProgressPtr& progress);
 
 }  // namespace Pallion

@@ -26,7 +26,8 @@ std::vector<T> firstFragment(const Tessel::Grid& grid, const std::string& name) 
 }  // namespace
 
 int main() {
-    const auto file = std::filesystem::temp_directory_path() / ("pallion-consumer-" + std::to_string(::getpid()) + ".txt");
+    const auto file =
+        std::filesystem::temp_directory_path() / ("pallion-consumer-" + std::to_string(::getpid()) + ".txt");
     std::ofstream(file) << "x,y,z,class\n1.5,2.5,3.5,7\n-4,5e2,0.25,300\n";
 
     Tessel::Grid grid;

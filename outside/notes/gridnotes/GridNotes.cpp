@@ -2,8 +2,8 @@
 
 namespace Pallion::GridNotes {
 
-void addInfoToGrid(const std::string& info, Tessel::Grid& grid, const std::string& converter,
-                   const Tessel::GridPtr&, const int&, const int&) {
+void addInfoToGrid(const std::string& info, Tessel::Grid& grid, const std::string& converter, const Tessel::GridPtr&,
+                   const int&, const int&) {
     grid.addNote(converter, info);
 }
 

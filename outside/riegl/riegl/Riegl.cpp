@@ -63,7 +63,8 @@ std::string read(const char* function, const char (&magic)[8], const std::string
     std::vector<Record> records;
     do {
         const std::uint64_t n = std::min<std::uint64_t>(RecordsPerFragment, count - done);
-        Ravelin::StrongPtr<Ravelin::Chunk<Tessel::Point>, Ravelin::ChunkBase> positions(new Ravelin::Chunk<Tessel::Point>(n));
+        Ravelin::StrongPtr<Ravelin::Chunk<Tessel::Point>, Ravelin::ChunkBase> positions(
+            new Ravelin::Chunk<Tessel::Point>(n));
         Ravelin::StrongPtr<Ravelin::Chunk<double>, Ravelin::ChunkBase> columns[4];
         for (auto& column : columns) column = new Ravelin::Chunk<double>(n);
         records.resize(std::min<std::uint64_t>(n, 65536));
@@ -94,8 +95,8 @@ std::string read(const char* function, const char (&magic)[8], const std::string
         done += n;
         ++block;
         // Each stored block is reported too, so a stop asked for then still ends the reading.
-        if (progress && !progress->report("Read record nr.:", static_cast<std::uint32_t>(done),
-                                          static_cast<std::uint32_t>(count)))
+        if (progress &&
+            !progress->report("Read record nr.:", static_cast<std::uint32_t>(done), static_cast<std::uint32_t>(count)))
             return prefix + "user interruption";
     } while (done < count);
     return {};
@@ -103,8 +104,8 @@ std::string read(const char* function, const char (&magic)[8], const std::string
 
 }  // namespace
 
-std::string pofx2tessel(const std::string& fileName, Tessel::Grid& grid, const int& epsg,
-                        const ChunkCallback& callback, const Ravelin::ProgressPtr& progress) {
+std::string pofx2tessel(const std::string& fileName, Tessel::Grid& grid, const int& epsg, const ChunkCallback& callback,
+                        const Ravelin::ProgressPtr& progress) {
     return read("pofx2tessel", PofxMagic, fileName, grid, epsg, &callback, progress);
 }
 

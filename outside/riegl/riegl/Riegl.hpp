@@ -35,8 +35,8 @@ using Ravelin::ProgressPtr;
 using ChunkCallback = std::function<void(const ChunkPtr&, const std::string&)>;
 
 // Reads a .pofx file; calls `callback` once per chunk and field, before the chunk is stored.
-std::string pofx2tessel(const std::string& fileName, Tessel::Grid& grid, const int& epsg,
-                        const ChunkCallback& callback, const Ravelin::ProgressPtr& progress);
+std::string pofx2tessel(const std::string& fileName, Tessel::Grid& grid, const int& epsg, const ChunkCallback& callback,
+                        const Ravelin::ProgressPtr& progress);
 
 // Turns the "GPSTime" chunk from GPS seconds of the week into seconds of the
 // day `weekDay` (Sunday = 0), by taking weekDay * 86400 off each value.  Chunks

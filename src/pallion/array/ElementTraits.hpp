@@ -13,8 +13,8 @@
 #include <typeinfo>
 
 #include "pallion/array/TesselTypeIndex.hpp"
-#include "ravelin/Support.hpp"
 #include "pallion/values/Quillon.hpp"
+#include "ravelin/Support.hpp"
 
 namespace Tessel {
 
@@ -96,8 +96,8 @@ inline constexpr char xyz[] = "xyz", rgbNames[] = "rgb";
 template <>
 struct ElementTraits<Point> : TripleTraits<Point, double, Quillon::Cartesian3D, 0, 0, names::point, names::xyz> {};
 template <>
-struct ElementTraits<TVector>
-    : TripleTraits<TVector, double, Quillon::Cartesian3D, 1, 1, names::tvector, names::xyz> {};
+struct ElementTraits<TVector> : TripleTraits<TVector, double, Quillon::Cartesian3D, 1, 1, names::tvector, names::xyz> {
+};
 template <>
 struct ElementTraits<double> : ScalarTraits<double, names::dbl> {};
 template <>
@@ -111,8 +111,7 @@ struct ElementTraits<unsigned short> : ScalarTraits<unsigned short, names::u16> 
 template <>
 struct ElementTraits<unsigned int> : ScalarTraits<unsigned int, names::u32> {};
 template <>
-struct ElementTraits<Colour>
-    : TripleTraits<Colour, unsigned char, Quillon::RGB, 1, 0, names::rgb, names::rgbNames> {};
+struct ElementTraits<Colour> : TripleTraits<Colour, unsigned char, Quillon::RGB, 1, 0, names::rgb, names::rgbNames> {};
 
 // The index of T, built from its traits at first use and kept for the life of
 // the library; T's type object holds a copy of it.

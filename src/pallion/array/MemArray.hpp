@@ -42,8 +42,7 @@ public:
     int rank() const override { return N; }
     virtual MultiIndex<N> arrayExtents() const = 0;
     virtual Array createArray(const MultiIndex<N>& extents, const CreatorPtr& creator) = 0;
-    virtual Array copyRegion(const MultiIndex<N>& origin, const MultiIndex<N>& extents,
-                             const CreatorPtr& creator) = 0;
+    virtual Array copyRegion(const MultiIndex<N>& origin, const MultiIndex<N>& extents, const CreatorPtr& creator) = 0;
 
     // Null unless both sizes have rank N.
     Array copyRegion(const DynamicSize& origin, const DynamicSize& extents, const CreatorPtr& creator) override {
@@ -125,7 +124,8 @@ public:
     }
 
 protected:
-    ReferencingMemArray() : MemBase(detail::noTypeIndex(), CreatorPtr()) {}  // the most derived class initialises MemBase
+    ReferencingMemArray()
+        : MemBase(detail::noTypeIndex(), CreatorPtr()) {}  // the most derived class initialises MemBase
 
     // Stores the chunk with its typed cast, which is null for a chunk of another type.
     void holdChunk(const Ravelin::ChunkPtr& source) { chunk = TypedChunkPtr(source); }
@@ -169,7 +169,8 @@ public:
     MemArray(const MultiIndex<N>& extents, const CreatorPtr& creator)
         : MemArray(Ravelin::ChunkPtr(new Ravelin::Chunk<T>(Tessel::productOf(extents))), extents, creator) {}
     // 3: an array on a given slab of a chunk, for views.
-    MemArray(const Iterator<T>& slab, const MultiIndex<N>& extents, const Ravelin::ChunkPtr& chunk, const CreatorPtr& creator)
+    MemArray(const Iterator<T>& slab, const MultiIndex<N>& extents, const Ravelin::ChunkPtr& chunk,
+             const CreatorPtr& creator)
         : MemBase(typeIndexOf<T>(), creator) {
         static_cast<MultiArray<N, T>&>(*this) = MultiArray<N, T>(slab, extents, nullptr);
         this->holdChunk(chunk);
@@ -244,7 +245,6 @@ public:
 private:
     template <int, class>
     friend class MemArray;
-
 };
 
 }  // namespace Tessel

@@ -15,11 +15,16 @@ public:
     MemBase::Array create(const DynamicSize& size) override {
         const CreatorPtr creator;
         switch (size.rank) {
-            case 1: return make<1>(size, creator);
-            case 2: return make<2>(size, creator);
-            case 3: return make<3>(size, creator);
-            case 4: return make<4>(size, creator);
-            default: return MemBase::Array();
+            case 1:
+                return make<1>(size, creator);
+            case 2:
+                return make<2>(size, creator);
+            case 3:
+                return make<3>(size, creator);
+            case 4:
+                return make<4>(size, creator);
+            default:
+                return MemBase::Array();
         }
     }
 

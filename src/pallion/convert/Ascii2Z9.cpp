@@ -5,12 +5,12 @@
 #include <cstring>
 #include <limits>
 
+#include "gridnotes/GridNotes.hpp"
 #include "pallion/convert/LineReader.hpp"
 #include "pallion/convert/Messages.hpp"
 #include "pallion/convert/NumberConversion.hpp"
 #include "pallion/convert/Parse.hpp"
 #include "pallion/convert/TokenConversion.hpp"
-#include "gridnotes/GridNotes.hpp"
 
 namespace Pallion {
 

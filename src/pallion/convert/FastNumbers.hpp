@@ -60,8 +60,7 @@ inline bool plainDecimal(const char* first, const char* last, F& value, const ch
         count += fraction;
     }
     // 19 digits never wrap the mantissa; an exponent or a hexadecimal number needs the full parser.
-    if (count == 0 || count > 19 || fraction > ExactDecimal<F>::maxExponent ||
-        mantissa > ExactDecimal<F>::maxMantissa)
+    if (count == 0 || count > 19 || fraction > ExactDecimal<F>::maxExponent || mantissa > ExactDecimal<F>::maxMantissa)
         return false;
     if (p != last && (*p == 'e' || *p == 'E' || *p == 'x' || *p == 'X')) return false;
     const F magnitude = static_cast<F>(mantissa) / ExactDecimal<F>::powers[fraction];

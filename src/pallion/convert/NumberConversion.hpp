@@ -42,4 +42,3 @@ extern template float convertNumber<float>(std::string_view);
 extern template int convertNumber<int>(std::string_view);
 
 }  // namespace Pallion
-

@@ -14,7 +14,8 @@ void split(const char* text, std::size_t length, std::vector<std::string>& out, 
     const char* end = text + length;
     const char* start = text;
     while (start < end) {
-        const char* cut = static_cast<const char*>(std::memchr(start, delimiter, static_cast<std::size_t>(end - start)));
+        const char* cut =
+            static_cast<const char*>(std::memchr(start, delimiter, static_cast<std::size_t>(end - start)));
         if (cut == nullptr) {
             out.emplace_back(start, end);
             return;

@@ -35,7 +35,8 @@ public:
         static_assert(sizeof(T) == Traits::components * sizeof(C), "components lie side by side");
         auto* rows = reinterpret_cast<std::byte*>(column.rows);
         for (unsigned i = 0; i < Traits::components; ++i)
-            pending_.push_back({column.Columns[i], {rows, sizeof(T), i * sizeof(C), storeFor(std::is_floating_point_v<C>, sizeof(C))}});
+            pending_.push_back({column.Columns[i],
+                                {rows, sizeof(T), i * sizeof(C), storeFor(std::is_floating_point_v<C>, sizeof(C))}});
     }
 
     // Orders what was added by token; call once after the last add.

@@ -23,14 +23,14 @@ template <class X>
 class TypedChunkBase : public ChunkBase {
 public:
     const std::type_info& baseType() const override { return typeid(X); }
-    ChunkPtr createChunk(std::size_t count, bool reserveOnly) const override {
-        return createTyped(count, reserveOnly);
-    }
+    ChunkPtr createChunk(std::size_t count, bool reserveOnly) const override { return createTyped(count, reserveOnly); }
     virtual StrongPtr<TypedChunkBase<X>, ChunkBase> createTyped(std::size_t count, bool reserveOnly) const = 0;
 };
 
 template <class T>
-concept HasStorageBase = requires { typename T::StorageBase; };
+concept HasStorageBase = requires {
+    typename T::StorageBase;
+};
 
 template <class T>
 struct TypedChunkParent {
@@ -58,7 +58,10 @@ class Chunk final : public TypedChunk<T>, public std::vector<T> {
 public:
     using Root = typename ChunkRoot<T>::type;
 
-    explicit Chunk(std::size_t count) { valueInitialise(count); account(); }
+    explicit Chunk(std::size_t count) {
+        valueInitialise(count);
+        account();
+    }
     Chunk(std::size_t count, bool reserveOnly) {
         if (reserveOnly)
             std::vector<T>::reserve(count);

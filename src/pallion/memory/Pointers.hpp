@@ -143,8 +143,7 @@ protected:
         if constexpr (HasCache) {
             cached = nullptr;
             if (block == nullptr || block->strong.load() < 0) return;
-            if (ReferenceBase<D>* object = block->object.load())
-                cached = dynamic_cast<T*>(static_cast<D*>(object));
+            if (ReferenceBase<D>* object = block->object.load()) cached = dynamic_cast<T*>(static_cast<D*>(object));
         }
     }
 

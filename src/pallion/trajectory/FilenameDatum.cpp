@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include "pallion/trajectory/Messages.hpp"
 #include "pallion/convert/Parse.hpp"
+#include "pallion/trajectory/Messages.hpp"
 #include "ravelin/Console.hpp"
 
 namespace Pallion {
@@ -25,7 +25,8 @@ Ravelin::StrongPtr<GeoReferenceSystem> parseFilenameForGeoDatum(const std::files
     const int height = stoiAfterPrefix(pieces[5], 4);
     const int spatial = stoiAfterPrefix(pieces[4], 4);
     const int fileNr = stoiAfterPrefix(pieces[2], 0);
-    return Ravelin::StrongPtr<GeoReferenceSystem>(new GeoReferenceSystem(pieces[1], fileNr, spatial, height, pieces[3]));
+    return Ravelin::StrongPtr<GeoReferenceSystem>(
+        new GeoReferenceSystem(pieces[1], fileNr, spatial, height, pieces[3]));
 }
 
 }  // namespace Pallion

@@ -1,7 +1,7 @@
 #include "pallion/trajectory/GridAttributes.hpp"
 
-#include "pallion/trajectory/Messages.hpp"
 #include "pallion/memory/Chunk.hpp"
+#include "pallion/trajectory/Messages.hpp"
 
 namespace Pallion {
 
@@ -21,7 +21,8 @@ std::string addAttribute(Tessel::Grid& grid, const std::string& name, const T& v
         chunk->push_back(value);
         attributes.setAttribute(name, Ravelin::ChunkPtr(chunk));
     } else if (!((*chunk)[0] == value)) {
-        return std::string(TrajectoryMessages::AttributeMismatch) + name + std::string(TrajectoryMessages::AttributeMismatchEnd);
+        return std::string(TrajectoryMessages::AttributeMismatch) + name +
+               std::string(TrajectoryMessages::AttributeMismatchEnd);
     }
     grid.setTimeStamp(Ravelin::Ageable::tick());
     return {};
@@ -39,12 +40,18 @@ std::string addAttributeToGrid(Tessel::Grid& grid, const std::string& name, cons
 }
 
 std::string addGeoReferenceToGrid(const GeoReferenceSystem& geo, Tessel::Grid& grid) {
-    std::string failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::EPSGSpatialAttribute), static_cast<unsigned int>(geo.EPSGSpatial), false);
+    std::string failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::EPSGSpatialAttribute),
+                                             static_cast<unsigned int>(geo.EPSGSpatial), false);
     if (failure.empty())
-        failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::EPSGHeightAttribute), static_cast<unsigned int>(geo.EPSGHeight), false);
-    if (failure.empty()) failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::WeekDayAttribute), static_cast<unsigned int>(geo.weekDay()), true);
-    if (failure.empty()) failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::DateAttribute), geo.Date, true);
-    if (failure.empty()) failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::ProjectAttribute), geo.Name, false);
+        failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::EPSGHeightAttribute),
+                                     static_cast<unsigned int>(geo.EPSGHeight), false);
+    if (failure.empty())
+        failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::WeekDayAttribute),
+                                     static_cast<unsigned int>(geo.weekDay()), true);
+    if (failure.empty())
+        failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::DateAttribute), geo.Date, true);
+    if (failure.empty())
+        failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::ProjectAttribute), geo.Name, false);
     return failure;
 }
 

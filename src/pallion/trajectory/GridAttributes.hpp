@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "tessel/Grid.hpp"
 #include "pallion/trajectory/GeoReferenceSystem.hpp"
+#include "tessel/Grid.hpp"
 
 namespace Pallion {
 

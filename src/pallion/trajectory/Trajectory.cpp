@@ -3,10 +3,10 @@
 #include <filesystem>
 
 #include "pallion/convert/Ascii2Z9.hpp"
-#include "pallion/trajectory/Messages.hpp"
-#include "riegl/Riegl.hpp"
 #include "pallion/trajectory/FilenameDatum.hpp"
 #include "pallion/trajectory/GridAttributes.hpp"
+#include "pallion/trajectory/Messages.hpp"
+#include "riegl/Riegl.hpp"
 
 namespace Pallion {
 
