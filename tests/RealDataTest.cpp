@@ -37,22 +37,10 @@ std::vector<std::vector<std::string>> oracle(const std::filesystem::path& file, 
     return rows;
 }
 
-template <class T>
-std::vector<T> allValues(const Grid& grid, const std::string& field) {
-    std::vector<T> values;
-    for (const auto& fragment : grid.field(field)->fragments())
-        for (const auto& array : fragment.arrays) {
-            auto* typed = dynamic_cast<Tessel::MemArray<1, T>*>(array.get());
-            const T* data = static_cast<const T*>(typed->rawData());
-            values.insert(values.end(), data, data + typed->elementCount());
-        }
-    return values;
-}
-
 std::string convert(Grid& grid, const std::filesystem::path& file, const std::string& parse, char delimiter,
                     std::uint32_t header, std::uint32_t chunk = 4096) {
     Parameter p;
-    p.Files = Ravelin::StringListPtr(new Ravelin::StringList{file.string()});
+    p.Files = testsupport::fileList({file.string()});
     p.Parse = parse;
     p.Delimiter = delimiter;
     p.HeaderLines = header;
@@ -62,7 +50,7 @@ std::string convert(Grid& grid, const std::filesystem::path& file, const std::st
 
 void expectPoints(const Grid& grid, const std::string& field, const std::vector<std::vector<std::string>>& rows, int x,
                   int y, int z) {
-    auto points = allValues<Tessel::Point>(grid, field);
+    auto points = testsupport::fieldValues<Tessel::Point>(grid, field);
     ASSERT_EQ(points.size(), rows.size());
     for (std::size_t i = 0; i < rows.size(); ++i) {
         EXPECT_EQ(points[i][0], std::strtod(rows[i][x].c_str(), nullptr)) << "row " << i;
@@ -85,7 +73,7 @@ TEST(RealData, CommaTablesWithHeadersAndCrlf) {
     EXPECT_EQ(convert(grid, file, "Positions:point:0+1+2,Intensity:uint16_t:3", ' ', 1, 3), "");
     const auto rows = oracle(file, ' ', 1);
     expectPoints(grid, "Positions", rows, 0, 1, 2);
-    auto intensity = allValues<unsigned short>(grid, "Intensity");
+    auto intensity = testsupport::fieldValues<unsigned short>(grid, "Intensity");
     ASSERT_EQ(intensity.size(), 10u);
     EXPECT_EQ(intensity[9], 9);
     EXPECT_EQ(grid.field("Intensity")->fragments().size(), 4u);  // 3 + 3 + 3 + 1 rows
@@ -104,7 +92,7 @@ TEST(RealData, ColumnsOutOfOrderAndColours) {
     const auto rows = oracle(rockFile, ' ', 1);
     ASSERT_EQ(rows.size(), 1133u);
     expectPoints(rock, "Positions", rows, 0, 1, 2);
-    auto colours = allValues<Tessel::Colour>(rock, "Colour");
+    auto colours = testsupport::fieldValues<Tessel::Colour>(rock, "Colour");
     ASSERT_EQ(colours.size(), rows.size());
     for (std::size_t i = 0; i < rows.size(); ++i)
         for (int c = 0; c < 3; ++c) EXPECT_EQ(colours[i][c], std::atoi(rows[i][3 + c].c_str())) << "row " << i;
@@ -122,7 +110,7 @@ TEST(RealData, ExponentsCrlfAndGluedCharacters) {
 
     Grid sample;
     EXPECT_EQ(convert(sample, realDir / "open3d_point_cloud_sample3.pts", "Positions:point:0+1+2", ' ', 1), "");
-    auto points = allValues<Tessel::Point>(sample, "Positions");
+    auto points = testsupport::fieldValues<Tessel::Point>(sample, "Positions");
     ASSERT_EQ(points.size(), 10u);
     EXPECT_EQ(points[9][2], -65.089279);  // the colon glued to the number is ignored
 }

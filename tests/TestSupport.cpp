@@ -37,4 +37,10 @@ std::filesystem::path realDataDir() {
     return std::filesystem::is_directory(dir) ? dir : std::filesystem::path();
 }
 
+std::vector<std::string> fragmentNames(const Tessel::Grid& grid, const std::string& field) {
+    std::vector<std::string> names;
+    for (const auto& fragment : grid.field(field)->fragments()) names.push_back(fragment.id->name);
+    return names;
+}
+
 }  // namespace testsupport

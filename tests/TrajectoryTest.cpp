@@ -35,10 +35,6 @@ std::vector<T> attribute(const Grid& grid, const std::string& name) {
     return chunk ? chunk->vector() : std::vector<T>();
 }
 
-Ravelin::StringListPtr list(std::initializer_list<std::string> names) {
-    return Ravelin::StringListPtr(new Ravelin::StringList(names));
-}
-
 const Ravelin::ProgressPtr noProgress;
 
 // A .txt trajectory of `rows` lines for the given week day, times within that day.
@@ -102,7 +98,6 @@ TEST(FileNames, SixPiecesOrAConsoleMessage) {
     EXPECT_THROW(parseFilenameForGeoDatum("a_p_1_20260314_EPSG1_yyyy99999999999"), std::out_of_range);
     EXPECT_THROW(parseFilenameForGeoDatum("a_p_1_20261399_EPSG1_yyyy2"), std::invalid_argument);  // no date
     EXPECT_EQ(console.messages.size(), 2u);
-    EXPECT_EQ(stoiAfterPrefix("0042", 0), 42);
 }
 
 TEST(Attributes, OneFileTwoFilesAndASecondProject) {
@@ -231,7 +226,7 @@ TEST(TrajectoryEntry, MixedListIntoOneGrid) {
     ASSERT_TRUE(Riegl::writeTrajectoryFile(pof, false, 25832, {{10.0, 1, 2, 3, 4, 5, 6}}));
 
     Grid grid;
-    EXPECT_EQ(convertTrajectory2Z9(grid, list({txt1, txt2, pofx, pof}), noProgress), "");
+    EXPECT_EQ(convertTrajectory2Z9(grid, testsupport::fileList({txt1, txt2, pofx, pof}), noProgress), "");
     auto times = grid.field("GPSTime");
     ASSERT_EQ(times->fragments().size(), 4u);
     EXPECT_EQ(times->fragments()[0].arrays[0]->elementText(2), "3602.000000");  // seconds of the day
@@ -243,7 +238,7 @@ TEST(TrajectoryEntry, MixedListIntoOneGrid) {
     EXPECT_EQ(attribute<std::string>(grid, "Date").size(), 4u);
     EXPECT_TRUE(grid.attributes().getAttribute("EPSG").isNull());
     EXPECT_EQ(grid.notes().size(), 2u);  // one per text file
-    EXPECT_EQ(convertTrajectory2Z9(grid, list({}), noProgress), "");
+    EXPECT_EQ(convertTrajectory2Z9(grid, testsupport::fileList({}), noProgress), "");
 }
 
 TEST(TrajectoryEntry, OrderOfFailureChecksAndWhatSurvives) {
@@ -251,19 +246,22 @@ TEST(TrajectoryEntry, OrderOfFailureChecksAndWhatSurvives) {
     ConsoleCapture console;
     Grid grid;
     const auto good = dir.write("QVT_Harbour_001_20260310_EPSG25832_EPSG7837.txt", textTrajectory(2, 2));
-    EXPECT_EQ(convertTrajectory2Z9(grid, list({dir.write("a_b_1_20260310_EPSG1.csv", "")}), noProgress),
-              "convertTrajectory2Z9: could not initialise GeoReferenceSystem");  // the name before the extension
+    EXPECT_EQ(
+        convertTrajectory2Z9(grid, testsupport::fileList({dir.write("a_b_1_20260310_EPSG1.csv", "")}), noProgress),
+        "convertTrajectory2Z9: could not initialise GeoReferenceSystem");  // the name before the extension
     EXPECT_EQ(console.messages.size(), 1u);
     const auto capital = (dir.path() / "QVT_Harbour_001_20260310_EPSG25832_EPSG7837.TXT").string();
-    EXPECT_EQ(convertTrajectory2Z9(grid, list({capital}), noProgress),
+    EXPECT_EQ(convertTrajectory2Z9(grid, testsupport::fileList({capital}), noProgress),
               "convertTrajectory2Z9: unknown file extension: " + capital);
-    EXPECT_EQ(convertTrajectory2Z9(grid, list({"x/QVT_Harbour_001_20260310_EPSG25832_EPSG7837"}), noProgress),
+    EXPECT_EQ(convertTrajectory2Z9(grid, testsupport::fileList({"x/QVT_Harbour_001_20260310_EPSG25832_EPSG7837"}),
+                                   noProgress),
               "convertTrajectory2Z9: unknown file extension: x/QVT_Harbour_001_20260310_EPSG25832_EPSG7837");
     EXPECT_EQ(grid.attributes().size(), 0u);
 
     // The second of three fails: the third name, which would throw, is never read.
     const auto missing = (dir.path() / "QVT_Harbour_002_20260311_EPSG25832_EPSG7837.txt").string();
-    EXPECT_EQ(convertTrajectory2Z9(grid, list({good, missing, "a_b_NaN_20260310_EPSG1_EPSG2.txt"}), noProgress),
+    EXPECT_EQ(convertTrajectory2Z9(grid, testsupport::fileList({good, missing, "a_b_NaN_20260310_EPSG1_EPSG2.txt"}),
+                                   noProgress),
               "Ascii2Z9::run: cannot open file: " + missing);
     EXPECT_EQ(attribute<std::string>(grid, "Date").size(), 1u);
     EXPECT_EQ(grid.field("GPSTime")->fragments().size(), 1u);
@@ -271,7 +269,7 @@ TEST(TrajectoryEntry, OrderOfFailureChecksAndWhatSurvives) {
     // A time outside the file's day: the fields stay, the attributes of the file are not written.
     Grid timed;
     const auto wrongDay = dir.write("QVT_Harbour_005_20260310_EPSG25832_EPSG7837.txt", textTrajectory(4, 2));
-    EXPECT_EQ(convertTrajectory2Z9(timed, list({wrongDay}), noProgress),
+    EXPECT_EQ(convertTrajectory2Z9(timed, testsupport::fileList({wrongDay}), noProgress),
               "modifyGPSTime: GPS time 349200.000000 does not lie within week day 2");
     EXPECT_EQ(timed.field("GPSTime")->fragments().size(), 1u);
     EXPECT_EQ(timed.attributes().size(), 0u);
@@ -285,15 +283,15 @@ TEST(TrajectoryEntry, OrderOfFailureChecksAndWhatSurvives) {
     const auto pofx = (dir.path() / "QVT_Harbour_006_20260310_EPSG25832_EPSG7837.pofx").string();
     ASSERT_TRUE(Riegl::writeTrajectoryFile(pofx, true, 25832, {{10.0, 1, 2, 3, 4, 5, 6}}));  // Sunday, not Tuesday
     const Ravelin::ProgressPtr stop(new StopWhenDone);
-    EXPECT_EQ(convertTrajectory2Z9(both, list({pofx}), stop), "pofx2tessel: user interruption");
-    EXPECT_EQ(convertTrajectory2Z9(both, list({pofx}), noProgress),
+    EXPECT_EQ(convertTrajectory2Z9(both, testsupport::fileList({pofx}), stop), "pofx2tessel: user interruption");
+    EXPECT_EQ(convertTrajectory2Z9(both, testsupport::fileList({pofx}), noProgress),
               "modifyGPSTime: GPS time 10.000000 does not lie within week day 2");
     EXPECT_EQ(both.attributes().size(), 0u);
 
     // A mismatch between files after a successful conversion keeps the file's data.
     Grid mixed;
     const auto quay = dir.write("QVT_Quay_002_20260310_EPSG25832_EPSG7837.txt", textTrajectory(2, 1));
-    EXPECT_EQ(convertTrajectory2Z9(mixed, list({good, quay}), noProgress),
+    EXPECT_EQ(convertTrajectory2Z9(mixed, testsupport::fileList({good, quay}), noProgress),
               "addAttributeToGrid:: Different NameOfProject! cannot merge file.");
     EXPECT_EQ(mixed.field("Positions")->fragments().size(), 2u);
 }
