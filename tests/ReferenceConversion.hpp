@@ -84,6 +84,15 @@ inline std::string hookCall(const std::string& field, const std::string& file, s
     return call;
 }
 
+// The counters, the current file and the tokens a Parameter holds after a conversion.
+inline void takeState(Outcome& out, const Pallion::Parameter& p) {
+    out.lineCount = p.LineCount;
+    out.blockFill = p.BlockFill;
+    out.fragmentCount = p.FragmentCount;
+    out.currentFile = p.CurrentFile;
+    out.tokens = p.Tokens;
+}
+
 inline std::vector<std::string> distinctFields(const Pallion::Parameter& p) {
     std::vector<std::string> fields;
     for (const Pallion::ContainerEntry& entry : p.Container)
@@ -116,11 +125,7 @@ public:
         } catch (...) {
             out.exception = exceptionText(std::current_exception());
         }
-        out.lineCount = p.LineCount;
-        out.blockFill = p.BlockFill;
-        out.fragmentCount = p.FragmentCount;
-        out.currentFile = p.CurrentFile;
-        out.tokens = p.Tokens;
+        takeState(out, p);
         // As the grid lists them: field by field in the order of the parse string,
         // a field's fragments by name in the order first made, a name's arrays in
         // the order stored.
@@ -277,11 +282,7 @@ inline Outcome libraryReading(const Settings& settings) {
     } catch (...) {
         out.exception = exceptionText(std::current_exception());
     }
-    out.lineCount = p.LineCount;
-    out.blockFill = p.BlockFill;
-    out.fragmentCount = p.FragmentCount;
-    out.currentFile = p.CurrentFile;
-    out.tokens = p.Tokens;
+    takeState(out, p);
     for (const std::string& name : distinctFields(p)) {
         const Tessel::FieldPtr field = grid.field(name);
         if (field.isNull()) continue;
