@@ -3,6 +3,8 @@
 #   ./build.sh sample     builds the library and converts the shipped sample table
 #   ./build.sh test       builds and runs the whole test suite (optimised build)
 #   ./build.sh sanitize   builds and runs the whole test suite under ASan and UBSan
+#   ./build.sh tsan       builds and runs the whole test suite under ThreadSanitizer
+#   ./build.sh fuzz [S]   builds the fuzz targets and runs each for S seconds (60), failing on a finding
 #   ./build.sh bench      builds and runs the benchmarks
 #   ./build.sh consumer   installs into a temporary prefix and builds a separate project
 #                         against it with find_package, then again with add_subdirectory
@@ -18,6 +20,8 @@ install_missing() {
     command -v cmake >/dev/null || need+=(cmake)
     command -v ninja >/dev/null || need+=(ninja-build)
     command -v pkg-config >/dev/null || need+=(pkg-config)
+    command -v clang++ >/dev/null || need+=(clang)
+    ls /usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a >/dev/null 2>&1 || need+=(libclang-rt-dev)
     command -v clang-format >/dev/null || need+=(clang-format)
     command -v run-clang-tidy >/dev/null || need+=(clang-tidy)
     [ -f /usr/include/gtest/gtest.h ] || need+=(libgtest-dev)
@@ -77,6 +81,31 @@ case "${1:-}" in
         build sanitize
         ctest --preset sanitize
         ;;
+    tsan)
+        install_missing
+        build tsan
+        ctest --preset tsan
+        ;;
+    fuzz)
+        install_missing
+        build fuzz >/dev/null
+        seconds=${2:-60}
+        scratch=$(mktemp -d)
+        trap 'rm -rf "$scratch"' EXIT
+        for target in parse_string number convert trajectory_name trajectory_readers; do
+            # New inputs go to a scratch copy of the corpus; the committed corpus stays as it is.
+            mkdir -p "$scratch/$target" "$scratch/findings"
+            cp fuzz/corpus/$target/* "$scratch/$target/"
+            if ! "build/fuzz/fuzz/fuzz_$target" -max_total_time="$seconds" -timeout=2 -rss_limit_mb=3072 \
+                    -max_len=8192 -print_final_stats=1 -artifact_prefix="$scratch/findings/$target-" \
+                    "$scratch/$target" >"$scratch/$target.log" 2>&1; then
+                tail -n 40 "$scratch/$target.log"
+                echo "fuzz_$target: finding (input in the log above)"
+                exit 1
+            fi
+            echo "fuzz_$target: $(grep -E '^stat::number_of_executed_units' "$scratch/$target.log" | awk '{print $2}') executions in ${seconds} s, no finding"
+        done
+        ;;
     bench)
         install_missing
         build release
@@ -118,7 +147,7 @@ case "${1:-}" in
         echo "clang-format and clang-tidy: clean"
         ;;
     *)
-        sed -n '2,12p' "$0"
+        sed -n '2,14p' "$0"
         exit 2
         ;;
 esac

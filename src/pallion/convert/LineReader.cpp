@@ -4,16 +4,24 @@
 #include <cstring>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace Pallion {
 
-LineReader::LineReader(const std::string& name, std::size_t blockSize)
-    : buffer_(new char[blockSize]), capacity_(blockSize) {
+LineReader::LineReader(const std::string& name, std::size_t blockSize) : capacity_(blockSize) {
     descriptor_ = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor_ >= 0) {
+        // A small file needs no block larger than itself (and one byte to see its end).
+        struct stat status {};
+        if (::fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode) &&
+            static_cast<std::uint64_t>(status.st_size) < capacity_)
+            capacity_ = static_cast<std::size_t>(status.st_size) + 1;
 #if defined(POSIX_FADV_SEQUENTIAL)
-    if (descriptor_ >= 0) ::posix_fadvise(descriptor_, 0, 0, POSIX_FADV_SEQUENTIAL);
+        ::posix_fadvise(descriptor_, 0, 0, POSIX_FADV_SEQUENTIAL);
 #endif
+    }
+    buffer_.reset(new char[capacity_]);
 }
 
 LineReader::~LineReader() {

@@ -1,0 +1,48 @@
+// Whole-file conversion, the differential check of the fast reading path:
+// the first bytes choose the parse string, the delimiter, the header count,
+// a tiny block size, a progress stop and one or two files; the rest are the
+// files' bytes (split at the first 0xFF for two files).  ascii2z9 and the
+// plain getline/split/std::sto* reading must give the same outcome: result
+// text or exception, counters, tokens, progress reports, hook calls and
+// fragment bytes.
+#include <sstream>
+
+#include "FuzzSupport.hpp"
+#include "ReferenceConversion.hpp"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const char* const parses[] = {
+        "Positions:point:0+1+2",
+        "P:point:2+0+1,I:int:3,F:float:1",
+        "A:double:0,B:uint8_t:1,C:rgb:0+1+2,D:tvector:1+1+1",
+        "X:uint16_t:0+3+1,Y:uint32_t:2,X:double:1",
+        "Only:float:1",
+        "N:int:0,M:int:0",
+    };
+    static const char delimiters[] = {' ', ',', 't', '\t', ';', 'e', '.', '1', '-', '\r', '\n', '\0'};
+    if (size < 5) return 0;
+    reference::Settings settings;
+    settings.parse = parses[data[0] % std::size(parses)];
+    settings.delimiter = delimiters[data[1] % std::size(delimiters)];
+    settings.headerLines = data[2] % 4;
+    settings.chunkSize = 1 + data[3] % 4;
+    settings.stopAtReport = (data[4] & 0x70) == 0 ? data[4] % 8 : 0;
+    const bool twoFiles = data[4] & 0x80;
+    const std::string bytes(reinterpret_cast<const char*>(data) + 5, size - 5);
+    const auto& scratch = fuzzsupport::scratch();
+    const std::size_t cut = twoFiles ? bytes.find('\xff') : std::string::npos;
+    settings.files.push_back(scratch.write("first.v.txt", bytes.substr(0, cut)));
+    if (twoFiles)
+        settings.files.push_back(scratch.write("second", cut == std::string::npos ? "" : bytes.substr(cut + 1)));
+
+    const reference::Outcome expected = reference::plainReading(settings);
+    const reference::Outcome got = reference::libraryReading(settings);
+    if (!(got == expected)) {
+        std::ostringstream what;
+        what << "ascii2z9 differs from the plain reading\n  plain:   " << expected << "\n  library: " << got;
+        if (got.hookCalls != expected.hookCalls) what << "\n  (hook calls differ)";
+        if (got.reports != expected.reports) what << "\n  (progress reports differ)";
+        fuzzsupport::finding(what.str());
+    }
+    return 0;
+}
