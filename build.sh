@@ -9,7 +9,7 @@
 #   ./build.sh consumer   installs into a temporary prefix and builds a separate project
 #                         against it with find_package, then again with add_subdirectory
 #   ./build.sh package    makes the Debian package and builds the separate project against its contents
-#   ./build.sh lint       checks the formatting (clang-format) and the library's code (clang-tidy)
+#   ./build.sh lint       checks the formatting (clang-format) and the code of the library and host (clang-tidy)
 # Missing tools are installed from Debian's packages first (needs root).
 set -euo pipefail
 cd "$(dirname "$0")"
@@ -28,6 +28,9 @@ install_missing() {
     [ -f /usr/include/gmock/gmock.h ] || need+=(libgmock-dev)
     [ -f /usr/include/benchmark/benchmark.h ] || need+=(libbenchmark-dev)
     [ -f /usr/include/fast_float/fast_float.h ] || need+=(libfast-float-dev)
+    [ -f /usr/include/CLI/CLI.hpp ] || need+=(libcli11-dev)
+    [ -f /usr/include/png.h ] || need+=(libpng-dev)
+    [ -f /usr/include/nlohmann/json.hpp ] || need+=(nlohmann-json3-dev)
     [ -f /usr/share/i18n/locales/de_DE ] || need+=(locales)
     if [ ${#need[@]} -gt 0 ]; then
         echo "Installing from Debian's packages: ${need[*]}" >&2
@@ -62,14 +65,14 @@ case "${1:-}" in
     sample)
         install_missing
         build release >/dev/null
-        ./build/release/examples/pallion_host --header 1 \
+        ./build/release/examples/pallion --header 1 \
             --parse "Positions:point:0+1+2,Colours:rgb:3+4+5,Intensity:float:6,Class:uint8_t:7,Return:int:8" \
             --block 2000 --epsg 25832 examples/data/sample_points.txt
         ;;
     trajectory)
         install_missing
         build release >/dev/null
-        ./build/release/examples/pallion_host --trajectory examples/data/trajectory/*
+        ./build/release/examples/pallion --trajectory examples/data/trajectory/*
         ;;
     test)
         install_missing
@@ -94,13 +97,13 @@ case "${1:-}" in
         trap 'rm -rf "$scratch"' EXIT
         for target in parse_string number convert trajectory_name trajectory_readers; do
             # New inputs go to a scratch copy of the corpus; the committed corpus stays as it is.
-            mkdir -p "$scratch/$target" "$scratch/findings"
+            mkdir -p "$scratch/$target" build/fuzz/findings
             cp fuzz/corpus/$target/* "$scratch/$target/"
             if ! "build/fuzz/fuzz/fuzz_$target" -max_total_time="$seconds" -timeout=2 -rss_limit_mb=3072 \
-                    -max_len=8192 -print_final_stats=1 -artifact_prefix="$scratch/findings/$target-" \
+                    -max_len=8192 -print_final_stats=1 -artifact_prefix="build/fuzz/findings/$target-" \
                     "$scratch/$target" >"$scratch/$target.log" 2>&1; then
                 tail -n 40 "$scratch/$target.log"
-                echo "fuzz_$target: finding (input in the log above)"
+                echo "fuzz_$target: finding, kept in build/fuzz/findings/ (see the log above)"
                 exit 1
             fi
             echo "fuzz_$target: $(grep -E '^stat::number_of_executed_units' "$scratch/$target.log" | awk '{print $2}') executions in ${seconds} s, no finding"
@@ -142,7 +145,7 @@ case "${1:-}" in
         install_missing
         cmake --preset release >/dev/null  # the compile commands clang-tidy reads
         git ls-files '*.hpp' '*.cpp' | xargs clang-format --dry-run --Werror
-        run-clang-tidy -p build/release -quiet '/(src|outside)/.*\.cpp$' >/tmp/pallion-tidy.log 2>&1 ||
+        run-clang-tidy -p build/release -quiet '/(src|outside|examples)/.*\.cpp$' >/tmp/pallion-tidy.log 2>&1 ||
             { grep -E "(warning|error):" /tmp/pallion-tidy.log | sort -u; exit 1; }
         echo "clang-format and clang-tidy: clean"
         ;;

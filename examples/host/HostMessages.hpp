@@ -1,0 +1,71 @@
+// Every text the command-line host prints of its own, in one place.  The
+// library's texts and exceptions are printed as they come, with these around them.
+#pragma once
+
+#include <string_view>
+
+namespace host::messages {
+
+inline constexpr std::string_view Program = "pallion";
+inline constexpr std::string_view Description =
+    "Converts delimited text tables of points (or trajectory files with --trajectory) into the fields of a grid,\n"
+    "and prints what the grid holds.";
+inline constexpr std::string_view Prefix = "pallion: ";
+
+// Options.
+inline constexpr std::string_view HeaderHelp = "lines skipped at the head of every file";
+inline constexpr std::string_view DelimiterHelp =
+    "the byte between columns: one character, or tab (also t or \\t), comma, semicolon, space";
+inline constexpr std::string_view BlockHelp =
+    "rows per block (fragment); default: picked from the files' sizes, at most 10000000";
+inline constexpr std::string_view EpsgHelp =
+    "EPSG code of the coordinates, stored as the attribute EPSG; default: none, no attribute stored";
+inline constexpr std::string_view ParseHelp =
+    "which columns go to which field: Name:type:c0[+c1+c2],... with the types point, tvector, double, float, "
+    "int, uint8_t, uint16_t, uint32_t, rgb; columns count from 0";
+inline constexpr std::string_view TrajectoryHelp =
+    "read trajectory files (.txt, .pof, .pofx) named Project_Name_Number_Date_EPSGcode_EPSGcode, "
+    "e.g. QVT_Harbour_001_20260310_EPSG25832_EPSG7837.txt";
+inline constexpr std::string_view JsonHelp = "print a summary as JSON on stdout instead of the text summary";
+inline constexpr std::string_view PreviewHelp =
+    "write a top-down picture of the first point field to this PNG file, coloured by height or by the first rgb field";
+inline constexpr std::string_view FilesHelp = "the files to convert, read in this order into the same fields";
+inline constexpr std::string_view BadDelimiter =
+    "--delimiter: \"%s\" is not one character nor one of tab, t, \\t, comma, semicolon, space";
+inline constexpr std::string_view BlockWithTrajectory =
+    "--block cannot be used with --trajectory: trajectory files are read with the library's own block size";
+
+// Failure context.
+inline constexpr std::string_view StoppedByException = "conversion stopped by an exception: ";
+inline constexpr std::string_view AtFile = "  file:  ";
+inline constexpr std::string_view AtLine = "  line:  ";
+inline constexpr std::string_view TheLine = "  text:  ";
+inline constexpr std::string_view TokenFailed = "  token: column %u, \"%s\": %s";
+inline constexpr std::string_view TokensMissing =
+    "  the line has %zu token(s) split at %s; the parse string reads column %u, so it needs %u";
+inline constexpr std::string_view HintBom =
+    "hint: the file begins with a UTF-8 byte order mark (EF BB BF); save it without one, or skip the first line "
+    "with --header 1";
+inline constexpr std::string_view HintHeader = "hint: the first line looks like a header; skip it with --header 1";
+inline constexpr std::string_view HintDelimiter =
+    "hint: the line is one token with this delimiter; with --delimiter %s it splits into %zu";
+inline constexpr std::string_view HintEmptyAtEnd =
+    "hint: the file ends with an empty line, and an empty line ends the conversion: remove it";
+inline constexpr std::string_view HintEmptyLine = "hint: an empty line ends the conversion; no line is ever skipped";
+inline constexpr std::string_view HintEmptyToken =
+    "hint: two delimiters in a row make an empty token; blanks are not merged";
+inline constexpr std::string_view HintTrajectoryName =
+    "hint: a trajectory file's stem has six pieces joined by '_': Project_Name_Number_Date_EPSGcode_EPSGcode,\n"
+    "      e.g. QVT_Harbour_001_20260310_EPSG25832_EPSG7837.txt: Number a whole number, Date YYYYMMDD,\n"
+    "      then the spatial and the height reference, each four letters and the code's digits";
+inline constexpr std::string_view Interrupted = "stopped; the blocks read so far are kept";
+
+// Preview.
+inline constexpr std::string_view PreviewFailed = "--preview: ";
+inline constexpr std::string_view NothingToDraw = "no point field with elements to draw";
+inline constexpr std::string_view CannotWrite = "cannot write ";
+
+// Progress.
+inline constexpr std::string_view Reading = "reading";
+
+}  // namespace host::messages
