@@ -11,18 +11,10 @@
 #include "ReferenceConversion.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const char* const parses[] = {
-        "Positions:point:0+1+2",
-        "P:point:2+0+1,I:int:3,F:float:1",
-        "A:double:0,B:uint8_t:1,C:rgb:0+1+2,D:tvector:1+1+1",
-        "X:uint16_t:0+3+1,Y:uint32_t:2,X:double:1",
-        "Only:float:1",
-        "N:int:0,M:int:0",
-    };
     static const char delimiters[] = {' ', ',', 't', '\t', ';', 'e', '.', '1', '-', '\r', '\n', '\0'};
     if (size < 5) return 0;
     reference::Settings settings;
-    settings.parse = parses[data[0] % std::size(parses)];
+    settings.parse = reference::ParseStrings[data[0] % std::size(reference::ParseStrings)];
     settings.delimiter = delimiters[data[1] % std::size(delimiters)];
     settings.headerLines = data[2] % 4;
     settings.chunkSize = 1 + data[3] % 4;

@@ -22,16 +22,9 @@ public:
     explicit TableMaker(std::uint64_t seed) : random(seed) {}
 
     reference::Settings settings(const testsupport::TempDir& dir, int index) {
-        static const char* const parses[] = {
-            "Positions:point:0+1+2",
-            "P:point:2+0+1,I:int:3,F:float:1",
-            "A:double:0,B:uint8_t:1,C:rgb:0+1+2,D:tvector:1+1+1",
-            "X:uint16_t:0+3+1,Y:uint32_t:2,X:double:1",
-            "Only:float:1",
-        };
         static const char delimiters[] = {' ', ' ', ',', 't', ';', 'e', '.', '1'};
         reference::Settings s;
-        s.parse = parses[below(std::size(parses))];
+        s.parse = reference::ParseStrings[below(std::size(reference::ParseStrings))];
         s.delimiter = delimiters[below(std::size(delimiters))];
         s.headerLines = static_cast<std::uint32_t>(below(4) == 0 ? below(3) : 0);
         s.chunkSize = static_cast<std::uint32_t>(1 + below(5));

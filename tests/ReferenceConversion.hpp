@@ -29,6 +29,17 @@
 
 namespace reference {
 
+// Parse strings the differential checks convert with: every type, a column
+// read twice, columns out of order, one field name from two entries.
+inline constexpr const char* ParseStrings[] = {
+    "Positions:point:0+1+2",
+    "P:point:2+0+1,I:int:3,F:float:1",
+    "A:double:0,B:uint8_t:1,C:rgb:0+1+2,D:tvector:1+1+1",
+    "X:uint16_t:0+3+1,Y:uint32_t:2,X:double:1",
+    "Only:float:1",
+    "N:int:0,M:int:0",
+};
+
 struct Settings {
     std::vector<std::string> files;
     std::uint32_t headerLines = 0;
