@@ -8,8 +8,10 @@ namespace Pallion {
 
 namespace {
 
+// Converts the number at the start of [first, last) into one component and
+// gives the end of the number; false where the standard conversion decides.
 template <class C>
-bool storeComponent(const char* first, const char* last, std::byte* into, const char*& end) noexcept {
+inline bool storeComponent(const char* first, const char* last, std::byte* into, const char*& end) noexcept {
     C value;
     if constexpr (std::is_floating_point_v<C>) {
         if (!detail::fastFloating(first, last, value, end)) return false;
@@ -24,11 +26,11 @@ bool storeComponent(const char* first, const char* last, std::byte* into, const 
 
 }  // namespace
 
-RowPlan::Store RowPlan::storeFor(bool floating, std::size_t width) {
-    if (floating) return width == sizeof(double) ? &storeComponent<double> : &storeComponent<float>;
-    if (width == 1) return &storeComponent<std::uint8_t>;
-    if (width == 2) return &storeComponent<std::uint16_t>;
-    return &storeComponent<std::uint32_t>;  // int and unsigned int alike: the same 32 bits
+RowPlan::Kind RowPlan::kindOf(bool floating, std::size_t width) {
+    if (floating) return width == sizeof(double) ? Kind::Double : Kind::Float;
+    if (width == 1) return Kind::Bits8;
+    if (width == 2) return Kind::Bits16;
+    return Kind::Bits32;  // int and unsigned int alike: the same 32 bits
 }
 
 void RowPlan::start(char lineDelimiter, std::uint32_t highest) {
@@ -72,7 +74,26 @@ bool RowPlan::store(const char* p, const char* end, std::uint64_t row) const {
         const char* numberEnd = p;
         for (std::uint32_t t = token.firstTarget; t < token.firstTarget + token.targetCount; ++t) {
             const Target& target = targets_[t];
-            if (!target.convert(p, stop, target.rows + row * target.stride + target.offset, numberEnd)) return false;
+            std::byte* into = target.rows + row * target.stride + target.offset;
+            bool stored = false;
+            switch (target.kind) {
+                case Kind::Double:
+                    stored = storeComponent<double>(p, stop, into, numberEnd);
+                    break;
+                case Kind::Float:
+                    stored = storeComponent<float>(p, stop, into, numberEnd);
+                    break;
+                case Kind::Bits8:
+                    stored = storeComponent<std::uint8_t>(p, stop, into, numberEnd);
+                    break;
+                case Kind::Bits16:
+                    stored = storeComponent<std::uint16_t>(p, stop, into, numberEnd);
+                    break;
+                case Kind::Bits32:
+                    stored = storeComponent<std::uint32_t>(p, stop, into, numberEnd);
+                    break;
+            }
+            if (!stored) return false;
         }
         // The token ends at the first delimiter behind its number: usually right there.
         const void* cut = numberEnd != end && *numberEnd == delimiter_

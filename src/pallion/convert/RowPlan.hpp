@@ -35,8 +35,8 @@ public:
         static_assert(sizeof(T) == Traits::components * sizeof(C), "components lie side by side");
         auto* rows = reinterpret_cast<std::byte*>(column.rows);
         for (unsigned i = 0; i < Traits::components; ++i)
-            pending_.push_back({column.Columns[i],
-                                {rows, sizeof(T), i * sizeof(C), storeFor(std::is_floating_point_v<C>, sizeof(C))}});
+            pending_.push_back(
+                {column.Columns[i], {rows, sizeof(T), i * sizeof(C), kindOf(std::is_floating_point_v<C>, sizeof(C))}});
     }
 
     // Orders what was added by token; call once after the last add.
@@ -47,18 +47,18 @@ public:
     bool store(const char* line, const char* end, std::uint64_t row) const;
 
 private:
-    // Converts the number at the start of [first, last) into one component and
-    // gives the end of the number; false where the standard conversion decides.
-    using Store = bool (*)(const char* first, const char* last, std::byte* into, const char*& end) noexcept;
-    // A floating component is read as std::stod or std::stof would read it; an
-    // integer one as std::stoi, keeping the low bits of its width.
-    static Store storeFor(bool floating, std::size_t width);
+    // What a component is read as: a floating one as std::stod or std::stof
+    // would read it, an integer one as std::stoi, keeping the low bits of its
+    // width.  A small set, so that the conversion is chosen by a switch and
+    // inlined into the row loop.
+    enum class Kind : std::uint8_t { Double, Float, Bits8, Bits16, Bits32 };
+    static Kind kindOf(bool floating, std::size_t width);
 
     struct Target {
         std::byte* rows;
         std::size_t stride;
         std::size_t offset;
-        Store convert;
+        Kind kind;
     };
     struct Token {
         std::uint32_t column;
