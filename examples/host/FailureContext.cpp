@@ -8,20 +8,16 @@
 #include <vector>
 
 #include "HostMessages.hpp"
+#include "pallion/array/ElementTraits.hpp"
 #include "pallion/convert/Messages.hpp"
 #include "pallion/convert/Parse.hpp"
+#include "pallion/convert/TokenConversion.hpp"
 
 namespace host {
 
 namespace {
 
 constexpr std::size_t ShownLength = 120;
-
-std::string printf(std::string_view pattern, auto... values) {
-    char text[512];
-    std::snprintf(text, sizeof text, std::string(pattern).c_str(), values...);
-    return text;
-}
 
 std::vector<std::string> splitLine(const std::string& line, char delimiter) {
     std::vector<std::string> tokens;
@@ -61,18 +57,9 @@ std::string shown(const std::string& line) {
     return text;
 }
 
-// The type names of the parse string's entries, in its order.
-std::vector<std::string> typeNames(const std::string& parse) {
-    std::vector<std::string> names;
-    for (const std::string& entry : splitLine(parse, ',')) {
-        const auto items = splitLine(entry, ':');
-        names.push_back(items.size() > 1 ? items[1] : std::string());
-    }
-    return names;
-}
-
-// The first token in the order the library converts them (by type in the
-// order of the nine types, then by entry) that the standard conversion refuses.
+// The first token that the standard conversion refuses, in the order the
+// library converts them: by element type in the order of the nine, then by
+// entry, then by component.
 struct FailedToken {
     std::uint32_t column;
     std::string text;
@@ -80,35 +67,29 @@ struct FailedToken {
 };
 
 std::optional<FailedToken> failingToken(const Pallion::Parameter& parameter) {
-    static const std::vector<std::string> order = {"point",   "tvector",  "double",   "float", "int",
-                                                   "uint8_t", "uint16_t", "uint32_t", "rgb"};
-    const auto names = typeNames(parameter.Parse);
-    for (const std::string& type : order)
-        for (std::size_t e = 0; e < parameter.Container.size() && e < names.size(); ++e) {
-            if (names[e] != type) continue;
-            const auto& columns = parameter.Container[e].Columns;
-            const std::size_t used = parameter.Container[e].TypeId.components == 3 ? 3 : 1;
-            for (std::size_t i = 0; i < used && i < columns.size(); ++i) {
-                if (columns[i] >= parameter.Tokens.size()) continue;
-                const std::string& token = parameter.Tokens[columns[i]];
+    std::optional<FailedToken> failed;
+    Tessel::forEachElementType([&]<class T>() {
+        using Traits = Tessel::ElementTraits<T>;
+        using C = typename Traits::Component;
+        const std::string kind = std::is_same_v<C, double>  ? "double"
+                                 : std::is_same_v<C, float> ? "float"
+                                                            : "32-bit whole number";
+        for (const Pallion::ContainerEntry& entry : parameter.Container) {
+            if (!(entry.TypeId == Tessel::typeIndexOf<T>())) continue;
+            for (std::size_t i = 0; i < Traits::components && i < entry.Columns.size() && !failed; ++i) {
+                if (entry.Columns[i] >= parameter.Tokens.size()) continue;
+                const std::string& token = parameter.Tokens[entry.Columns[i]];
                 try {
-                    if (type == "float")
-                        (void)std::stof(token);
-                    else if (type == "point" || type == "tvector" || type == "double")
-                        (void)std::stod(token);
-                    else
-                        (void)std::stoi(token);
-                } catch (const std::exception& e) {
-                    const bool range = dynamic_cast<const std::out_of_range*>(&e) != nullptr;
-                    const std::string kind = type == "float" ? "float"
-                                             : (type == "point" || type == "tvector" || type == "double")
-                                                 ? "double"
-                                                 : "32-bit whole number";
-                    return FailedToken{columns[i], token, (range ? "out of range for a " : "not a ") + kind};
+                    (void)Pallion::convertToken<C>(token);
+                } catch (const std::out_of_range&) {
+                    failed = FailedToken{entry.Columns[i], token, "out of range for a " + kind};
+                } catch (const std::invalid_argument&) {
+                    failed = FailedToken{entry.Columns[i], token, "not a " + kind};
                 }
             }
         }
-    return std::nullopt;
+    });
+    return failed;
 }
 
 bool looksLikeWords(const std::string& line) {
@@ -152,11 +133,12 @@ std::string describeFailure(const Options& options, const Pallion::Parameter& pa
     const auto tokens = splitLine(place.line, parameter.Delimiter);
     std::optional<FailedToken> failed;
     if (countFailure) {
-        text += printf(m::TokensMissing, tokens.size(), delimiterName(parameter.Delimiter).c_str(),
-                       parameter.HighestColumnIndex, parameter.HighestColumnIndex + 1) +
+        text += messages::fill(m::TokensMissing, tokens.size(), delimiterName(parameter.Delimiter).c_str(),
+                               parameter.HighestColumnIndex, parameter.HighestColumnIndex + 1) +
                 '\n';
     } else if ((failed = failingToken(parameter))) {
-        text += printf(m::TokenFailed, failed->column, shown(failed->text).c_str(), failed->kind.c_str()) + '\n';
+        text +=
+            messages::fill(m::TokenFailed, failed->column, shown(failed->text).c_str(), failed->kind.c_str()) + '\n';
     }
 
     // Hints, the likeliest cause first.
@@ -172,7 +154,7 @@ std::string describeFailure(const Options& options, const Pallion::Parameter& pa
             const auto split = splitLine(place.line, candidate);
             if (candidate != parameter.Delimiter && split.size() > parameter.HighestColumnIndex) {
                 const std::string name = candidate == '|' ? "'|'" : delimiterName(candidate);
-                text += printf(m::HintDelimiter, name.c_str(), split.size()) + '\n';
+                text += messages::fill(m::HintDelimiter, name.c_str(), split.size()) + '\n';
                 break;
             }
         }

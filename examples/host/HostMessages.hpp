@@ -2,9 +2,19 @@
 // library's texts and exceptions are printed as they come, with these around them.
 #pragma once
 
+#include <cstdio>
+#include <string>
 #include <string_view>
 
 namespace host::messages {
+
+// A text of this file with its printf conversions filled in.
+template <class... Values>
+std::string fill(std::string_view pattern, Values... values) {
+    char text[512];
+    std::snprintf(text, sizeof text, std::string(pattern).c_str(), values...);
+    return text;
+}
 
 inline constexpr std::string_view Program = "pallion";
 inline constexpr std::string_view Description =

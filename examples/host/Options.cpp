@@ -1,9 +1,6 @@
 #include "Options.hpp"
 
 #include <algorithm>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <limits>
 #include <sstream>
 
@@ -11,18 +8,9 @@
 
 #include "HostMessages.hpp"
 #include "pallion/Pallion.hpp"
+#include "pallion/convert/LineReader.hpp"
 
 namespace host {
-
-namespace {
-
-std::string format(std::string_view pattern, const std::string& value) {
-    std::string text(pattern);
-    text.replace(text.find("%s"), 2, value);
-    return text;
-}
-
-}  // namespace
 
 std::optional<char> delimiterFromName(const std::string& name) {
     if (name == "tab" || name == "t" || name == "\\t" || name == "\t") return '\t';
@@ -36,14 +24,8 @@ std::optional<char> delimiterFromName(const std::string& name) {
 std::uint64_t judgedRows(const std::vector<std::string>& files, std::uint32_t headerLines) {
     std::uint64_t rows = 0;
     for (const std::string& name : files) {
-        std::error_code error;
-        const std::uint64_t size = std::filesystem::file_size(name, error);
-        if (error) continue;
-        std::ifstream in(name, std::ios::binary);
-        std::string line;
-        for (std::uint32_t i = 0; i < headerLines && std::getline(in, line);) ++i;
-        std::getline(in, line);
-        rows += size / (line.size() + 1);
+        const std::uint64_t lines = Pallion::estimateLines(name, headerLines);
+        if (lines != Pallion::UnknownLineCount) rows += lines;
     }
     return rows;
 }
@@ -102,7 +84,7 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     const auto named = delimiterFromName(delimiter);
     if (!named) {
         result.exitStatus = 2;
-        result.err = std::string(m::Prefix) + format(m::BadDelimiter, delimiter) + '\n';
+        result.err = std::string(m::Prefix) + messages::fill(m::BadDelimiter, delimiter.c_str()) + '\n';
         return result;
     }
     if (options.trajectory && app.count("--block") > 0) {

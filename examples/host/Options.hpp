@@ -35,8 +35,9 @@ CommandLine parseCommandLine(int argc, const char* const* argv);
 // The delimiter a user names: one character, or tab (t, \t), comma, semicolon, space.
 std::optional<char> delimiterFromName(const std::string& name);
 
-// The rows these files are judged to hold: each file's size over the length
-// of its first data line.  Judged, not counted: lines may differ in length.
+// The rows these files are judged to hold, by the library's own estimate:
+// each file's size over the length of its first data line.  Judged, not
+// counted: lines may differ in length.  A file that cannot be judged adds none.
 std::uint64_t judgedRows(const std::vector<std::string>& files, std::uint32_t headerLines);
 
 // A block size for tables of these files: the judged rows and a quarter more,

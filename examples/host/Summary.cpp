@@ -169,7 +169,8 @@ std::string jsonSummary(const Tessel::Grid& grid, const std::string& result) {
             const auto& index = field->fragments()[0].arrays[0]->typeIndex();
             out << ", \"type\": " << jsonString(index.typeName) << ", \"components\": " << index.components;
         }
-        out << ", \"elements\": " << elementsOf(*field) << ", \"fragments\": [";
+        const std::uint64_t elements = elementsOf(*field);
+        out << ", \"elements\": " << elements << ", \"fragments\": [";
         bool firstFragment = true;
         for (const auto& fragment : field->fragments())
             for (const Array& array : fragment.arrays) {
@@ -178,8 +179,8 @@ std::string jsonSummary(const Tessel::Grid& grid, const std::string& result) {
                 firstFragment = false;
             }
         out << ']';
-        const Range range = rangeOf(*field);
-        if (elementsOf(*field) > 0) {
+        if (elements > 0) {
+            const Range range = rangeOf(*field);
             auto list = [&](const std::vector<double>& values) {
                 std::string text = "[";
                 for (std::size_t i = 0; i < values.size(); ++i)

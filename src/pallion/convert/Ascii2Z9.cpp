@@ -1,9 +1,7 @@
 #include "pallion/convert/Ascii2Z9.hpp"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
-#include <limits>
 
 #include "gridnotes/GridNotes.hpp"
 #include "pallion/convert/LineReader.hpp"
@@ -15,29 +13,6 @@
 namespace Pallion {
 
 namespace {
-
-constexpr std::uint64_t UnknownEstimate = std::numeric_limits<std::uint64_t>::max();
-
-// How many lines the file is taken to have: its size over the length of its
-// first line after the header.  Serves the progress report alone, and reads
-// the file apart from the main reading, which stays where it is.
-std::uint64_t estimateLines(const std::string& name, std::uint32_t headerLines) {
-    std::FILE* file = std::fopen(name.c_str(), "rb");
-    if (file == nullptr) return UnknownEstimate;
-    std::fseek(file, 0, SEEK_END);
-    const long size = std::ftell(file);
-    std::fclose(file);
-
-    LineReader second(name, std::size_t{1} << 16);
-    if (!second.isOpen()) return UnknownEstimate;
-    second.skipLines(headerLines);
-    const std::uint64_t length = second.nextLineLength();
-    // No line, or an empty one, after the header: nothing to divide by, so
-    // the size of the table is unknown.
-    if (length == 0 || size < 0) return UnknownEstimate;
-    const auto bytes = static_cast<std::uint64_t>(size);
-    return bytes < length ? 1 : bytes / length;
-}
 
 // The first multiple of `step` at or above `count`: the row count at which
 // the next progress report falls due.

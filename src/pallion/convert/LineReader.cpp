@@ -14,9 +14,10 @@ LineReader::LineReader(const std::string& name, std::size_t blockSize) : capacit
     if (descriptor_ >= 0) {
         // A small file needs no block larger than itself (and one byte to see its end).
         struct stat status {};
-        if (::fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode) &&
-            static_cast<std::uint64_t>(status.st_size) < capacity_)
-            capacity_ = static_cast<std::size_t>(status.st_size) + 1;
+        if (::fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode)) {
+            size_ = static_cast<std::int64_t>(status.st_size);
+            if (static_cast<std::uint64_t>(size_) < capacity_) capacity_ = static_cast<std::size_t>(size_) + 1;
+        }
 #if defined(POSIX_FADV_SEQUENTIAL)
         ::posix_fadvise(descriptor_, 0, 0, POSIX_FADV_SEQUENTIAL);
 #endif
@@ -102,6 +103,16 @@ std::uint64_t LineReader::nextLineLength() {
         discard();
         if (!refill()) return length;
     }
+}
+
+std::uint64_t estimateLines(const std::string& name, std::uint32_t headerLines) {
+    LineReader reader(name, std::size_t{1} << 16);
+    if (!reader.isOpen() || reader.fileSize() < 0) return UnknownLineCount;
+    reader.skipLines(headerLines);
+    const std::uint64_t length = reader.nextLineLength();
+    if (length == 0) return UnknownLineCount;  // nothing to divide by
+    const auto bytes = static_cast<std::uint64_t>(reader.fileSize());
+    return bytes < length ? 1 : bytes / length;
 }
 
 }  // namespace Pallion

@@ -27,6 +27,9 @@ public:
 
     bool isOpen() const { return descriptor_ >= 0; }
 
+    // The size of the file in bytes when it is a regular file, else -1.
+    std::int64_t fileSize() const { return size_; }
+
     // Skips up to `count` lines, as that many ignore(max, '\n') calls would;
     // stops as soon as the file has run out.
     void skipLines(std::uint64_t count);
@@ -48,6 +51,7 @@ private:
     void discard() { start_ = filled_ = 0; }
 
     int descriptor_ = -1;
+    std::int64_t size_ = -1;
     std::unique_ptr<char[]> buffer_;
     std::size_t capacity_;
     std::size_t start_ = 0;   // first byte not yet handed out
@@ -55,5 +59,15 @@ private:
     bool atEnd_ = false;
     bool nulSeen_ = false;
 };
+
+// The value of estimateLines when a file's lines cannot be judged.
+inline constexpr std::uint64_t UnknownLineCount = ~std::uint64_t{0};
+
+// How many lines a file is taken to hold: its size over the length of its
+// first line after `headerLines` lines.  A judgement for progress reports
+// (and for a host's block size), read apart from any reading of the file.
+// UnknownLineCount where the file cannot be opened or measured, or has no
+// line, or an empty one, after its header.
+std::uint64_t estimateLines(const std::string& name, std::uint32_t headerLines);
 
 }  // namespace Pallion
