@@ -28,7 +28,7 @@
 #include <unistd.h>
 
 #include "pallion/convert/Ascii2Z9.hpp"
-#include "pallion/memory/HugePages.hpp"
+#include "pallion/memory/LargeBlocks.hpp"
 #include "pallion/trajectory/Messages.hpp"
 
 namespace {
