@@ -302,7 +302,8 @@ TEST(Chunks, MemsizeForConstructionCloneReserveAndDestruction) {
 
 // Large chunks take another road to their storage (reserved, then zeroed by
 // released pages or advised and written); they must still be all zero, also
-// on reused memory: the third round's chunk lies where the second one's ones were.
+// on reused memory: with glibc, the third round's chunk lies where the second
+// round wrote its ones.
 TEST(Chunks, LargeChunksAreZeroAndExactlyAsLargeAsAsked) {
     const std::size_t count = (std::size_t{8} << 20) / sizeof(double) + 3;
     const auto base = ChunkBase::TotalMemsize.load();
