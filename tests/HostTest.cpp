@@ -80,11 +80,11 @@ TEST(HostOptions, HelpOnStdoutAndEveryMistakeNamedWithItsRange) {
 TEST(HostOptions, BlockSizeFollowsTheFilesAndStaysWithinTheLibrarysDefault) {
     testsupport::TempDir dir;
     const auto small = dir.write("small.txt", "1 2 3\n4 5 6\n7 8 9\n");
-    EXPECT_LT(host::blockSizeFor({small}, 0), 64u);
-    EXPECT_GE(host::blockSizeFor({small}, 0), 3u);
+    EXPECT_LT(host::blockSizeFor(host::judgedRows({small}, 0)), 64u);
+    EXPECT_GE(host::blockSizeFor(host::judgedRows({small}, 0)), 3u);
     const auto large = dir.write("large.txt", "1 2 3\n");
     std::filesystem::resize_file(large, std::uintmax_t{1} << 30);  // sparse: a gigabyte of short lines, judged
-    EXPECT_EQ(host::blockSizeFor({large}, 0), 10'000'000u);
+    EXPECT_EQ(host::blockSizeFor(host::judgedRows({large}, 0)), 10'000'000u);
 }
 
 TEST(HostFailure, FileLineAndTokenInTheMiddleOfTheSecondFile) {

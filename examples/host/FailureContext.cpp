@@ -153,8 +153,7 @@ std::string describeFailure(const Options& options, const Pallion::Parameter& pa
         for (char candidate : {',', ';', '\t', ' ', '|'}) {
             const auto split = splitLine(place.line, candidate);
             if (candidate != parameter.Delimiter && split.size() > parameter.HighestColumnIndex) {
-                const std::string name = candidate == '|' ? "'|'" : delimiterName(candidate);
-                text += messages::fill(m::HintDelimiter, name.c_str(), split.size()) + '\n';
+                text += messages::fill(m::HintDelimiter, delimiterName(candidate).c_str(), split.size()) + '\n';
                 break;
             }
         }

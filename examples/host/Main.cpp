@@ -68,9 +68,8 @@ int run(int argc, char** argv) {
                 parameter.Delimiter = options.delimiter;
                 parameter.Parse = options.parse;
                 parameter.EPSG = options.epsg;
-                parameter.ChunkSize =
-                    options.block ? *options.block : host::blockSizeFor(options.files, options.headerLines);
                 const std::uint64_t rows = host::judgedRows(options.files, options.headerLines);
+                parameter.ChunkSize = options.block ? *options.block : host::blockSizeFor(rows);
                 parameter.Progress = bar = new host::BarProgress(&parameter, rows, bytes, terminal);
                 result = Pallion::ascii2z9(grid, parameter);
                 if (result.empty()) bar->finish();

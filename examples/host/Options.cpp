@@ -30,9 +30,8 @@ std::uint64_t judgedRows(const std::vector<std::string>& files, std::uint32_t he
     return rows;
 }
 
-std::uint32_t blockSizeFor(const std::vector<std::string>& files, std::uint32_t headerLines) {
+std::uint32_t blockSizeFor(std::uint64_t rows) {
     const std::uint64_t largest = Pallion::Parameter().ChunkSize;
-    const std::uint64_t rows = judgedRows(files, headerLines);
     return static_cast<std::uint32_t>(std::clamp<std::uint64_t>(rows + rows / 4 + 16, 1, largest));
 }
 

@@ -40,8 +40,8 @@ std::optional<char> delimiterFromName(const std::string& name);
 // counted: lines may differ in length.  A file that cannot be judged adds none.
 std::uint64_t judgedRows(const std::vector<std::string>& files, std::uint32_t headerLines);
 
-// A block size for tables of these files: the judged rows and a quarter more,
-// so that one block usually takes them all, never more than the library's default.
-std::uint32_t blockSizeFor(const std::vector<std::string>& files, std::uint32_t headerLines);
+// A block size for a table of `judgedRows` rows: a quarter more, so that one
+// block usually takes them all, never more than the library's default.
+std::uint32_t blockSizeFor(std::uint64_t judgedRows);
 
 }  // namespace host

@@ -21,13 +21,11 @@
 // writes the zeros itself.
 #pragma once
 
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #if defined(__linux__)
 #include <sys/mman.h>
@@ -70,34 +68,18 @@ inline Span wholePages(void* data, std::size_t bytes) noexcept {
     return {first + head, first + head + (bytes - head) / page * page};
 }
 
-// True if one line of /proc/self/maps ("begin-end perms offset dev inode
-// path") describes private anonymous memory that the process may write.
-// Gives the line's range in `range`.
-inline bool privateAnonymous(std::string_view line, Range& range) noexcept {
-    const char* p = line.data();
-    const char* const end = p + line.size();
-    auto hex = [&](std::uintptr_t& value) {
-        const auto parsed = std::from_chars(p, end, value, 16);
-        p = parsed.ptr;
-        return parsed.ec == std::errc();
-    };
-    auto rest = [&] { return std::string_view(p, static_cast<std::size_t>(end - p)); };
-    if (!hex(range.begin) || !rest().starts_with('-')) return false;
-    ++p;
-    if (!hex(range.end)) return false;
-    // " rw-p 00000000 00:00 0", the x of executable memory aside, and a path
-    // that is empty, [heap] or [anon:name] for such memory.
-    const std::string_view perms = rest().substr(0, 6);
-    if (perms.size() != 6 || perms[0] != ' ' || perms[1] != 'r' || perms[2] != 'w' || perms[4] != 'p' ||
-        perms[5] != ' ')
-        return false;
-    p += perms.size();
-    std::uintptr_t offset = 0;
-    if (!hex(offset) || !rest().starts_with(" 00:00 0")) return false;
-    p += 8;
-    if (p != end && *p != ' ' && *p != '\n') return false;  // an inode number that only starts with 0
-    while (p != end && *p == ' ') ++p;
-    return p == end || *p == '\n' || *p == '[';
+// True if one line of /proc/self/maps ("begin-end perms offset device inode
+// path") describes private anonymous memory that the process may write:
+// "rw-p" (the x of executable memory aside), no device, no inode, and a path
+// that is empty, [heap] or [anon:name].  Gives the line's range in `range`.
+inline bool privateAnonymous(const char* line, Range& range) noexcept {
+    unsigned long begin = 0, end = 0, inode = 0;  // what %lx and %lu read
+    char perms[5] = {}, device[6] = {};
+    int path = -1;
+    if (std::sscanf(line, "%lx-%lx %4s %*x %5s %lu %n", &begin, &end, perms, device, &inode, &path) < 5) return false;
+    range = {begin, end};
+    return perms[0] == 'r' && perms[1] == 'w' && perms[3] == 'p' && std::strcmp(device, "00:00") == 0 && inode == 0 &&
+           path > 0 && (line[path] == '\0' || line[path] == '[');
 }
 
 // True if every page of `pages` lies in private anonymous memory.
@@ -110,9 +92,9 @@ inline bool allPrivateAnonymous(Span pages) noexcept {
     auto covered = reinterpret_cast<std::uintptr_t>(pages.begin);
     const auto end = reinterpret_cast<std::uintptr_t>(pages.end);
     bool answer = false;
-    for (ssize_t length; (length = getline(&line, &capacity, maps)) > 0;) {
+    while (getline(&line, &capacity, maps) > 0) {
         Range range{};
-        const bool anonymous = privateAnonymous(std::string_view(line, static_cast<std::size_t>(length)), range);
+        const bool anonymous = privateAnonymous(line, range);
         if (range.end <= covered) continue;
         if (range.begin > covered || !anonymous) break;  // a gap, or memory of another kind
         covered = range.end;
