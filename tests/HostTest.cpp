@@ -5,11 +5,11 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "FailureContext.hpp"
 #include "Options.hpp"
 #include "Summary.hpp"
 #include "TestSupport.hpp"
 #include "pallion/Pallion.hpp"
+#include "pallion/tools/FailureContext.hpp"
 
 namespace {
 
@@ -21,20 +21,16 @@ host::CommandLine commandLine(std::vector<std::string> words) {
 }
 
 // Converts `files` as the host would and gives what it prints about the failure.
-std::string failureOf(const host::Options& options) {
+std::string failureOf(Pallion::Tools::TableOptions options) {
     Tessel::Grid grid;
     Pallion::Parameter p;
-    p.Files = new Ravelin::StringList;
-    p.Files->assign(options.files.begin(), options.files.end());
-    p.HeaderLines = options.headerLines;
-    p.Delimiter = options.delimiter;
-    p.Parse = options.parse;
-    p.ChunkSize = 2;
+    options.block = 2;
+    Pallion::Tools::fillParameter(p, options, 0);
     try {
         const std::string result = Pallion::ascii2z9(grid, p);
-        return result + '\n' + host::describeFailure(options, p, result, false);
+        return result + '\n' + Pallion::Tools::describeFailure(options, p, result, false).text();
     } catch (const std::exception& e) {
-        return std::string(e.what()) + '\n' + host::describeFailure(options, p, e.what(), true);
+        return std::string(e.what()) + '\n' + Pallion::Tools::describeFailure(options, p, e.what(), true).text();
     }
 }
 
@@ -60,10 +56,10 @@ TEST(HostOptions, HelpOnStdoutAndEveryMistakeNamedWithItsRange) {
         has(commandLine({"--trajectory", "--block", "5", "f.txt"}).err, "--block cannot be used with --trajectory"));
 
     for (const std::string tab : {"t", "tab", "\\t"})
-        EXPECT_EQ(commandLine({"--delimiter", tab, "f"}).options->delimiter, '\t');
-    EXPECT_EQ(commandLine({"--delimiter", "comma", "f"}).options->delimiter, ',');
-    EXPECT_EQ(commandLine({"--delimiter", "semicolon", "f"}).options->delimiter, ';');
-    EXPECT_EQ(commandLine({"--delimiter", "|", "f"}).options->delimiter, '|');
+        EXPECT_EQ(commandLine({"--delimiter", tab, "f"}).options->table.delimiter, '\t');
+    EXPECT_EQ(commandLine({"--delimiter", "comma", "f"}).options->table.delimiter, ',');
+    EXPECT_EQ(commandLine({"--delimiter", "semicolon", "f"}).options->table.delimiter, ';');
+    EXPECT_EQ(commandLine({"--delimiter", "|", "f"}).options->table.delimiter, '|');
     for (const std::string bad : {"", "xy", "commas"}) {
         const auto refused = commandLine({"--delimiter", bad, "f"});
         EXPECT_EQ(refused.exitStatus, 2) << bad;
@@ -71,25 +67,25 @@ TEST(HostOptions, HelpOnStdoutAndEveryMistakeNamedWithItsRange) {
     }
     const auto good = commandLine({"--header", "1", "--epsg", "25832", "--block", "100", "a", "b"});
     ASSERT_TRUE(good.options);
-    EXPECT_EQ(good.options->files, (std::vector<std::string>{"a", "b"}));
-    EXPECT_EQ(good.options->headerLines, 1u);
-    EXPECT_EQ(good.options->epsg, 25832);
-    EXPECT_EQ(good.options->block, 100u);
+    EXPECT_EQ(good.options->table.files, (std::vector<std::string>{"a", "b"}));
+    EXPECT_EQ(good.options->table.headerLines, 1u);
+    EXPECT_EQ(good.options->table.epsg, 25832);
+    EXPECT_EQ(good.options->table.block, 100u);
 }
 
 TEST(HostOptions, BlockSizeFollowsTheFilesAndStaysWithinTheLibrarysDefault) {
     testsupport::TempDir dir;
     const auto small = dir.write("small.txt", "1 2 3\n4 5 6\n7 8 9\n");
-    EXPECT_LT(host::blockSizeFor(host::judgedRows({small}, 0)), 64u);
-    EXPECT_GE(host::blockSizeFor(host::judgedRows({small}, 0)), 3u);
+    EXPECT_LT(Pallion::Tools::blockSizeFor(Pallion::Tools::judgedRows({small}, 0)), 64u);
+    EXPECT_GE(Pallion::Tools::blockSizeFor(Pallion::Tools::judgedRows({small}, 0)), 3u);
     const auto large = dir.write("large.txt", "1 2 3\n");
     std::filesystem::resize_file(large, std::uintmax_t{1} << 30);  // sparse: a gigabyte of short lines, judged
-    EXPECT_EQ(host::blockSizeFor(host::judgedRows({large}, 0)), 10'000'000u);
+    EXPECT_EQ(Pallion::Tools::blockSizeFor(Pallion::Tools::judgedRows({large}, 0)), 10'000'000u);
 }
 
 TEST(HostFailure, FileLineAndTokenInTheMiddleOfTheSecondFile) {
     testsupport::TempDir dir;
-    host::Options options;
+    Pallion::Tools::TableOptions options;
     options.headerLines = 1;
     options.files = {dir.write("a.txt", "x y z\n1 2 3\n4 5 6\n7 8 9\n"),
                      dir.write("b.txt", "x y z\n1 2 3\n4 5 6\n7 abc 9\n1 2 3\n")};
@@ -106,7 +102,7 @@ TEST(HostFailure, FileLineAndTokenInTheMiddleOfTheSecondFile) {
 
 TEST(HostFailure, HintsForTheCommonCauses) {
     testsupport::TempDir dir;
-    host::Options options;
+    Pallion::Tools::TableOptions options;
     auto hintFor = [&](const std::string& content) {
         options.files = {dir.write("t.txt", content)};
         return failureOf(options);

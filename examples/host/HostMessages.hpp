@@ -47,23 +47,6 @@ inline constexpr std::string_view BlockWithTrajectory =
 
 // Failure context.
 inline constexpr std::string_view StoppedByException = "conversion stopped by an exception: ";
-inline constexpr std::string_view AtFile = "  file:  ";
-inline constexpr std::string_view AtLine = "  line:  ";
-inline constexpr std::string_view TheLine = "  text:  ";
-inline constexpr std::string_view TokenFailed = "  token: column %u, \"%s\": %s";
-inline constexpr std::string_view TokensMissing =
-    "  the line has %zu token(s) split at %s; the parse string reads column %u, so it needs %u";
-inline constexpr std::string_view HintBom =
-    "hint: the file begins with a UTF-8 byte order mark (EF BB BF); save it without one, or skip the first line "
-    "with --header 1";
-inline constexpr std::string_view HintHeader = "hint: the first line looks like a header; skip it with --header 1";
-inline constexpr std::string_view HintDelimiter =
-    "hint: the line is one token with this delimiter; with --delimiter %s it splits into %zu";
-inline constexpr std::string_view HintEmptyAtEnd =
-    "hint: the file ends with an empty line, and an empty line ends the conversion: remove it";
-inline constexpr std::string_view HintEmptyLine = "hint: an empty line ends the conversion; no line is ever skipped";
-inline constexpr std::string_view HintEmptyToken =
-    "hint: two delimiters in a row make an empty token; blanks are not merged";
 inline constexpr std::string_view HintTrajectoryName =
     "hint: a trajectory file's stem has six pieces joined by '_': Project_Name_Number_Date_EPSGcode_EPSGcode,\n"
     "      e.g. QVT_Harbour_001_20260310_EPSG25832_EPSG7837.txt: Number a whole number, Date YYYYMMDD,\n"

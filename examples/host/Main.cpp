@@ -10,12 +10,12 @@
 
 #include <unistd.h>
 
-#include "FailureContext.hpp"
 #include "HostMessages.hpp"
 #include "Options.hpp"
 #include "Progress.hpp"
 #include "Summary.hpp"
 #include "pallion/Pallion.hpp"
+#include "pallion/tools/FailureContext.hpp"
 #include "ravelin/Console.hpp"
 #include "tessel/Grid.hpp"
 
@@ -47,7 +47,7 @@ int run(int argc, char** argv) {
     });
     host::BarProgress::installInterruptHandler();
     const bool terminal = isatty(STDERR_FILENO) != 0;
-    const std::uint64_t bytes = bytesOf(options.files);
+    const std::uint64_t bytes = bytesOf(options.table.files);
 
     Tessel::Grid grid;
     Pallion::Parameter parameter;
@@ -55,7 +55,7 @@ int run(int argc, char** argv) {
     bool threw = false;
     {
         Ravelin::StringListPtr files(new Ravelin::StringList);
-        files->assign(options.files.begin(), options.files.end());
+        files->assign(options.table.files.begin(), options.table.files.end());
         host::BarProgress* bar = nullptr;
         try {
             if (options.trajectory) {
@@ -63,13 +63,8 @@ int run(int argc, char** argv) {
                 result = Pallion::convertTrajectory2Z9(grid, files, progress);
                 if (result.empty()) bar->finish();
             } else {
-                parameter.Files = files;
-                parameter.HeaderLines = options.headerLines;
-                parameter.Delimiter = options.delimiter;
-                parameter.Parse = options.parse;
-                parameter.EPSG = options.epsg;
-                const std::uint64_t rows = host::judgedRows(options.files, options.headerLines);
-                parameter.ChunkSize = options.block ? *options.block : host::blockSizeFor(rows);
+                const std::uint64_t rows = Pallion::Tools::judgedRows(options.table.files, options.table.headerLines);
+                Pallion::Tools::fillParameter(parameter, options.table, rows);
                 parameter.Progress = bar = new host::BarProgress(&parameter, rows, bytes, terminal);
                 result = Pallion::ascii2z9(grid, parameter);
                 if (result.empty()) bar->finish();
@@ -97,7 +92,7 @@ int run(int argc, char** argv) {
     if (options.trajectory && nameMisfit) std::cerr << m::HintTrajectoryName << '\n';
     if (!options.trajectory) {
         const std::string libraryText = threw ? result.substr(m::StoppedByException.size()) : result;
-        std::cerr << host::describeFailure(options, parameter, libraryText, threw);
+        std::cerr << Pallion::Tools::describeFailure(options.table, parameter, libraryText, threw).text();
     }
     return 1;
 }

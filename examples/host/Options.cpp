@@ -8,32 +8,8 @@
 
 #include "HostMessages.hpp"
 #include "pallion/Pallion.hpp"
-#include "pallion/convert/LineReader.hpp"
 
 namespace host {
-
-std::optional<char> delimiterFromName(const std::string& name) {
-    if (name == "tab" || name == "t" || name == "\\t" || name == "\t") return '\t';
-    if (name == "comma") return ',';
-    if (name == "semicolon") return ';';
-    if (name == "space") return ' ';
-    if (name.size() == 1) return name[0];
-    return std::nullopt;
-}
-
-std::uint64_t judgedRows(const std::vector<std::string>& files, std::uint32_t headerLines) {
-    std::uint64_t rows = 0;
-    for (const std::string& name : files) {
-        const std::uint64_t lines = Pallion::estimateLines(name, headerLines);
-        if (lines != Pallion::UnknownLineCount) rows += lines;
-    }
-    return rows;
-}
-
-std::uint32_t blockSizeFor(std::uint64_t rows) {
-    const std::uint64_t largest = Pallion::Parameter().ChunkSize;
-    return static_cast<std::uint32_t>(std::clamp<std::uint64_t>(rows + rows / 4 + 16, 1, largest));
-}
 
 CommandLine parseCommandLine(int argc, const char* const* argv) {
     namespace m = messages;
@@ -64,11 +40,11 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     app.add_option("--epsg", epsg, std::string(m::EpsgHelp))
         ->check(wholeNumber)
         ->check(CLI::Range(std::int64_t{1}, std::int64_t{std::numeric_limits<std::int32_t>::max()}));
-    app.add_option("--parse", options.parse, std::string(m::ParseHelp))->capture_default_str();
+    app.add_option("--parse", options.table.parse, std::string(m::ParseHelp))->capture_default_str();
     app.add_flag("--trajectory", options.trajectory, std::string(m::TrajectoryHelp));
     app.add_flag("--json", options.json, std::string(m::JsonHelp));
     app.add_option("--preview", options.preview, std::string(m::PreviewHelp))->type_name("FILE.png");
-    app.add_option("files", options.files, std::string(m::FilesHelp))->required()->type_name("FILE");
+    app.add_option("files", options.table.files, std::string(m::FilesHelp))->required()->type_name("FILE");
 
     std::ostringstream out, err;
     try {
@@ -80,7 +56,7 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
         result.err = err.str().empty() ? std::string() : std::string(m::Prefix) + err.str();
         return result;
     }
-    const auto named = delimiterFromName(delimiter);
+    const auto named = Pallion::Tools::delimiterFromName(delimiter);
     if (!named) {
         result.exitStatus = 2;
         result.err = std::string(m::Prefix) + messages::fill(m::BadDelimiter, delimiter.c_str()) + '\n';
@@ -91,10 +67,10 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
         result.err = std::string(m::Prefix) + std::string(m::BlockWithTrajectory) + '\n';
         return result;
     }
-    options.delimiter = *named;
-    options.headerLines = static_cast<std::uint32_t>(header);
-    if (app.count("--epsg") > 0) options.epsg = static_cast<std::int32_t>(epsg);
-    if (app.count("--block") > 0) options.block = static_cast<std::uint32_t>(block);
+    options.table.delimiter = *named;
+    options.table.headerLines = static_cast<std::uint32_t>(header);
+    if (app.count("--epsg") > 0) options.table.epsg = static_cast<std::int32_t>(epsg);
+    if (app.count("--block") > 0) options.table.block = static_cast<std::uint32_t>(block);
     result.options = options;
     return result;
 }

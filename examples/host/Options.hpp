@@ -7,15 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "pallion/tools/TableOptions.hpp"
+
 namespace host {
 
 struct Options {
-    std::vector<std::string> files;
-    std::uint32_t headerLines = 0;
-    char delimiter = ' ';
-    std::optional<std::uint32_t> block;  // none: picked from the files' sizes
-    std::int32_t epsg = -1;
-    std::string parse = "Positions:point:0+1+2";
+    Pallion::Tools::TableOptions table;  // the files and how to read them
     bool trajectory = false;
     bool json = false;
     std::string preview;
@@ -31,17 +28,5 @@ struct CommandLine {
 };
 
 CommandLine parseCommandLine(int argc, const char* const* argv);
-
-// The delimiter a user names: one character, or tab (t, \t), comma, semicolon, space.
-std::optional<char> delimiterFromName(const std::string& name);
-
-// The rows these files are judged to hold, by the library's own estimate:
-// each file's size over the length of its first data line.  Judged, not
-// counted: lines may differ in length.  A file that cannot be judged adds none.
-std::uint64_t judgedRows(const std::vector<std::string>& files, std::uint32_t headerLines);
-
-// A block size for a table of `judgedRows` rows: a quarter more, so that one
-// block usually takes them all, never more than the library's default.
-std::uint32_t blockSizeFor(std::uint64_t judgedRows);
 
 }  // namespace host

@@ -1,19 +1,17 @@
-#include "FailureContext.hpp"
+#include "pallion/tools/FailureContext.hpp"
 
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
 #include <fstream>
 #include <stdexcept>
-#include <vector>
 
-#include "HostMessages.hpp"
 #include "pallion/array/ElementTraits.hpp"
 #include "pallion/convert/Messages.hpp"
 #include "pallion/convert/Parse.hpp"
 #include "pallion/convert/TokenConversion.hpp"
+#include "pallion/tools/Messages.hpp"
 
-namespace host {
+namespace Pallion::Tools {
 
 namespace {
 
@@ -21,23 +19,8 @@ constexpr std::size_t ShownLength = 120;
 
 std::vector<std::string> splitLine(const std::string& line, char delimiter) {
     std::vector<std::string> tokens;
-    Pallion::split(line.data(), line.size(), tokens, delimiter);
+    split(line.data(), line.size(), tokens, delimiter);
     return tokens;
-}
-
-std::string delimiterName(char delimiter) {
-    switch (delimiter) {
-        case '\t':
-            return "tab";
-        case ',':
-            return "comma";
-        case ';':
-            return "semicolon";
-        case ' ':
-            return "space";
-        default:
-            return std::string("'") + delimiter + "'";
-    }
 }
 
 // Shows control bytes, so that a CR or a tab can be seen, and shortens a long line.
@@ -57,6 +40,13 @@ std::string shown(const std::string& line) {
     return text;
 }
 
+std::string headerWords(OptionWords words) { return words == OptionWords::CommandLine ? "--header 1" : "header=1"; }
+
+std::string delimiterWords(OptionWords words, char delimiter) {
+    return words == OptionWords::CommandLine ? "--delimiter " + delimiterName(delimiter)
+                                             : "delimiter=\"" + delimiterName(delimiter) + "\"";
+}
+
 // The first token that the standard conversion refuses, in the order the
 // library converts them: by element type in the order of the nine, then by
 // entry, then by component.
@@ -66,25 +56,26 @@ struct FailedToken {
     std::string kind;
 };
 
-std::optional<FailedToken> failingToken(const Pallion::Parameter& parameter) {
+std::optional<FailedToken> failingToken(const Parameter& parameter) {
+    namespace m = messages;
     std::optional<FailedToken> failed;
     Tessel::forEachElementType([&]<class T>() {
         using Traits = Tessel::ElementTraits<T>;
         using C = typename Traits::Component;
         const std::string kind = std::is_same_v<C, double>  ? "double"
                                  : std::is_same_v<C, float> ? "float"
-                                                            : "32-bit whole number";
-        for (const Pallion::ContainerEntry& entry : parameter.Container) {
+                                                            : std::string(m::WholeNumberKind);
+        for (const ContainerEntry& entry : parameter.Container) {
             if (!(entry.TypeId == Tessel::typeIndexOf<T>())) continue;
             for (std::size_t i = 0; i < Traits::components && i < entry.Columns.size() && !failed; ++i) {
                 if (entry.Columns[i] >= parameter.Tokens.size()) continue;
                 const std::string& token = parameter.Tokens[entry.Columns[i]];
                 try {
-                    (void)Pallion::convertToken<C>(token);
+                    (void)convertToken<C>(token);
                 } catch (const std::out_of_range&) {
-                    failed = FailedToken{entry.Columns[i], token, "out of range for a " + kind};
+                    failed = FailedToken{entry.Columns[i], token, std::string(m::OutOfRangeFor) + kind};
                 } catch (const std::invalid_argument&) {
-                    failed = FailedToken{entry.Columns[i], token, "not a " + kind};
+                    failed = FailedToken{entry.Columns[i], token, std::string(m::NotA) + kind};
                 }
             }
         }
@@ -99,7 +90,7 @@ bool looksLikeWords(const std::string& line) {
 
 }  // namespace
 
-FailurePlace findFailingLine(const Options& options, std::uint64_t rowsStored) {
+FailurePlace findFailingLine(const TableOptions& options, std::uint64_t rowsStored) {
     std::uint64_t before = 0;
     for (const std::string& name : options.files) {
         std::ifstream in(name, std::ios::binary);
@@ -120,46 +111,59 @@ FailurePlace findFailingLine(const Options& options, std::uint64_t rowsStored) {
     return {};
 }
 
-std::string describeFailure(const Options& options, const Pallion::Parameter& parameter, const std::string& failure,
-                            bool exception) {
+std::string FailureReport::text() const {
     namespace m = messages;
-    const bool countFailure = failure.rfind(Pallion::Messages::ColumnIndexOutOfRange, 0) == 0;
-    if (!exception && !countFailure) return {};
-    const FailurePlace place = findFailingLine(options, parameter.LineCount);
-    if (place.file.empty()) return {};
+    if (!aboutALine()) return {};
+    std::string out = std::string(m::AtFile) + file + '\n' + std::string(m::AtLine) + std::to_string(lineNumber) +
+                      '\n' + std::string(m::TheLine) + line + '\n';
+    if (!detail.empty()) out += detail + '\n';
+    for (const std::string& hint : hints) out += hint + '\n';
+    return out;
+}
 
-    std::string text = std::string(m::AtFile) + place.file + '\n' + std::string(m::AtLine) +
-                       std::to_string(place.lineNumber) + '\n' + std::string(m::TheLine) + shown(place.line) + '\n';
+FailureReport describeFailure(const TableOptions& options, const Parameter& parameter, const std::string& failure,
+                              bool exception, OptionWords words) {
+    namespace m = messages;
+    FailureReport report;
+    const bool countFailure = failure.rfind(Pallion::Messages::ColumnIndexOutOfRange, 0) == 0;
+    if (!exception && !countFailure) return report;
+    const FailurePlace place = findFailingLine(options, parameter.LineCount);
+    if (place.file.empty()) return report;
+
+    report.file = place.file;
+    report.lineNumber = place.lineNumber;
+    report.line = shown(place.line);
     const auto tokens = splitLine(place.line, parameter.Delimiter);
     std::optional<FailedToken> failed;
     if (countFailure) {
-        text += messages::fill(m::TokensMissing, tokens.size(), delimiterName(parameter.Delimiter).c_str(),
-                               parameter.HighestColumnIndex, parameter.HighestColumnIndex + 1) +
-                '\n';
+        report.detail = m::fill(m::TokensMissing, tokens.size(), delimiterName(parameter.Delimiter).c_str(),
+                                parameter.HighestColumnIndex, parameter.HighestColumnIndex + 1);
     } else if ((failed = failingToken(parameter))) {
-        text +=
-            messages::fill(m::TokenFailed, failed->column, shown(failed->text).c_str(), failed->kind.c_str()) + '\n';
+        report.column = failed->column;
+        report.token = shown(failed->text);
+        report.detail = m::fill(m::TokenFailed, failed->column, report.token.c_str(), failed->kind.c_str());
     }
 
     // Hints, the likeliest cause first.
     const bool firstDataLine = place.lineNumber == options.headerLines + 1;
     if (place.lineNumber == 1 && place.line.rfind("\xEF\xBB\xBF", 0) == 0)
-        text += std::string(m::HintBom) + '\n';
+        report.hints.push_back(m::fill(m::HintBom, headerWords(words).c_str()));
     else if (firstDataLine && looksLikeWords(place.line))
-        text += std::string(m::HintHeader) + '\n';
+        report.hints.push_back(m::fill(m::HintHeader, headerWords(words).c_str()));
     if (place.line.empty()) {
-        text += std::string(place.lastLines ? m::HintEmptyAtEnd : m::HintEmptyLine) + '\n';
+        report.hints.emplace_back(place.lastLines ? m::HintEmptyAtEnd : m::HintEmptyLine);
     } else if (tokens.size() == 1) {
         for (char candidate : {',', ';', '\t', ' ', '|'}) {
             const auto split = splitLine(place.line, candidate);
             if (candidate != parameter.Delimiter && split.size() > parameter.HighestColumnIndex) {
-                text += messages::fill(m::HintDelimiter, delimiterName(candidate).c_str(), split.size()) + '\n';
+                report.hints.push_back(
+                    m::fill(m::HintDelimiter, delimiterWords(words, candidate).c_str(), split.size()));
                 break;
             }
         }
     }
-    if (failed && failed->text.empty()) text += std::string(m::HintEmptyToken) + '\n';
-    return text;
+    if (failed && failed->text.empty()) report.hints.emplace_back(m::HintEmptyToken);
+    return report;
 }
 
-}  // namespace host
+}  // namespace Pallion::Tools
