@@ -39,7 +39,8 @@ bool LineReader::refill() {
     }
     if (filled_ == capacity_) {
         std::size_t larger = capacity_ * 2;
-        if (lineLimit_ < larger) larger = static_cast<std::size_t>(lineLimit_) + 1;  // room to see one byte more
+        // Room to see one byte more than the limit, reached without a step beyond it.
+        if (lineLimit_ <= larger) larger = static_cast<std::size_t>(lineLimit_) + 1;
         std::unique_ptr<char[]> grown(new char[larger]);
         std::memcpy(grown.get(), buffer_.get(), filled_);
         buffer_ = std::move(grown);

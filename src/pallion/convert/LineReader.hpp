@@ -10,7 +10,7 @@
 // A line may not grow without bound: one longer than the reader's line limit
 // (a file without any line feed, /dev/zero) ends the lines as well, with
 // lineTooLong() set, once that many bytes have been read into it.  The reader
-// then holds at most about twice the limit.
+// then holds at most about one and a half times the limit.
 //
 // The file is opened once.  Whatever it is (a FIFO, a pipe, a device), the
 // reader only reads it from front to back; only a regular file has a size.
