@@ -8,6 +8,8 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -103,6 +105,53 @@ TEST(BadInput, AFifoAndAPipeGiveEveryRowTwentyTimesOver) {
         ASSERT_EQ(result, "");
         ASSERT_EQ(values, expected) << "round " << round;
     }
+}
+
+// A host stops a wait on a FIFO with a signal whose handler does not restart
+// the call: the library asks the progress whether to go on, once in the open
+// (no writer yet) and once in a read (a writer that writes nothing).
+TEST(BadInput, ASignalDuringAWaitOnAFifoAsksTheProgressWhetherToGoOn) {
+    struct Stopper : Ravelin::LoaderProgress {
+        std::atomic<bool> stop{false};
+        bool report(const std::string&, std::uint32_t, std::uint32_t) override { return !stop; }
+    };
+    struct sigaction wake {
+    }, previous{};
+    wake.sa_handler = [](int) {};
+    ::sigemptyset(&wake.sa_mask);
+    ASSERT_EQ(::sigaction(SIGUSR1, &wake, &previous), 0);  // no SA_RESTART
+    TempDir dir;
+    const std::string fifo = (dir.path() / "wait.fifo").string();
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    for (const bool withWriter : {false, true}) {
+        auto* stopper = new Stopper;
+        Parameter p;
+        p.Progress = stopper;
+        p.Files = fileList({fifo});
+        std::atomic<bool> done{false}, stuck{false};
+        const pthread_t converter = ::pthread_self();
+        std::thread helper([&] {
+            int writeEnd = withWriter ? ::open(fifo.c_str(), O_WRONLY) : -1;
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            stopper->stop = true;
+            for (int i = 0; i < 500 && !done; ++i) {
+                ::pthread_kill(converter, SIGUSR1);
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }
+            if (!done) {
+                stuck = true;
+                if (writeEnd < 0) writeEnd = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
+            }
+            if (writeEnd >= 0) ::close(writeEnd);
+        });
+        Grid grid;
+        const std::string result = ascii2z9(grid, p);
+        done = true;
+        helper.join();
+        EXPECT_FALSE(stuck) << (withWriter ? "read" : "open");
+        EXPECT_EQ(result, "Ascii2Z9::run: user interruption") << (withWriter ? "read" : "open");
+    }
+    ::sigaction(SIGUSR1, &previous, nullptr);
 }
 
 // Each bad input with the answer it gets: a line without an end stops at the

@@ -114,18 +114,28 @@ std::string Ascii2Z9::readFile(const std::string& name) {
     // Looked at before it is opened: a directory opens like a file but has no lines.
     if (platform::statusOf(name).kind == platform::FileKind::Directory)
         return std::string(Messages::CannotOpenFile) + name;
-    LineReader reader(name, parameter.LineSizeLimit);
+    Ravelin::LoaderProgress* progress = parameter.Progress.get();
+    std::uint64_t estimate = UnknownLineCount;
+    // A wait in open or read (a FIFO, a pipe) that a signal interrupts, where a
+    // host's handler lets it, is one more progress report: a host that wants
+    // to stop says so there, as at any report.
+    auto stillWanted = [&] {
+        return progress == nullptr ||
+               progress->report(std::string(Messages::ProgressReadLine),
+                                static_cast<std::uint32_t>(std::min(estimate, parameter.LineCount)),
+                                static_cast<std::uint32_t>(estimate));
+    };
+    LineReader reader(name, parameter.LineSizeLimit, LineReader::DefaultBlockSize, false, stillWanted);
+    if (reader.interrupted()) return std::string(Messages::UserInterruption);
     if (!reader.isOpen()) return std::string(Messages::CannotOpenFile) + name;
     reader.skipLines(parameter.HeaderLines);
 
     // Only a regular file is judged; anything else (a FIFO, a pipe, a device)
     // is opened this once and read only by the line loop.
-    const std::uint64_t estimate =
-        reader.fileSize() > 0 ? estimateLines(name, parameter.HeaderLines, parameter.LineSizeLimit) : UnknownLineCount;
+    if (reader.fileSize() > 0) estimate = estimateLines(name, parameter.HeaderLines, parameter.LineSizeLimit);
     const std::uint64_t step = Tessel::progressStep(estimate);
     parameter.CurrentFile = name;
 
-    Ravelin::LoaderProgress* progress = parameter.Progress.get();
     std::uint64_t reportAt = nextMultiple(parameter.LineCount, step);
     std::vector<std::string>& tokens = parameter.Tokens;
     const char* line;
@@ -160,6 +170,7 @@ std::string Ascii2Z9::readFile(const std::string& name) {
         storeLine();
         tokens.clear();
     }
+    if (reader.interrupted()) return std::string(Messages::UserInterruption);
     if (reader.lineTooLong())
         return std::string(Messages::LineTooLong) + std::to_string(parameter.LineSizeLimit) +
                std::string(Messages::LineTooLongAt) + std::to_string(reader.linesTaken() + 1) +

@@ -1,14 +1,18 @@
 #include "pallion/convert/LineReader.hpp"
 
 #include <cstring>
+#include <utility>
 
 #include "pallion/detail/Platform.hpp"
 
 namespace Pallion {
 
-LineReader::LineReader(const std::string& name, std::uint64_t lineLimit, std::size_t blockSize, bool nonBlocking)
-    : lineLimit_(lineLimit), capacity_(blockSize) {
-    descriptor_ = platform::openForReading(name, nonBlocking);
+LineReader::LineReader(const std::string& name, std::uint64_t lineLimit, std::size_t blockSize, bool nonBlocking,
+                       std::function<bool()> stillWanted)
+    : stillWanted_(std::move(stillWanted)), lineLimit_(lineLimit), capacity_(blockSize) {
+    do descriptor_ = platform::openForReading(name, nonBlocking);
+    while (descriptor_ == platform::Interrupted && waitAgain());
+    if (descriptor_ < 0) descriptor_ = -1;
     if (descriptor_ >= 0) {
         const platform::FileStatus status = platform::statusOf(descriptor_);
         if (status.kind == platform::FileKind::Regular) {
@@ -25,6 +29,12 @@ LineReader::LineReader(const std::string& name, std::uint64_t lineLimit, std::si
 
 LineReader::~LineReader() {
     if (descriptor_ >= 0) platform::closeFile(descriptor_);
+}
+
+bool LineReader::waitAgain() {
+    if (!stillWanted_ || stillWanted_()) return true;
+    interrupted_ = true;
+    return false;
 }
 
 bool LineReader::refill() {
@@ -46,7 +56,9 @@ bool LineReader::refill() {
         buffer_ = std::move(grown);
         capacity_ = larger;
     }
-    const std::int64_t got = platform::readSome(descriptor_, buffer_.get() + filled_, capacity_ - filled_);
+    std::int64_t got;
+    do got = platform::readSome(descriptor_, buffer_.get() + filled_, capacity_ - filled_);
+    while (got == platform::Interrupted && waitAgain());
     if (got <= 0) {
         atEnd_ = true;  // the end of the file, or an error, which ends the lines the same way
         return false;

@@ -14,10 +14,15 @@
 //
 // The file is opened once.  Whatever it is (a FIFO, a pipe, a device), the
 // reader only reads it from front to back; only a regular file has a size.
+// An open or a read that waits (a FIFO without a writer, a pipe without data)
+// and is interrupted by a signal asks `stillWanted` whether to go on waiting;
+// without one, or when it says yes, it waits again.  A no ends the reading,
+// with interrupted() set.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -34,7 +39,8 @@ public:
     // more than `lineLimit` bytes, their line end not counted, are refused.
     // With `nonBlocking`, an open that would wait for a FIFO's writer fails.
     explicit LineReader(const std::string& name, std::uint64_t lineLimit = DefaultLineSizeLimit,
-                        std::size_t blockSize = DefaultBlockSize, bool nonBlocking = false);
+                        std::size_t blockSize = DefaultBlockSize, bool nonBlocking = false,
+                        std::function<bool()> stillWanted = {});
     ~LineReader();
     LineReader(const LineReader&) = delete;
     LineReader& operator=(const LineReader&) = delete;
@@ -62,6 +68,8 @@ public:
 
     // Whether the lines ended at a line longer than the limit.
     bool lineTooLong() const { return tooLong_; }
+    // Whether the open or the reading ended because `stillWanted` said no.
+    bool interrupted() const { return interrupted_; }
     // Lines taken so far, skipped ones included; the number of the line being
     // read is one more.
     std::uint64_t linesTaken() const { return linesTaken_; }
@@ -79,6 +87,10 @@ private:
         return false;
     }
 
+    // Whether to wait again after a signal; sets interrupted_ when not.
+    bool waitAgain();
+
+    std::function<bool()> stillWanted_;
     int descriptor_ = -1;
     std::int64_t size_ = -1;
     std::uint64_t lineLimit_;
@@ -90,6 +102,7 @@ private:
     bool atEnd_ = false;
     bool nulSeen_ = false;
     bool tooLong_ = false;
+    bool interrupted_ = false;
 };
 
 // The value of estimateLines when a file's lines cannot be judged.

@@ -31,7 +31,8 @@ FileStatus statusOf(int descriptor) {
 }
 
 int openForReading(const std::string& name, bool nonBlocking) {
-    return ::open(name.c_str(), O_RDONLY | O_CLOEXEC | (nonBlocking ? O_NONBLOCK : 0));
+    const int descriptor = ::open(name.c_str(), O_RDONLY | O_CLOEXEC | (nonBlocking ? O_NONBLOCK : 0));
+    return descriptor < 0 && errno == EINTR ? Interrupted : descriptor;
 }
 
 void adviseSequential([[maybe_unused]] int descriptor) {
@@ -41,10 +42,8 @@ void adviseSequential([[maybe_unused]] int descriptor) {
 }
 
 std::int64_t readSome(int descriptor, char* into, std::size_t count) {
-    for (;;) {
-        const ssize_t got = ::read(descriptor, into, count);
-        if (got >= 0 || errno != EINTR) return static_cast<std::int64_t>(got);
-    }
+    const ssize_t got = ::read(descriptor, into, count);
+    return got < 0 && errno == EINTR ? Interrupted : static_cast<std::int64_t>(got);
 }
 
 void closeFile(int descriptor) { ::close(descriptor); }

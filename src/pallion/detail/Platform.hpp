@@ -26,13 +26,19 @@ FileStatus statusOf(const std::string& name);
 // What an open descriptor is (fstat).
 FileStatus statusOf(int descriptor);
 
-// Opens `name` for reading; -1 where that fails.  With `nonBlocking`, an open
-// that would wait (a FIFO without a writer) fails at once instead.
+// What openForReading and readSome give when a signal interrupted them before
+// anything happened (a handler installed without SA_RESTART): the caller
+// decides whether to try again.
+inline constexpr int Interrupted = -2;
+
+// Opens `name` for reading: the descriptor, -1 where that fails, or
+// Interrupted.  With `nonBlocking`, an open that would wait (a FIFO without a
+// writer) fails at once instead.
 int openForReading(const std::string& name, bool nonBlocking);
 // Tells the kernel that the descriptor is read from front to back.
 void adviseSequential(int descriptor);
-// Reads up to `count` bytes; the number read, 0 at the end, -1 on an error.
-// A read interrupted by a signal is repeated.
+// Reads up to `count` bytes; the number read, 0 at the end, -1 on an error,
+// or Interrupted.
 std::int64_t readSome(int descriptor, char* into, std::size_t count);
 void closeFile(int descriptor);
 
