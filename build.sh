@@ -114,6 +114,7 @@ case "${1:-}" in
         build release
         ./build/release/bench/wrap_bench
         ./build/release/bench/convert_bench
+        ./build/release/bench/fragment_bench
         ;;
     consumer)
         install_missing

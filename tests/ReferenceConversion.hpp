@@ -221,6 +221,8 @@ private:
                     return std::string(Pallion::Messages::UserInterruption);
             }
             Pallion::split(line.data(), line.size(), p.Tokens, p.Delimiter);
+            // A row keeps the tokens up to the highest column only.
+            if (p.Tokens.size() > std::size_t{p.HighestColumnIndex} + 1) p.Tokens.resize(p.HighestColumnIndex + 1);
             if (p.HighestColumnIndex >= p.Tokens.size())
                 return std::string(Pallion::Messages::ColumnIndexOutOfRange) + std::to_string(p.HighestColumnIndex) +
                        std::string(Pallion::Messages::TokensInLine) + std::to_string(p.Tokens.size());

@@ -4,10 +4,13 @@
 // which each fragment name was first stored.  Storing under a fragment name
 // that the field already has appends the array to that fragment: a field never
 // drops data that it was given, and a host sees every array it holds.
+// Beside that ordered list, a field indexes its fragments by name and by id,
+// so that adding one costs the same with a million fragments as with one.
 #pragma once
 
 #include <cstdint>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -63,6 +66,8 @@ private:
     std::string name_;
     std::vector<FragmentPtr> ids_;
     std::vector<Fragment> stored_;
+    std::unordered_map<std::string, std::size_t> idByName_;          // into ids_
+    std::unordered_map<const FragmentID*, std::size_t> storedById_;  // into stored_
 };
 
 using FieldPtr = Ravelin::StrongPtr<Field, Ownable<CreativeArrayBase>::Container>;

@@ -41,6 +41,8 @@ public:
 
 private:
     std::string readFile(const std::string& name);
+    // Splits the line into `Tokens` as far as a row needs it; gives the token count.
+    std::size_t splitLine(const char* line, std::size_t length);
     // Counts the row just written, and flushes the block when it is full.
     void finishRow();
     // Plans the fast rows for the chunks the columns hold now.
