@@ -32,6 +32,12 @@ install_missing() {
     [ -f /usr/include/png.h ] || need+=(libpng-dev)
     [ -f /usr/include/nlohmann/json.hpp ] || need+=(nlohmann-json3-dev)
     [ -f /usr/share/i18n/locales/de_DE ] || need+=(locales)
+    # The Python package: Debian's python3 and the packages apt serves it.
+    [ -f /usr/lib/cmake/pybind11/pybind11Config.cmake ] || need+=(pybind11-dev)
+    /usr/bin/python3-config --includes >/dev/null 2>&1 || need+=(python3-dev)
+    for module in numpy pandas pytest dask distributed; do
+        /usr/bin/python3 -c "import $module" >/dev/null 2>&1 || need+=("python3-$module")
+    done
     if [ ${#need[@]} -gt 0 ]; then
         echo "Installing from Debian's packages: ${need[*]}" >&2
         if [ "$(id -u)" -ne 0 ]; then
@@ -76,6 +82,7 @@ case "${1:-}" in
         ;;
     test)
         install_missing
+        cmake --preset release -DPALLION_PYTHON=ON >/dev/null  # the Python tests are never left out
         build release
         ctest --preset release
         ;;
@@ -127,6 +134,11 @@ case "${1:-}" in
         export PKG_CONFIG_PATH="$scratch/prefix/lib/pkgconfig"
         g++ $(pkg-config --cflags pallion) tests/consumer/Consumer.cpp $(pkg-config --libs pallion) -o "$scratch/pkgconfig"
         "$scratch/pkgconfig"
+        # The Python package from the fresh prefix, with Debian's python3, away from the source tree.
+        root=$PWD
+        (cd "$scratch" && PYTHONPATH="$scratch/prefix/lib/python3/dist-packages" /usr/bin/python3 -B \
+            "$root/examples/python/read_sample.py" "$root/examples/data/sample_points.txt" >/dev/null)
+        echo "python3: pallion imported from the install prefix"
         ;;
     package)
         install_missing
@@ -140,6 +152,11 @@ case "${1:-}" in
         trap 'rm -rf "$scratch"' EXIT
         dpkg-deb -x "$deb" "$scratch/root"
         consume "-DCMAKE_PREFIX_PATH=$scratch/root/usr" "$scratch/find"
+        root=$PWD
+        (cd "$scratch" && PYTHONPATH="$scratch/root/usr/lib/python3/dist-packages" \
+            /usr/bin/python3 -B \
+            "$root/examples/python/read_sample.py" "$root/examples/data/sample_points.txt" >/dev/null)
+        echo "python3: pallion imported from the package's contents"
         ;;
     lint)
         install_missing

@@ -24,6 +24,12 @@ class ConversionError(Exception):
         self.token = report.get("token") if self.column is not None else None
         self.hints = list(report.get("hints", ()))
 
+    def __reduce__(self):
+        # Travels between processes (a Dask worker's failure) with its context
+        # but without .grid, whose memory stays where it was converted.
+        state = {name: value for name, value in self.__dict__.items() if name != "grid"}
+        return type(self), (str(self),), state
+
 
 class TokenError(ConversionError, ValueError):
     """A token that is no number of its column's type."""
