@@ -42,7 +42,9 @@ def read_tables(files, parse=DEFAULT_PARSE, delimiter=" ", header=0, block=None,
         raise ConversionError(plan["failure"].strip("\n"))
     paths = plan["files"]
     groups = [paths[i:i + files_per_partition] for i in range(0, len(paths), files_per_partition)]
-    conversions = [dask.delayed(_convert, pure=True)(group, parse, delimiter, header, block, epsg)
+    # Not pure: a file may change between two calls, so a conversion's result
+    # is never taken from an earlier one with the same arguments.
+    conversions = [dask.delayed(_convert, pure=False)(group, parse, delimiter, header, block, epsg)
                    for group in groups]
     arrays = {}
     for name, empty in plan["fields"]:
