@@ -8,7 +8,7 @@ The arrays are views of the memory the library wrote the rows into: nothing is
 copied, and an array keeps that memory alive after the grid is gone.  The
 conversion runs without the GIL; ``progress`` is called with it held.
 """
-from ._errors import ConversionError, TokenError, TokenOverflowError
+from ._errors import ConversionError, TokenError, TokenOverflowError, raise_for
 from ._grid import Field, Grid, Note
 from . import _pallion
 
@@ -48,6 +48,5 @@ def read_trajectories(files, progress=None):
 def _finish(outcome):
     grid = Grid(outcome["grid"])
     if outcome["raised"] is not None or outcome["kind"]:
-        from ._errors import raise_for
         raise_for(outcome, grid)
     return grid

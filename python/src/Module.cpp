@@ -79,14 +79,16 @@ long long wholeNumber(const py::handle& value, const char* name, long long low, 
     int overflow = 0;
     const long long number = PyLong_AsLongLongAndOverflow(value.ptr(), &overflow);
     if (overflow != 0 || number < low || number > high)
-        throw py::value_error(fill(m::OutOfRange, name, overflow > 0 ? high + 1 : overflow < 0 ? low - 1 : number,
+        throw py::value_error(fill(m::OutOfRange, name,
+                                   overflow > 0   ? high + 1
+                                   : overflow < 0 ? low - 1
+                                                  : number,
                                    low, high));
     return number;
 }
 
-Pallion::Tools::TableOptions tableOptions(const py::handle& files, const py::handle& parse,
-                                          const py::handle& delimiter, const py::handle& header,
-                                          const py::handle& block, const py::handle& epsg) {
+Pallion::Tools::TableOptions tableOptions(const py::handle& files, const py::handle& parse, const py::handle& delimiter,
+                                          const py::handle& header, const py::handle& block, const py::handle& epsg) {
     Pallion::Tools::TableOptions options;
     options.files = pathsOf(files);
     options.parse = textOf(parse, "parse");
@@ -99,7 +101,8 @@ Pallion::Tools::TableOptions tableOptions(const py::handle& files, const py::han
     if (!block.is_none())
         options.block = static_cast<std::uint32_t>(wholeNumber(block, "block", 1, Pallion::Parameter().ChunkSize));
     if (!epsg.is_none())
-        options.epsg = static_cast<std::int32_t>(wholeNumber(epsg, "epsg", 1, std::numeric_limits<std::int32_t>::max()));
+        options.epsg =
+            static_cast<std::int32_t>(wholeNumber(epsg, "epsg", 1, std::numeric_limits<std::int32_t>::max()));
     return options;
 }
 
@@ -205,9 +208,8 @@ py::dict readTable(const py::handle& files, const py::handle& parse, const py::h
         });
     py::dict out = outcomeOf(std::move(handle), outcome, *watcher);
     if (!outcome.kind.empty() && outcome.kind != "memory")
-        out["report"] = reportOf(Pallion::Tools::describeFailure(options, parameter, outcome.failure,
-                                                                 outcome.kind != "failure",
-                                                                 Pallion::Tools::OptionWords::Keywords));
+        out["report"] = reportOf(Pallion::Tools::describeFailure(
+            options, parameter, outcome.failure, outcome.kind != "failure", Pallion::Tools::OptionWords::Keywords));
     parameter.Progress.reset();  // the callable goes while the GIL is held
     return out;
 }
@@ -373,10 +375,9 @@ py::dict planTable(const py::handle& files, const py::handle& parse, const py::h
 PYBIND11_MODULE(_pallion, module) {
     module.doc() = "The compiled part of pallion: conversions and views of the chunks.";
     py::class_<ChunkKeeper>(module, "ChunkKeeper")
-        .def_property_readonly("address",
-                               [](const ChunkKeeper& keeper) {
-                                   return reinterpret_cast<std::uintptr_t>(keeper.chunk->rawData());
-                               })
+        .def_property_readonly(
+            "address",
+            [](const ChunkKeeper& keeper) { return reinterpret_cast<std::uintptr_t>(keeper.chunk->rawData()); })
         .def_property_readonly("bytes", [](const ChunkKeeper& keeper) {
             return keeper.chunk->elementCount() * keeper.chunk->elementSize();
         });
@@ -389,9 +390,9 @@ PYBIND11_MODULE(_pallion, module) {
     texts["unequal_counts"] = std::string(m::UnequalCounts);
     texts["files_per_partition"] = std::string(m::FilesPerPartition);
     module.attr("texts") = texts;
-    module.def("read_table", &readTable, py::arg("files"), py::arg("parse"), py::arg("delimiter"),
-               py::arg("header"), py::arg("block"), py::arg("epsg"), py::arg("progress"));
-    module.def("plan_table", &planTable, py::arg("files"), py::arg("parse"), py::arg("delimiter"),
-               py::arg("header"), py::arg("block"), py::arg("epsg"));
+    module.def("read_table", &readTable, py::arg("files"), py::arg("parse"), py::arg("delimiter"), py::arg("header"),
+               py::arg("block"), py::arg("epsg"), py::arg("progress"));
+    module.def("plan_table", &planTable, py::arg("files"), py::arg("parse"), py::arg("delimiter"), py::arg("header"),
+               py::arg("block"), py::arg("epsg"));
     module.def("read_trajectories", &readTrajectories, py::arg("files"), py::arg("progress"));
 }
