@@ -23,16 +23,22 @@ inline constexpr std::string_view Description =
 inline constexpr std::string_view Prefix = "pallion: ";
 
 // Options.
-inline constexpr std::string_view HeaderHelp = "lines skipped at the head of every file";
+inline constexpr std::string_view HeaderHelp =
+    "lines skipped at the head of every file; auto: one where the first line is not numbers or is a .pts point "
+    "count, else none";
+inline constexpr std::string_view BadHeader = "\"%s\" is neither auto nor a whole number from 0 to 4294967295";
 inline constexpr std::string_view DelimiterHelp =
-    "the byte between columns: one character, or tab (also t or \\t), comma, semicolon, space";
+    "the byte between columns: one character, or tab (also t or \\t), comma, semicolon, space, pipe; auto: the "
+    "one of blank, tab, comma, semicolon and | that gives the same column count on the first lines";
 inline constexpr std::string_view BlockHelp =
     "rows per block (fragment); default: picked from the files' sizes, at most 10000000";
 inline constexpr std::string_view EpsgHelp =
     "EPSG code of the coordinates, stored as the attribute EPSG; default: none, no attribute stored";
 inline constexpr std::string_view ParseHelp =
     "which columns go to which field: Name:type:c0[+c1+c2],... with the types point, tvector, double, float, "
-    "int, uint8_t, uint16_t, uint32_t, rgb; columns count from 0";
+    "int, uint8_t, uint16_t, uint32_t, rgb; a column is a number counted from 0 or a header name; auto: fields "
+    "from the header's names (X/Y/Z a point, R/G/B or Red/Green/Blue an rgb, NX/NY/NZ a tvector, Intensity a "
+    "float, any other a double), the .pts columns, or else Positions:point:0+1+2";
 inline constexpr std::string_view TrajectoryHelp =
     "read trajectory files (.txt, .pof, .pofx) named Project_Name_Number_Date_EPSGcode_EPSGcode, "
     "e.g. QVT_Harbour_001_20260310_EPSG25832_EPSG7837.txt";
@@ -41,7 +47,7 @@ inline constexpr std::string_view PreviewHelp =
     "write a top-down picture of the first point field to this PNG file, coloured by height or by the first rgb field";
 inline constexpr std::string_view FilesHelp = "the files to convert, read in this order into the same fields";
 inline constexpr std::string_view BadDelimiter =
-    "--delimiter: \"%s\" is not one character nor one of tab, t, \\t, comma, semicolon, space";
+    "--delimiter: \"%s\" is not one character nor one of auto, tab, t, \\t, comma, semicolon, space, pipe";
 inline constexpr std::string_view BlockWithTrajectory =
     "--block cannot be used with --trajectory: trajectory files are read with the library's own block size";
 

@@ -16,6 +16,7 @@
 #include "Summary.hpp"
 #include "pallion/Pallion.hpp"
 #include "pallion/tools/FailureContext.hpp"
+#include "pallion/tools/Sniff.hpp"
 #include "ravelin/Console.hpp"
 #include "tessel/Grid.hpp"
 
@@ -63,9 +64,15 @@ int run(int argc, char** argv) {
                 result = Pallion::convertTrajectory2Z9(grid, files, progress);
                 if (result.empty()) bar->finish();
             } else {
-                const std::uint64_t rows = Pallion::Tools::judgedRows(options.table.files, options.table.headerLines);
-                Pallion::Tools::fillParameter(parameter, options.table, rows);
-                parameter.Progress = bar = new host::BarProgress(&parameter, rows, bytes, terminal);
+                const Pallion::Tools::Resolved resolved = Pallion::Tools::resolveOptions(options.table);
+                for (const std::string& line : resolved.guessed) std::cerr << m::Prefix << line << '\n';
+                if (!resolved.failure.empty()) {
+                    std::cerr << m::Prefix << resolved.failure << '\n';
+                    return 1;
+                }
+                const auto rows = Pallion::Tools::judgedRows(options.table.files);
+                Pallion::Tools::fillParameter(parameter, options.table, resolved, rows);
+                parameter.Progress = bar = new host::BarProgress(&parameter, rows.value_or(0), bytes, terminal);
                 result = Pallion::ascii2z9(grid, parameter);
                 if (result.empty()) bar->finish();
                 parameter.Progress.reset();

@@ -90,16 +90,19 @@ bool looksLikeWords(const std::string& line) {
 
 }  // namespace
 
-FailurePlace findFailingLine(const TableOptions& options, std::uint64_t rowsStored) {
+FailurePlace findFailingLine(const std::vector<std::string>& files, std::uint32_t headerLines,
+                             std::uint64_t rowsStored) {
     std::uint64_t before = 0;
-    for (const std::string& name : options.files) {
+    for (const std::string& name : files) {
+        // A pipe or a FIFO was read once by the conversion; it is never opened again.
+        if (!isRegularFile(name)) return {};
         std::ifstream in(name, std::ios::binary);
         std::string line;
-        for (std::uint32_t i = 0; i < options.headerLines && std::getline(in, line);) ++i;
+        for (std::uint32_t i = 0; i < headerLines && std::getline(in, line);) ++i;
         std::uint64_t row = 0;
         while (std::getline(in, line)) {
             if (before + row == rowsStored) {
-                FailurePlace place{name, options.headerLines + row + 1, line, true};
+                FailurePlace place{name, headerLines + row + 1, line, true};
                 std::string rest;
                 while (place.lastLines && std::getline(in, rest)) place.lastLines = rest.empty();
                 return place;
@@ -127,7 +130,7 @@ FailureReport describeFailure(const TableOptions& options, const Parameter& para
     FailureReport report;
     const bool countFailure = failure.rfind(Pallion::Messages::ColumnIndexOutOfRange, 0) == 0;
     if (!exception && !countFailure) return report;
-    const FailurePlace place = findFailingLine(options, parameter.LineCount);
+    const FailurePlace place = findFailingLine(options.files, parameter.HeaderLines, parameter.LineCount);
     if (place.file.empty()) return report;
 
     report.file = place.file;
@@ -145,7 +148,7 @@ FailureReport describeFailure(const TableOptions& options, const Parameter& para
     }
 
     // Hints, the likeliest cause first.
-    const bool firstDataLine = place.lineNumber == options.headerLines + 1;
+    const bool firstDataLine = place.lineNumber == parameter.HeaderLines + 1;
     if (place.lineNumber == 1 && place.line.rfind("\xEF\xBB\xBF", 0) == 0)
         report.hints.push_back(m::fill(m::HintBom, headerWords(words).c_str()));
     else if (firstDataLine && looksLikeWords(place.line))

@@ -22,9 +22,11 @@ struct FailurePlace {
     bool lastLines = false;        // nothing but empty lines follow it
 };
 
-// The file and line at which a conversion over `options.files` stopped, after
-// `rowsStored` rows; an empty file name when the rows do not lead to one.
-FailurePlace findFailingLine(const TableOptions& options, std::uint64_t rowsStored);
+// The file and line at which a conversion over `files` stopped, after
+// `rowsStored` rows; an empty file name when the rows do not lead to one, or
+// lead through a file that is not a regular file (it is not read twice).
+FailurePlace findFailingLine(const std::vector<std::string>& files, std::uint32_t headerLines,
+                             std::uint64_t rowsStored);
 
 // How a hint names the option that mends a cause.
 enum class OptionWords {
