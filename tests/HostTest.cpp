@@ -31,9 +31,9 @@ std::string failureOf(Pallion::Tools::TableOptions options) {
     Pallion::Tools::fillParameter(p, options, Pallion::Tools::resolveOptions(options), std::nullopt);
     try {
         const std::string result = Pallion::ascii2z9(grid, p);
-        return result + '\n' + Pallion::Tools::describeFailure(options, p, result, false).text();
+        return result + '\n' + Pallion::Tools::describeFailure(p, result, false).text();
     } catch (const std::exception& e) {
-        return std::string(e.what()) + '\n' + Pallion::Tools::describeFailure(options, p, e.what(), true).text();
+        return std::string(e.what()) + '\n' + Pallion::Tools::describeFailure(p, e.what(), true).text();
     }
 }
 
@@ -227,7 +227,7 @@ TEST(HostSummary, JsonReadsBackWithFieldsFragmentsRangesAndAttributes) {
     p.ChunkSize = 2;
     p.EPSG = 31467;
     ASSERT_EQ(Pallion::ascii2z9(grid, p), "");
-    const auto json = nlohmann::json::parse(host::jsonSummary(grid, ""));
+    const auto json = nlohmann::json::parse(host::jsonSummary(grid, host::RunReport{}));
     EXPECT_EQ(json["result"], "");
     ASSERT_EQ(json["fields"].size(), 2u);
     const auto& points = json["fields"][0];

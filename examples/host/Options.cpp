@@ -8,6 +8,7 @@
 
 #include "HostMessages.hpp"
 #include "pallion/Pallion.hpp"
+#include "pallion/tools/Writers.hpp"
 
 namespace host {
 
@@ -15,7 +16,7 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     namespace m = messages;
     CommandLine result;
     Options options;
-    std::int64_t epsg = 0, block = 0;
+    std::int64_t epsg = 0, block = 0, maxLine = 0;
     std::string header = "auto", delimiter = "auto";
 
     // Before the range check, so that "abc" is not called out of range.
@@ -51,6 +52,15 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     app.add_flag("--trajectory", options.trajectory, std::string(m::TrajectoryHelp));
     app.add_flag("--json", options.json, std::string(m::JsonHelp));
     app.add_option("--preview", options.preview, std::string(m::PreviewHelp))->type_name("FILE.png");
+    app.add_option("-o,--output", options.output, std::string(m::OutputHelp))->type_name("FILE.ply|FILE.h5");
+    app.add_flag("--strict", options.strict, std::string(m::StrictHelp));
+    app.add_option("--max-line", maxLine, std::string(m::MaxLineHelp))
+        ->check(wholeNumber)
+        ->check(CLI::Range(std::int64_t{1}, std::numeric_limits<std::int64_t>::max()))
+        ->type_name("BYTES");
+    app.add_flag("-q,--quiet", options.quiet, std::string(m::QuietHelp));
+    app.set_version_flag("--version", std::string(m::Program) + ' ' + PALLION_VERSION, std::string(m::VersionHelp));
+    app.footer(std::string(m::Examples));
     app.add_option("files", options.table.files, std::string(m::FilesHelp))->required()->type_name("FILE");
 
     std::ostringstream out, err;
@@ -78,6 +88,13 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     if (header != "auto") options.table.headerLines = static_cast<std::uint32_t>(std::stoul(header));
     if (app.count("--epsg") > 0) options.table.epsg = static_cast<std::int32_t>(epsg);
     if (app.count("--block") > 0) options.table.block = static_cast<std::uint32_t>(block);
+    if (app.count("--max-line") > 0) options.table.lineSizeLimit = static_cast<std::uint64_t>(maxLine);
+    if (!options.output.empty() &&
+        Pallion::Tools::outputFormatOf(options.output) == Pallion::Tools::OutputFormat::Unknown) {
+        result.exitStatus = 2;
+        result.err = std::string(m::Prefix) + messages::fill(m::BadOutput, options.output.c_str()) + '\n';
+        return result;
+    }
     result.options = options;
     return result;
 }

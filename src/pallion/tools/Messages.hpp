@@ -39,6 +39,10 @@ inline constexpr std::string_view HintDelimiter =
 inline constexpr std::string_view HintEmptyAtEnd =
     "hint: the file ends with an empty line, and an empty line ends the conversion: remove it";
 inline constexpr std::string_view HintEmptyLine = "hint: an empty line ends the conversion; no line is ever skipped";
+inline constexpr std::string_view HintCannotOpen = "hint: %s: %s";
+inline constexpr std::string_view IsADirectory = "is a directory";
+inline constexpr std::string_view HintLineLimit =
+    "hint: a longer line is read with %s BYTES; a file without line ends (or /dev/zero) is one endless line";
 inline constexpr std::string_view HintEmptyToken =
     "hint: two delimiters in a row make an empty token; blanks are not merged";
 
@@ -70,5 +74,22 @@ inline constexpr std::string_view WideBom =
     "%s begins with a %s byte order mark: it is not 8-bit text; save it as UTF-8 (without a byte order mark) or "
     "ASCII";
 inline constexpr std::string_view CannotRead = "cannot read %s: %s";
+
+// Output files.
+inline constexpr std::string_view CannotWriteFile = "cannot write %s: %s";
+inline constexpr std::string_view UnknownFormat =
+    "cannot write %s: the format is taken from the extension, .ply or .h5";
+inline constexpr std::string_view NoHdf5 =
+    "cannot write %s: this build has no HDF5 (libhdf5-dev); build it again with it";
+inline constexpr std::string_view NoPointField = "cannot write %s: no point field with elements to give x, y, z";
+inline constexpr std::string_view CountsDiffer =
+    "cannot write %s: a PLY vertex takes one element of every field, but the fields' element counts differ: %s";
+inline constexpr std::string_view Hdf5Failed = "cannot write %s: HDF5 failed to %s";
+
+// Pre-flight check.
+inline constexpr std::string_view CutShort =
+    "%s, line %llu, column %u: \"%s\" is read as %s; the standard conversion stops where the number ends";
+inline constexpr std::string_view OutOfRange =
+    "%s, line %llu, column %u: %s is out of range for %s and is stored as %s";
 
 }  // namespace Pallion::Tools::messages

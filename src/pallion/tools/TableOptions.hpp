@@ -26,6 +26,7 @@ struct TableOptions {
     std::optional<std::uint32_t> block;          // none: judged from the files' sizes
     std::int32_t epsg = -1;                      // -1: none, no attribute stored
     std::string parse = std::string(AutoParse);  // "auto", or entries with column numbers or header names
+    std::optional<std::uint64_t> lineSizeLimit;  // bytes of one line; none: the library\'s own limit
 };
 
 struct Resolved;  // Sniff.hpp: the options made concrete
