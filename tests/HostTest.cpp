@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+
+#include <sys/stat.h>
 #include <nlohmann/json.hpp>
 
 #include "Options.hpp"
@@ -10,6 +12,7 @@
 #include "TestSupport.hpp"
 #include "pallion/Pallion.hpp"
 #include "pallion/tools/FailureContext.hpp"
+#include "pallion/tools/Sniff.hpp"
 
 namespace {
 
@@ -25,12 +28,12 @@ std::string failureOf(Pallion::Tools::TableOptions options) {
     Tessel::Grid grid;
     Pallion::Parameter p;
     options.block = 2;
-    Pallion::Tools::fillParameter(p, options, 0);
+    Pallion::Tools::fillParameter(p, options, Pallion::Tools::resolveOptions(options), std::nullopt);
     try {
         const std::string result = Pallion::ascii2z9(grid, p);
-        return result + '\n' + Pallion::Tools::describeFailure(options, p, result, false).text();
+        return result + '\n' + Pallion::Tools::describeFailure(p, result, false).text();
     } catch (const std::exception& e) {
-        return std::string(e.what()) + '\n' + Pallion::Tools::describeFailure(options, p, e.what(), true).text();
+        return std::string(e.what()) + '\n' + Pallion::Tools::describeFailure(p, e.what(), true).text();
     }
 }
 
@@ -41,7 +44,7 @@ bool has(const std::string& text, const std::string& part) { return text.find(pa
 TEST(HostOptions, HelpOnStdoutAndEveryMistakeNamedWithItsRange) {
     const auto help = commandLine({"--help"});
     EXPECT_EQ(help.exitStatus, 0);
-    EXPECT_TRUE(has(help.out, "--block") && has(help.out, "[1 - 10000000]") && has(help.out, "=Positions:point:0+1+2"));
+    EXPECT_TRUE(has(help.out, "--block") && has(help.out, "[1 - 10000000]") && has(help.out, "--parse TEXT=auto"));
     EXPECT_TRUE(help.err.empty());
 
     for (const std::string block : {"4294967296", "4294967297", "0", "-1"}) {
@@ -50,7 +53,8 @@ TEST(HostOptions, HelpOnStdoutAndEveryMistakeNamedWithItsRange) {
         EXPECT_TRUE(has(bad.err, "pallion: --block: Value " + block + " not in range 1 to 10000000")) << bad.err;
     }
     EXPECT_TRUE(has(commandLine({"--block", "abc", "f.txt"}).err, "--block: \"abc\" is not a whole number"));
-    EXPECT_TRUE(has(commandLine({"--header", "-1", "f.txt"}).err, "--header: Value -1 not in range 0 to 4294967295"));
+    EXPECT_TRUE(
+        has(commandLine({"--header", "-1", "f.txt"}).err, "--header: \"-1\" is neither auto nor a whole number"));
     EXPECT_EQ(commandLine({}).exitStatus, 2);  // no file
     EXPECT_TRUE(
         has(commandLine({"--trajectory", "--block", "5", "f.txt"}).err, "--block cannot be used with --trajectory"));
@@ -76,17 +80,106 @@ TEST(HostOptions, HelpOnStdoutAndEveryMistakeNamedWithItsRange) {
 TEST(HostOptions, BlockSizeFollowsTheFilesAndStaysWithinTheLibrarysDefault) {
     testsupport::TempDir dir;
     const auto small = dir.write("small.txt", "1 2 3\n4 5 6\n7 8 9\n");
-    EXPECT_LT(Pallion::Tools::blockSizeFor(Pallion::Tools::judgedRows({small}, 0)), 64u);
-    EXPECT_GE(Pallion::Tools::blockSizeFor(Pallion::Tools::judgedRows({small}, 0)), 3u);
-    const auto large = dir.write("large.txt", "1 2 3\n");
-    std::filesystem::resize_file(large, std::uintmax_t{1} << 30);  // sparse: a gigabyte of short lines, judged
-    EXPECT_EQ(Pallion::Tools::blockSizeFor(Pallion::Tools::judgedRows({large}, 0)), 10'000'000u);
+    EXPECT_LT(Pallion::Tools::blockSizeFor(*Pallion::Tools::judgedRows({small})), 64u);
+    EXPECT_GE(Pallion::Tools::blockSizeFor(*Pallion::Tools::judgedRows({small})), 3u);
+    EXPECT_EQ(Pallion::Tools::blockSizeFor(std::uint64_t{1} << 40), 10'000'000u);
+    // One outlying first line does not decide: 1 MB of it above 100000 short rows.
+    std::string rows(1'000'000, '7');
+    rows += '\n';
+    for (int i = 0; i < 100'000; ++i) rows += "1 2 3\n";
+    const auto judged = Pallion::Tools::judgedRows({dir.write("outlier.txt", rows)});
+    EXPECT_GT(*judged, 100'000u);
+    EXPECT_LT(*judged, 400'000u);
+    // A FIFO is not measured: no rows judged, and the library's default block.
+    const auto fifo = (dir.path() / "fifo").string();
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    EXPECT_FALSE(Pallion::Tools::judgedRows({small, fifo}));
+    EXPECT_FALSE(Pallion::Tools::judgedRows({"-"}));
+    Pallion::Parameter p;
+    Pallion::Tools::TableOptions options;
+    options.files = {fifo};
+    const auto resolved = Pallion::Tools::resolveOptions(options);  // does not open the FIFO, or it would wait
+    EXPECT_FALSE(resolved.readAhead);
+    Pallion::Tools::fillParameter(p, options, resolved, Pallion::Tools::judgedRows(options.files));
+    EXPECT_EQ(p.ChunkSize, 10'000'000u);
+    EXPECT_EQ(p.Delimiter, ' ');
+    EXPECT_EQ(p.HeaderLines, 0u);
+    EXPECT_EQ(p.Parse, "Positions:point:0+1+2");
+}
+
+// What the first lines of a table make of the options left to guess, and what a named option keeps.
+TEST(HostSniff, DelimiterHeaderAndFieldsFromTheFirstLines) {
+    testsupport::TempDir dir;
+    struct Case {
+        std::string content;
+        std::string delimiter, header, parse;  // as named; "auto" where guessed
+        char wantDelimiter;
+        std::uint32_t wantHeader;
+        std::string wantParse;  // or the start of the failure
+    };
+    const std::vector<Case> cases = {
+        {"1 2 3\n4 5 6\n", "auto", "auto", "auto", ' ', 0, "Positions:point:0+1+2"},
+        {"1,5;2\n3,5;4\n", "auto", "auto", "auto", ';', 0, "Positions:point:0+1+2"},
+        {"x;y;z\n512348,123;5403210,456;312,5\n", "auto", "auto", "auto", ';', 1, "Positions:point:0+1+2"},
+        {"a\tb\tc\td\n1\t2\t3\t4\n", "auto", "auto", "auto", '\t', 1, "a:double:0,b:double:1,c:double:2,d:double:3"},
+        {"1|2|3\n", "auto", "auto", "auto", '|', 0, "Positions:point:0+1+2"},
+        {"\"Red\",\"Green\",\"X\",\"Y\",\"Blue\",\"Z\"\n0,0,1.5,2.5,0,3.5\n", "auto", "auto", "auto", ',', 1,
+         "Positions:point:2+3+5,Colours:rgb:0+1+4"},
+        {"X,Y,Z,Intensity,ReturnNumber,nx,NY,Nz,R,G,B\n1,2,3,4,5,6,7,8,9,10,11\n", "auto", "auto", "auto", ',', 1,
+         "Positions:point:0+1+2,Colours:rgb:8+9+10,Normals:tvector:5+6+7,Intensity:float:3,ReturnNumber:double:4"},
+        // .pts: a point count, then x y z with intensity, colours, or both.
+        {"2\n1 2 3 9\n4 5 6 9\n", "auto", "auto", "auto", ' ', 1, "Positions:point:0+1+2,Intensity:float:3"},
+        {"1\n1 2 3 9 8 7\n", "auto", "auto", "auto", ' ', 1, "Positions:point:0+1+2,Colours:rgb:3+4+5"},
+        {"1\r\n1 2 3 5 9 8 7\r\n", "auto", "auto", "auto", ' ', 1,
+         "Positions:point:0+1+2,Intensity:float:3,Colours:rgb:4+5+6"},
+        // What the user names stays, and names in the parse string become numbers.
+        {"x y z\n1 2 3\n", "comma", "0", "P:point:0+1+2", ',', 0, "P:point:0+1+2"},
+        {"east,north,up\n1,2,3\n", "auto", "auto", "P:point:north+east+UP", ',', 1, "P:point:1+0+2"},
+        {"east,north,up\n1,2,3\n", "auto", "auto", "P:point:north+east+h", ',', 1,
+         "parse string: column \"h\" of the entry \"P:point:north+east+h\" is not a name in the header; "
+         "the header's names: east, north, up"},
+        {"1 2 3\n", "auto", "auto", "P:point:X+Y+Z", ' ', 0, "parse string: column \"X\" of the entry"},
+        {"1 2 3\n", "auto", "auto", "P:double:4294967296", ' ', 0,
+         "parse string: column \"4294967296\" of the entry \"P:double:4294967296\" is no column number"},
+        {"1 2 3\n", "auto", "auto", "P:double:-1", ' ', 0, "parse string: column \"-1\""},
+        {std::string("\xFF\xFE"
+                     "1\0 \0"
+                     "2\0",
+                     8),
+         "auto", "auto", "auto", ' ', 0, "%s begins with a UTF-16 LE byte order mark"},
+    };
+    for (const Case& c : cases) {
+        Pallion::Tools::TableOptions options;
+        options.files = {dir.write("t.txt", c.content)};
+        if (c.delimiter != "auto") options.delimiter = Pallion::Tools::delimiterFromName(c.delimiter);
+        if (c.header != "auto") options.headerLines = static_cast<std::uint32_t>(std::stoul(c.header));
+        options.parse = c.parse;
+        const auto resolved = Pallion::Tools::resolveOptions(options);
+        const std::string failure = resolved.failure;
+        if (!failure.empty()) {
+            std::string want = c.wantParse;
+            if (want.rfind("%s", 0) == 0) want.replace(0, 2, options.files[0]);
+            EXPECT_EQ(failure.rfind(want, 0), 0u) << c.content << ": " << failure;
+            continue;
+        }
+        EXPECT_EQ(resolved.delimiter, c.wantDelimiter) << c.content;
+        EXPECT_EQ(resolved.headerLines, c.wantHeader) << c.content;
+        EXPECT_EQ(resolved.parse, c.wantParse) << c.content;
+        // What was left to guess is told, one line each; what was named is not.
+        const auto told = [&](const std::string& start) {
+            return std::any_of(resolved.guessed.begin(), resolved.guessed.end(),
+                               [&](const std::string& line) { return line.rfind(start, 0) == 0; });
+        };
+        EXPECT_EQ(told("delimiter: "), c.delimiter == "auto") << c.content;
+        EXPECT_EQ(told("header lines: "), c.header == "auto") << c.content;
+    }
 }
 
 TEST(HostFailure, FileLineAndTokenInTheMiddleOfTheSecondFile) {
     testsupport::TempDir dir;
     Pallion::Tools::TableOptions options;
     options.headerLines = 1;
+    options.parse = "Positions:point:0+1+2";
     options.files = {dir.write("a.txt", "x y z\n1 2 3\n4 5 6\n7 8 9\n"),
                      dir.write("b.txt", "x y z\n1 2 3\n4 5 6\n7 abc 9\n1 2 3\n")};
     const std::string exception = failureOf(options);
@@ -103,6 +196,9 @@ TEST(HostFailure, FileLineAndTokenInTheMiddleOfTheSecondFile) {
 TEST(HostFailure, HintsForTheCommonCauses) {
     testsupport::TempDir dir;
     Pallion::Tools::TableOptions options;
+    options.headerLines = 0;
+    options.delimiter = ' ';
+    options.parse = "Positions:point:0+1+2";
     auto hintFor = [&](const std::string& content) {
         options.files = {dir.write("t.txt", content)};
         return failureOf(options);
@@ -131,7 +227,7 @@ TEST(HostSummary, JsonReadsBackWithFieldsFragmentsRangesAndAttributes) {
     p.ChunkSize = 2;
     p.EPSG = 31467;
     ASSERT_EQ(Pallion::ascii2z9(grid, p), "");
-    const auto json = nlohmann::json::parse(host::jsonSummary(grid, ""));
+    const auto json = nlohmann::json::parse(host::jsonSummary(grid, host::RunReport{}));
     EXPECT_EQ(json["result"], "");
     ASSERT_EQ(json["fields"].size(), 2u);
     const auto& points = json["fields"][0];
