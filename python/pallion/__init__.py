@@ -23,9 +23,13 @@ def read_table(files, parse=DEFAULT_PARSE, delimiter=" ", header=0, block=None, 
 
     files      a path (str or os.PathLike) or a list of them, read in order into the same fields
     parse      which columns go to which field with which type, e.g.
-               "Positions:point:0+1+2,Colours:rgb:3+4+5,Intensity:float:6"
-    delimiter  one character, or "tab", "comma", "semicolon", "space"
+               "Positions:point:0+1+2,Colours:rgb:3+4+5,Intensity:float:6"; columns
+               may be given by their header names ("Positions:point:X+Y+Z")
+    delimiter  one character, or "tab", "comma", "semicolon", "space", "pipe"
     header     lines skipped at the head of every file
+               Each of these three may be "auto": guessed from the first lines of
+               the first file as the command-line host guesses it (parse="auto"
+               builds the fields from the header's names); Grid.guessed tells what.
     block      rows per fragment; None judges it from the files' sizes
     epsg       the data's EPSG code, kept as the grid's "EPSG" attribute
     progress   None, or a callable progress(rows_read, rows_judged) called now and then
@@ -46,7 +50,7 @@ def read_trajectories(files, progress=None):
 
 
 def _finish(outcome):
-    grid = Grid(outcome["grid"])
+    grid = Grid(outcome["grid"], outcome["guessed"])
     if outcome["raised"] is not None or outcome["kind"]:
         raise_for(outcome, grid)
     return grid

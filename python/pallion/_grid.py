@@ -50,10 +50,12 @@ class Grid:
     fields      name -> Field, in the grid's order
     attributes  name -> value (EPSG, Date, WeekDay, ...); a list where a name holds several
     notes       the texts converters noted, as Note(converter, text)
+    guessed     what was guessed for the options given as "auto", one line each
     """
 
-    def __init__(self, handle):
+    def __init__(self, handle, guessed=()):
         self._handle = handle
+        self.guessed = list(guessed)
         self.fields = MappingProxyType({name: Field(name, *rest) for name, *rest in handle.fields()})
         self.attributes = handle.attributes()
         self.notes = [Note(*note) for note in handle.notes()]

@@ -40,7 +40,8 @@ def read_tables(files, parse=DEFAULT_PARSE, delimiter=" ", header=0, block=None,
     if plan["failure"]:
         from ._errors import ConversionError
         raise ConversionError(plan["failure"].strip("\n"))
-    paths = plan["files"]
+    # What "auto" stood for, guessed once from the first file, so that every worker converts alike.
+    paths, parse, delimiter, header = plan["files"], plan["parse"], plan["delimiter"], plan["header"]
     groups = [paths[i:i + files_per_partition] for i in range(0, len(paths), files_per_partition)]
     # Not pure: a file may change between two calls, so a conversion's result
     # is never taken from an earlier one with the same arguments.

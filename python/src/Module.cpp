@@ -23,6 +23,7 @@
 #include "pallion/memory/Chunk.hpp"
 #include "pallion/tools/FailureContext.hpp"
 #include "pallion/tools/Messages.hpp"
+#include "pallion/tools/Sniff.hpp"
 #include "pallion/tools/TableOptions.hpp"
 #include "tessel/Grid.hpp"
 
@@ -87,17 +88,24 @@ long long wholeNumber(const py::handle& value, const char* name, long long low, 
     return number;
 }
 
+// "auto" (delimiter, header, parse) leaves the option to be guessed from the
+// first lines of the first file, as the command-line host guesses it.
 Pallion::Tools::TableOptions tableOptions(const py::handle& files, const py::handle& parse, const py::handle& delimiter,
                                           const py::handle& header, const py::handle& block, const py::handle& epsg) {
+    const auto isAuto = [](const py::handle& value) {
+        return py::isinstance<py::str>(value) && value.cast<std::string>() == "auto";
+    };
     Pallion::Tools::TableOptions options;
     options.files = pathsOf(files);
     options.parse = textOf(parse, "parse");
-    const std::string name = textOf(delimiter, "delimiter");
-    const auto named = Pallion::Tools::delimiterFromName(name);
-    if (!named) throw py::value_error(fill(m::UnknownDelimiter, name.c_str()));
-    options.delimiter = *named;
-    options.headerLines =
-        static_cast<std::uint32_t>(wholeNumber(header, "header", 0, std::numeric_limits<std::uint32_t>::max()));
+    if (!isAuto(delimiter)) {
+        const std::string name = textOf(delimiter, "delimiter");
+        options.delimiter = Pallion::Tools::delimiterFromName(name);
+        if (!options.delimiter) throw py::value_error(fill(m::UnknownDelimiter, name.c_str()));
+    }
+    if (!isAuto(header))
+        options.headerLines =
+            static_cast<std::uint32_t>(wholeNumber(header, "header", 0, std::numeric_limits<std::uint32_t>::max()));
     if (!block.is_none())
         options.block = static_cast<std::uint32_t>(wholeNumber(block, "block", 1, Pallion::Parameter().ChunkSize));
     if (!epsg.is_none())
@@ -177,6 +185,7 @@ py::dict outcomeOf(GridHandle handle, const Outcome& outcome, PythonProgress& pr
     out["message"] = outcome.failure;
     out["raised"] = progress.raised;
     out["report"] = py::none();
+    out["guessed"] = py::list();
     return out;
 }
 
@@ -191,13 +200,15 @@ py::dict readTable(const py::handle& files, const py::handle& parse, const py::h
     Pallion::Parameter parameter;
     PythonProgress* watcher = nullptr;
     parameter.Progress = watcher = new PythonProgress(progress);
+    Pallion::Tools::Resolved resolved;
     Outcome outcome;
     {
         py::gil_scoped_release released;
         outcome = guarded([&] {
+            resolved = Pallion::Tools::resolveOptions(options);
+            if (!resolved.failure.empty()) return resolved.failure;
             // Fills everything but the progress object, which stays as set above.
-            const std::uint64_t rows = Pallion::Tools::judgedRows(options.files, options.headerLines);
-            Pallion::Tools::fillParameter(parameter, options, rows);
+            Pallion::Tools::fillParameter(parameter, options, resolved, Pallion::Tools::judgedRows(options.files));
             return Pallion::ascii2z9(*handle.grid, parameter);
         });
     }
@@ -207,9 +218,10 @@ py::dict readTable(const py::handle& files, const py::handle& parse, const py::h
                 handle.declared.emplace_back(entry.FieldName, Tessel::ElementTraits<T>::parseName);
         });
     py::dict out = outcomeOf(std::move(handle), outcome, *watcher);
+    out["guessed"] = resolved.guessed;
     if (!outcome.kind.empty() && outcome.kind != "memory")
-        out["report"] = reportOf(Pallion::Tools::describeFailure(
-            options, parameter, outcome.failure, outcome.kind != "failure", Pallion::Tools::OptionWords::Keywords));
+        out["report"] = reportOf(Pallion::Tools::describeFailure(parameter, outcome.failure, outcome.kind != "failure",
+                                                                 Pallion::Tools::OptionWords::Keywords));
     parameter.Progress.reset();  // the callable goes while the GIL is held
     return out;
 }
@@ -341,18 +353,21 @@ py::list chunkAddresses(const GridHandle& handle, const std::string& name) {
 
 // ---- Planning conversions elsewhere (the Dask route).
 
-// The checked files and the fields that the parse string declares, in its
-// order, each with an empty array of its kind; or the parser's failure.  The
-// library parses the parse string before it looks for files, so a conversion
-// of no file gives the declaration without reading anything.
+// The checked files, the options made concrete (what "auto" was guessed to
+// be, from the first file, so that every worker converts alike), and the
+// fields that the parse string declares, in its order, each with an empty
+// array of its kind; or the failure.  The library parses the parse string
+// before it looks for files, so a conversion of no file gives the
+// declaration without reading any.
 py::dict planTable(const py::handle& files, const py::handle& parse, const py::handle& delimiter,
                    const py::handle& header, const py::handle& block, const py::handle& epsg) {
     const Pallion::Tools::TableOptions options = tableOptions(files, parse, delimiter, header, block, epsg);
+    const Pallion::Tools::Resolved resolved = Pallion::Tools::resolveOptions(options);
     Pallion::Parameter parameter;
-    parameter.Parse = options.parse;
+    parameter.Parse = resolved.parse;
     parameter.Files = new Ravelin::StringList;
     Tessel::Grid scratch;
-    const std::string failure = Pallion::ascii2z9(scratch, parameter);
+    const std::string failure = resolved.failure.empty() ? Pallion::ascii2z9(scratch, parameter) : resolved.failure;
     py::list fields;
     std::vector<std::string> seen;
     for (const Pallion::ContainerEntry& entry : parameter.Container) {
@@ -365,6 +380,9 @@ py::dict planTable(const py::handle& files, const py::handle& parse, const py::h
     }
     py::dict out;
     out["files"] = options.files;
+    out["delimiter"] = std::string(1, resolved.delimiter);
+    out["header"] = resolved.headerLines;
+    out["parse"] = resolved.parse;
     out["fields"] = fields;
     out["failure"] = parameter.Container.empty() ? failure : std::string();
     return out;

@@ -13,7 +13,7 @@ inline constexpr std::string_view NotAText = "%s: expected a str, not %s";
 inline constexpr std::string_view NotAWholeNumber = "%s: expected a whole number, not %s";
 inline constexpr std::string_view OutOfRange = "%s: %lld is outside %lld..%lld";
 inline constexpr std::string_view UnknownDelimiter =
-    "delimiter: \"%s\" is neither one character nor a name (tab, comma, semicolon, space)";
+    "delimiter: \"%s\" is neither one character nor a name (tab, comma, semicolon, space, pipe) nor \"auto\"";
 // For the package's .py files, which take them from the module.
 inline constexpr std::string_view UnequalCounts =
     "to_pandas: the fields hold different numbers of elements (%s); one DataFrame needs equal counts";

@@ -116,10 +116,22 @@ def test_failures_tell_where_and_keep_what_was_flushed(tmp_path, content, option
         assert isinstance(e, OverflowError)
 
 
+def test_auto_options_are_guessed_from_the_first_file(tmp_path):
+    (tmp_path / "named.csv").write_text("X,Y,Z,Intensity\n1,2,3,0.5\n4,5,6,0.25\n")
+    grid = pallion.read_table(tmp_path / "named.csv", parse="auto", delimiter="auto", header="auto")
+    assert [(name, f.type) for name, f in grid.fields.items()] == [("Positions", "point"), ("Intensity", "float")]
+    numpy.testing.assert_array_equal(grid.fields["Intensity"].to_numpy(), numpy.float32([0.5, 0.25]))
+    assert [line.split(":")[0] for line in grid.guessed] == ["delimiter", "header lines", "parse"]
+    named = pallion.read_table(tmp_path / "named.csv", parse="P:point:Z+Y+X", delimiter=",", header=1)
+    numpy.testing.assert_array_equal(named.fields["P"].to_numpy(), [[3, 2, 1], [6, 5, 4]])
+    with pytest.raises(pallion.ConversionError, match='"Q"'):
+        pallion.read_table(tmp_path / "named.csv", parse="P:point:X+Y+Q", delimiter="comma", header=1)
+
+
 def test_bad_arguments_are_refused_before_any_file_is_opened(tmp_path):
     missing = tmp_path / "never-opened.txt"
     for arguments, error in [
-        ({"delimiter": "pipe"}, ValueError), ({"delimiter": 9}, TypeError), ({"block": 0}, ValueError),
+        ({"delimiter": "tabs"}, ValueError), ({"delimiter": 9}, TypeError), ({"block": 0}, ValueError),
         ({"header": -1}, ValueError), ({"header": "1"}, TypeError), ({"epsg": 0}, ValueError),
         ({"files": [missing, 3]}, TypeError), ({"files": []}, ValueError), ({"parse": None}, TypeError),
         ({"progress": "bar"}, TypeError),
