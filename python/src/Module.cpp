@@ -125,6 +125,7 @@ public:
 
     bool report(const std::string& /*message*/, std::uint32_t value, std::uint32_t total) override {
         py::gil_scoped_acquire gil;
+        if (!raised.is_none()) return false;  // asked to stop already
         try {
             if (PyErr_CheckSignals() != 0) throw py::error_already_set();
             if (!callable_.is_none()) callable_(value, total);
