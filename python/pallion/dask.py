@@ -16,7 +16,7 @@ import operator
 import dask
 import dask.array
 
-from . import DEFAULT_PARSE, read_table
+from . import DEFAULT_PARSE, ConversionError, read_table
 from . import _pallion
 
 
@@ -38,7 +38,6 @@ def read_tables(files, parse=DEFAULT_PARSE, delimiter=" ", header=0, block=None,
         raise ValueError(_pallion.texts["files_per_partition"] % (files_per_partition,))
     plan = _pallion.plan_table(files, parse, delimiter, header, block, epsg)
     if plan["failure"]:
-        from ._errors import ConversionError
         raise ConversionError(plan["failure"].strip("\n"))
     # What "auto" stood for, guessed once from the first file, so that every worker converts alike.
     paths, parse, delimiter, header = plan["files"], plan["parse"], plan["delimiter"], plan["header"]
