@@ -97,7 +97,6 @@ def compare_readers(folder, rows, runs, host, env):
 
 
 def compare_dask(folder, files, rows, workers, runs):
-    import dask
     from distributed import Client, LocalCluster
 
     import pallion
