@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <nlohmann/json.hpp>
 
 #include "Options.hpp"
@@ -259,4 +260,96 @@ TEST(HostSummary, JsonReadsBackWithFieldsFragmentsRangesAndAttributes) {
     EXPECT_EQ(bigEndian(20), 64u);
     Tessel::Grid empty;
     EXPECT_EQ(host::writePreview(empty, png), "no point field with elements to draw");
+}
+
+namespace {
+
+struct HostRun {
+    int status = -1;
+    std::string out, err;
+};
+
+std::string slurp(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return std::string((std::istreambuf_iterator<char>(in)), {});
+}
+
+// Runs the built host through the shell with `arguments` (already quoted where needed).
+HostRun runHost(const testsupport::TempDir& dir, const std::string& arguments) {
+    const auto out = dir.path() / "host.out", err = dir.path() / "host.err";
+    const std::string command = "cd '" + dir.path().string() + "' && " + arguments + " >'" + out.string() + "' 2>'" +
+                                err.string() + "'";
+    const std::string shell = "P='" + std::string(PALLION_HOST_BINARY) + "'; " + command;
+    const int raw = std::system(shell.c_str());
+    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
+}
+
+}  // namespace
+
+// The host reads a FIFO and a pipe once, with nothing read ahead, and gets
+// every row with the values of the file; standard input is "-".
+TEST(HostInput, FifoAndPipeGiveEveryRowOfTheFile) {
+    testsupport::TempDir dir;
+    std::string rows;
+    for (int i = 0; i < 1'000'000; ++i) rows += std::to_string(i) + ' ' + std::to_string(i % 977) + ".25 -" + std::to_string(i) + "e-3\n";
+    dir.write("big.txt", rows);
+    ASSERT_EQ(mkfifo((dir.path() / "fifo").c_str(), 0600), 0);
+    const auto file = runHost(dir, "$P -q --json big.txt");
+    ASSERT_EQ(file.status, 0) << file.err;
+    const auto expected = nlohmann::json::parse(file.out)["fields"];
+    ASSERT_EQ(expected[0]["elements"], 1'000'000);
+    for (const std::string& input : {std::string("(cat big.txt > fifo &) && timeout 60 $P -q --json fifo"),
+                                     std::string("cat big.txt | timeout 60 $P -q --json -")}) {
+        const auto run = runHost(dir, input);
+        ASSERT_EQ(run.status, 0) << input << '\n' << run.err;
+        const auto fields = nlohmann::json::parse(run.out)["fields"];
+        EXPECT_EQ(fields[0]["elements"], expected[0]["elements"]) << input;
+        EXPECT_EQ(fields[0]["min"], expected[0]["min"]) << input;
+        EXPECT_EQ(fields[0]["max"], expected[0]["max"]) << input;
+        // Not judged: one block of the library's default size, not a few rows.
+        EXPECT_EQ(fields[0]["fragments"].size(), 1u) << input;
+    }
+}
+
+// Warnings of the pre-flight check, a refusal with --strict, the Autzen
+// header read by its names, and a write into a missing folder.
+TEST(HostInput, PreflightStrictHeaderNamesAndOutputFailures) {
+    testsupport::TempDir dir;
+    dir.write("euro.csv", "x;y;z\n512348,123;5403210,456;312,5\n");
+    const auto warned = runHost(dir, "$P --json euro.csv");
+    EXPECT_EQ(warned.status, 0);
+    EXPECT_TRUE(has(warned.err, "warning: euro.csv, line 2, column 0: \"512348,123\" is read as 512348")) << warned.err;
+    EXPECT_EQ(nlohmann::json::parse(warned.out)["warnings"].size(), 3u);
+    const auto strict = runHost(dir, "$P --strict euro.csv --output e.ply");
+    EXPECT_EQ(strict.status, 1);
+    EXPECT_TRUE(has(strict.err, "--strict:") && !has(strict.out, "field ")) << strict.err;
+    EXPECT_FALSE(std::filesystem::exists(dir.path() / "e.ply"));
+
+    dir.write("types.txt", "1 2 3 300 6abc -1\n");
+    const auto wrapped = runHost(dir, "$P --parse P:point:0+1+2,A:uint8_t:3,B:int:4,C:uint16_t:5 types.txt");
+    EXPECT_EQ(wrapped.status, 0);
+    EXPECT_TRUE(has(wrapped.err, "column 3: 300 is out of range for uint8_t (0 to 255) and is stored as 44"))
+        << wrapped.err;
+    EXPECT_TRUE(has(wrapped.err, "column 4: \"6abc\" is read as 6")) << wrapped.err;
+    EXPECT_TRUE(has(wrapped.err, "column 5: -1 is out of range for uint16_t (0 to 65535) and is stored as 65535"));
+
+    if (const auto real = testsupport::realDataDir(); !real.empty()) {
+        const auto autzen = runHost(dir, "$P -q --json '" + (real / "pdal_autzen_point_format_3.txt").string() + "'");
+        ASSERT_EQ(autzen.status, 0) << autzen.err;
+        const auto json = nlohmann::json::parse(autzen.out);
+        EXPECT_EQ(json["options"]["parse"], "Positions:point:2+3+5,Colours:rgb:0+1+4");
+        EXPECT_EQ(json["fields"][1]["type"], "rgb");
+        EXPECT_GT(json["fields"][0]["min"][0].get<double>(), 600000.0);  // X, not Red
+    }
+
+    dir.write("ok.txt", "1 2 3\n");
+    const auto missing = runHost(dir, "$P -q ok.txt --output no/such/folder/out.ply");
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_TRUE(has(missing.err, "cannot write no/such/folder/out.ply: No such file or directory")) << missing.err;
+    EXPECT_EQ(runHost(dir, "$P -q ok.txt --output out.xyz").status, 2);
+    const auto absent = runHost(dir, "$P -q absent.txt");
+    EXPECT_EQ(absent.status, 1);
+    EXPECT_TRUE(has(absent.err, "hint: absent.txt: No such file or directory")) << absent.err;
+    EXPECT_TRUE(has(runHost(dir, "$P -q .").err, "hint: .: is a directory"));
+    EXPECT_TRUE(has(runHost(dir, "$P --version").out, "pallion "));
 }
