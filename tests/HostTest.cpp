@@ -4,6 +4,7 @@
 
 #include <fstream>
 
+#include <png.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <nlohmann/json.hpp>
@@ -245,19 +246,51 @@ TEST(HostSummary, JsonReadsBackWithFieldsFragmentsRangesAndAttributes) {
     EXPECT_EQ(json["attributes"]["EPSG"][0], 31467);
     EXPECT_EQ(json["notes"][0]["converter"], "ascii2z9");
 
-    // The preview is a PNG as wide as the points reach (x spans 2, y spans 2: a square).
+    // Bytes that are not UTF-8 in a field name still give JSON, which says that it replaced them.
+    Tessel::Grid odd;
+    Pallion::Parameter q;
+    q.Files = testsupport::fileList({dir.write("odd.txt", "1 2 3\n")});
+    q.Parse = "P\xff\xfe:point:0+1+2";
+    ASSERT_EQ(Pallion::ascii2z9(odd, q), "");
+    const auto replaced = nlohmann::json::parse(host::jsonSummary(odd, host::RunReport{}));
+    EXPECT_EQ(replaced["invalid_utf8_replaced"], true);
+    EXPECT_EQ(replaced["fields"][0]["name"], "P\xEF\xBF\xBD\xEF\xBF\xBD");
+}
+
+// The preview read back pixel by pixel: the points coloured by the rgb field
+// that comes before them, a nan point left out, y upwards.
+TEST(HostSummary, PreviewColoursEachPointByItsRgbAndSkipsNan) {
+    testsupport::TempDir dir;
+    Tessel::Grid grid;
+    Pallion::Parameter p;
+    p.Files =
+        testsupport::fileList({dir.write("c.txt", "0 0 0 255 0 0\n1 0 0 0 255 0\nnan 0.5 0 9 9 9\n0 1 5 0 0 255\n")});
+    p.Parse = "C:rgb:3+4+5,P:point:0+1+2";
+    ASSERT_EQ(Pallion::ascii2z9(grid, p), "");
     const auto png = (dir.path() / "p.png").string();
     ASSERT_EQ(host::writePreview(grid, png, 64), "");
-    std::ifstream in(png, std::ios::binary);
-    std::string bytes((std::istreambuf_iterator<char>(in)), {});
-    ASSERT_GT(bytes.size(), 24u);
-    EXPECT_EQ(bytes.substr(1, 3), "PNG");
-    auto bigEndian = [&](std::size_t at) {
-        return (std::uint32_t(std::uint8_t(bytes[at])) << 24) | (std::uint32_t(std::uint8_t(bytes[at + 1])) << 16) |
-               (std::uint32_t(std::uint8_t(bytes[at + 2])) << 8) | std::uint8_t(bytes[at + 3]);
+
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    ASSERT_TRUE(png_image_begin_read_from_file(&image, png.c_str()));
+    image.format = PNG_FORMAT_RGB;
+    std::vector<png_byte> pixels(PNG_IMAGE_SIZE(image));
+    ASSERT_TRUE(png_image_finish_read(&image, nullptr, pixels.data(), 0, nullptr));
+    ASSERT_EQ(image.width, 64u);
+    ASSERT_EQ(image.height, 64u);
+    auto at = [&](unsigned x, unsigned y) {
+        const png_byte* pixel = &pixels[(y * image.width + x) * 3];
+        return std::vector<int>{pixel[0], pixel[1], pixel[2]};
     };
-    EXPECT_EQ(bigEndian(16), 64u);
-    EXPECT_EQ(bigEndian(20), 64u);
+    EXPECT_EQ(at(0, 63), (std::vector<int>{255, 0, 0}));    // (0, 0), bottom left
+    EXPECT_EQ(at(63, 63), (std::vector<int>{0, 255, 0}));   // (1, 0), bottom right
+    EXPECT_EQ(at(0, 0), (std::vector<int>{0, 0, 255}));     // (0, 1), top left
+    EXPECT_EQ(at(32, 32), (std::vector<int>{24, 24, 24}));  // background; the nan point is nowhere
+    std::size_t lit = 0;
+    for (std::size_t i = 0; i < pixels.size(); i += 3)
+        lit += pixels[i] != 24 || pixels[i + 1] != 24 || pixels[i + 2] != 24;
+    EXPECT_EQ(lit, 3u);
+
     Tessel::Grid empty;
     EXPECT_EQ(host::writePreview(empty, png), "no point field with elements to draw");
 }
@@ -277,8 +310,8 @@ std::string slurp(const std::filesystem::path& file) {
 // Runs the built host through the shell with `arguments` (already quoted where needed).
 HostRun runHost(const testsupport::TempDir& dir, const std::string& arguments) {
     const auto out = dir.path() / "host.out", err = dir.path() / "host.err";
-    const std::string command = "cd '" + dir.path().string() + "' && " + arguments + " >'" + out.string() + "' 2>'" +
-                                err.string() + "'";
+    const std::string command =
+        "cd '" + dir.path().string() + "' && " + arguments + " >'" + out.string() + "' 2>'" + err.string() + "'";
     const std::string shell = "P='" + std::string(PALLION_HOST_BINARY) + "'; " + command;
     const int raw = std::system(shell.c_str());
     return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
@@ -291,7 +324,8 @@ HostRun runHost(const testsupport::TempDir& dir, const std::string& arguments) {
 TEST(HostInput, FifoAndPipeGiveEveryRowOfTheFile) {
     testsupport::TempDir dir;
     std::string rows;
-    for (int i = 0; i < 1'000'000; ++i) rows += std::to_string(i) + ' ' + std::to_string(i % 977) + ".25 -" + std::to_string(i) + "e-3\n";
+    for (int i = 0; i < 1'000'000; ++i)
+        rows += std::to_string(i) + ' ' + std::to_string(i % 977) + ".25 -" + std::to_string(i) + "e-3\n";
     dir.write("big.txt", rows);
     ASSERT_EQ(mkfifo((dir.path() / "fifo").c_str(), 0600), 0);
     const auto file = runHost(dir, "$P -q --json big.txt");
