@@ -4,7 +4,9 @@
 
 #include <fstream>
 
+#include <png.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <nlohmann/json.hpp>
 
 #include "Options.hpp"
@@ -244,19 +246,144 @@ TEST(HostSummary, JsonReadsBackWithFieldsFragmentsRangesAndAttributes) {
     EXPECT_EQ(json["attributes"]["EPSG"][0], 31467);
     EXPECT_EQ(json["notes"][0]["converter"], "ascii2z9");
 
-    // The preview is a PNG as wide as the points reach (x spans 2, y spans 2: a square).
+    // Bytes that are not UTF-8 in a field name still give JSON, which says that it replaced them.
+    Tessel::Grid odd;
+    Pallion::Parameter q;
+    q.Files = testsupport::fileList({dir.write("odd.txt", "1 2 3\n")});
+    q.Parse = "P\xff\xfe:point:0+1+2";
+    ASSERT_EQ(Pallion::ascii2z9(odd, q), "");
+    const auto replaced = nlohmann::json::parse(host::jsonSummary(odd, host::RunReport{}));
+    EXPECT_EQ(replaced["invalid_utf8_replaced"], true);
+    EXPECT_EQ(replaced["fields"][0]["name"], "P\xEF\xBF\xBD\xEF\xBF\xBD");
+}
+
+// The preview read back pixel by pixel: the points coloured by the rgb field
+// that comes before them, a nan point left out, y upwards.
+TEST(HostSummary, PreviewColoursEachPointByItsRgbAndSkipsNan) {
+    testsupport::TempDir dir;
+    Tessel::Grid grid;
+    Pallion::Parameter p;
+    p.Files =
+        testsupport::fileList({dir.write("c.txt", "0 0 0 255 0 0\n1 0 0 0 255 0\nnan 0.5 0 9 9 9\n0 1 5 0 0 255\n")});
+    p.Parse = "C:rgb:3+4+5,P:point:0+1+2";
+    ASSERT_EQ(Pallion::ascii2z9(grid, p), "");
     const auto png = (dir.path() / "p.png").string();
     ASSERT_EQ(host::writePreview(grid, png, 64), "");
-    std::ifstream in(png, std::ios::binary);
-    std::string bytes((std::istreambuf_iterator<char>(in)), {});
-    ASSERT_GT(bytes.size(), 24u);
-    EXPECT_EQ(bytes.substr(1, 3), "PNG");
-    auto bigEndian = [&](std::size_t at) {
-        return (std::uint32_t(std::uint8_t(bytes[at])) << 24) | (std::uint32_t(std::uint8_t(bytes[at + 1])) << 16) |
-               (std::uint32_t(std::uint8_t(bytes[at + 2])) << 8) | std::uint8_t(bytes[at + 3]);
+
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    ASSERT_TRUE(png_image_begin_read_from_file(&image, png.c_str()));
+    image.format = PNG_FORMAT_RGB;
+    std::vector<png_byte> pixels(PNG_IMAGE_SIZE(image));
+    ASSERT_TRUE(png_image_finish_read(&image, nullptr, pixels.data(), 0, nullptr));
+    ASSERT_EQ(image.width, 64u);
+    ASSERT_EQ(image.height, 64u);
+    auto at = [&](unsigned x, unsigned y) {
+        const png_byte* pixel = &pixels[(y * image.width + x) * 3];
+        return std::vector<int>{pixel[0], pixel[1], pixel[2]};
     };
-    EXPECT_EQ(bigEndian(16), 64u);
-    EXPECT_EQ(bigEndian(20), 64u);
+    EXPECT_EQ(at(0, 63), (std::vector<int>{255, 0, 0}));    // (0, 0), bottom left
+    EXPECT_EQ(at(63, 63), (std::vector<int>{0, 255, 0}));   // (1, 0), bottom right
+    EXPECT_EQ(at(0, 0), (std::vector<int>{0, 0, 255}));     // (0, 1), top left
+    EXPECT_EQ(at(32, 32), (std::vector<int>{24, 24, 24}));  // background; the nan point is nowhere
+    std::size_t lit = 0;
+    for (std::size_t i = 0; i < pixels.size(); i += 3)
+        lit += pixels[i] != 24 || pixels[i + 1] != 24 || pixels[i + 2] != 24;
+    EXPECT_EQ(lit, 3u);
+
     Tessel::Grid empty;
     EXPECT_EQ(host::writePreview(empty, png), "no point field with elements to draw");
+}
+
+namespace {
+
+struct HostRun {
+    int status = -1;
+    std::string out, err;
+};
+
+std::string slurp(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return std::string((std::istreambuf_iterator<char>(in)), {});
+}
+
+// Runs the built host through the shell with `arguments` (already quoted where needed).
+HostRun runHost(const testsupport::TempDir& dir, const std::string& arguments) {
+    const auto out = dir.path() / "host.out", err = dir.path() / "host.err";
+    const std::string command =
+        "cd '" + dir.path().string() + "' && " + arguments + " >'" + out.string() + "' 2>'" + err.string() + "'";
+    const std::string shell = "P='" + std::string(PALLION_HOST_BINARY) + "'; " + command;
+    const int raw = std::system(shell.c_str());
+    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
+}
+
+}  // namespace
+
+// The host reads a FIFO and a pipe once, with nothing read ahead, and gets
+// every row with the values of the file; standard input is "-".
+TEST(HostInput, FifoAndPipeGiveEveryRowOfTheFile) {
+    testsupport::TempDir dir;
+    std::string rows;
+    for (int i = 0; i < 1'000'000; ++i)
+        rows += std::to_string(i) + ' ' + std::to_string(i % 977) + ".25 -" + std::to_string(i) + "e-3\n";
+    dir.write("big.txt", rows);
+    ASSERT_EQ(mkfifo((dir.path() / "fifo").c_str(), 0600), 0);
+    const auto file = runHost(dir, "$P -q --json big.txt");
+    ASSERT_EQ(file.status, 0) << file.err;
+    const auto expected = nlohmann::json::parse(file.out)["fields"];
+    ASSERT_EQ(expected[0]["elements"], 1'000'000);
+    for (const std::string& input : {std::string("(cat big.txt > fifo &) && timeout 60 $P -q --json fifo"),
+                                     std::string("cat big.txt | timeout 60 $P -q --json -")}) {
+        const auto run = runHost(dir, input);
+        ASSERT_EQ(run.status, 0) << input << '\n' << run.err;
+        const auto fields = nlohmann::json::parse(run.out)["fields"];
+        EXPECT_EQ(fields[0]["elements"], expected[0]["elements"]) << input;
+        EXPECT_EQ(fields[0]["min"], expected[0]["min"]) << input;
+        EXPECT_EQ(fields[0]["max"], expected[0]["max"]) << input;
+        // Not judged: one block of the library's default size, not a few rows.
+        EXPECT_EQ(fields[0]["fragments"].size(), 1u) << input;
+    }
+}
+
+// Warnings of the pre-flight check, a refusal with --strict, the Autzen
+// header read by its names, and a write into a missing folder.
+TEST(HostInput, PreflightStrictHeaderNamesAndOutputFailures) {
+    testsupport::TempDir dir;
+    dir.write("euro.csv", "x;y;z\n512348,123;5403210,456;312,5\n");
+    const auto warned = runHost(dir, "$P --json euro.csv");
+    EXPECT_EQ(warned.status, 0);
+    EXPECT_TRUE(has(warned.err, "warning: euro.csv, line 2, column 0: \"512348,123\" is read as 512348")) << warned.err;
+    EXPECT_EQ(nlohmann::json::parse(warned.out)["warnings"].size(), 3u);
+    const auto strict = runHost(dir, "$P --strict euro.csv --output e.ply");
+    EXPECT_EQ(strict.status, 1);
+    EXPECT_TRUE(has(strict.err, "--strict:") && !has(strict.out, "field ")) << strict.err;
+    EXPECT_FALSE(std::filesystem::exists(dir.path() / "e.ply"));
+
+    dir.write("types.txt", "1 2 3 300 6abc -1\n");
+    const auto wrapped = runHost(dir, "$P --parse P:point:0+1+2,A:uint8_t:3,B:int:4,C:uint16_t:5 types.txt");
+    EXPECT_EQ(wrapped.status, 0);
+    EXPECT_TRUE(has(wrapped.err, "column 3: 300 is out of range for uint8_t (0 to 255) and is stored as 44"))
+        << wrapped.err;
+    EXPECT_TRUE(has(wrapped.err, "column 4: \"6abc\" is read as 6")) << wrapped.err;
+    EXPECT_TRUE(has(wrapped.err, "column 5: -1 is out of range for uint16_t (0 to 65535) and is stored as 65535"));
+
+    if (const auto real = testsupport::realDataDir(); !real.empty()) {
+        const auto autzen = runHost(dir, "$P -q --json '" + (real / "pdal_autzen_point_format_3.txt").string() + "'");
+        ASSERT_EQ(autzen.status, 0) << autzen.err;
+        const auto json = nlohmann::json::parse(autzen.out);
+        EXPECT_EQ(json["options"]["parse"], "Positions:point:2+3+5,Colours:rgb:0+1+4");
+        EXPECT_EQ(json["fields"][1]["type"], "rgb");
+        EXPECT_GT(json["fields"][0]["min"][0].get<double>(), 600000.0);  // X, not Red
+    }
+
+    dir.write("ok.txt", "1 2 3\n");
+    const auto missing = runHost(dir, "$P -q ok.txt --output no/such/folder/out.ply");
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_TRUE(has(missing.err, "cannot write no/such/folder/out.ply: No such file or directory")) << missing.err;
+    EXPECT_EQ(runHost(dir, "$P -q ok.txt --output out.xyz").status, 2);
+    const auto absent = runHost(dir, "$P -q absent.txt");
+    EXPECT_EQ(absent.status, 1);
+    EXPECT_TRUE(has(absent.err, "hint: absent.txt: No such file or directory")) << absent.err;
+    EXPECT_TRUE(has(runHost(dir, "$P -q .").err, "hint: .: is a directory"));
+    EXPECT_TRUE(has(runHost(dir, "$P --version").out, "pallion "));
 }

@@ -19,7 +19,9 @@ std::string fill(std::string_view pattern, Values... values) {
 inline constexpr std::string_view Program = "pallion";
 inline constexpr std::string_view Description =
     "Converts delimited text tables of points (or trajectory files with --trajectory) into the fields of a grid,\n"
-    "and prints what the grid holds.";
+    "prints what the grid holds, and writes it to a PLY or HDF5 file with --output.  The delimiter, the header\n"
+    "lines and the fields are guessed from the first lines of the first file where no option names them, and\n"
+    "every guess is printed.  A pipe, a FIFO or standard input (-) is read once and nothing is guessed.";
 inline constexpr std::string_view Prefix = "pallion: ";
 
 // Options.

@@ -64,8 +64,8 @@ std::optional<PreflightWarning> check(const std::string& token, const char* type
             if (static_cast<long long>(stored) != value) {
                 warning.cutShort = false;
                 warning.token = shownToken(token);
-                warning.stored += std::string(" (") + typeName + " holds " + valueText(std::numeric_limits<C>::min()) +
-                                  " to " + valueText(std::numeric_limits<C>::max()) + ")";
+                warning.range = std::string(typeName) + " (" + valueText(std::numeric_limits<C>::min()) + " to " +
+                                valueText(std::numeric_limits<C>::max()) + ")";
                 return warning;
             }
         }
@@ -99,11 +99,7 @@ std::string PreflightWarning::text() const {
     namespace m = messages;
     const auto line = static_cast<unsigned long long>(lineNumber);
     if (cutShort) return m::fill(m::CutShort, file.c_str(), line, column, token.c_str(), stored.c_str());
-    const std::size_t open = stored.find(" (");
-    const std::string value = stored.substr(0, open);
-    const std::string range =
-        open == std::string::npos ? std::string() : stored.substr(open + 2, stored.size() - open - 3);
-    return m::fill(m::OutOfRange, file.c_str(), line, column, token.c_str(), range.c_str(), value.c_str());
+    return m::fill(m::OutOfRange, file.c_str(), line, column, token.c_str(), range.c_str(), stored.c_str());
 }
 
 Preflight preflight(const Parameter& parameter, std::uint64_t rows) {

@@ -9,6 +9,8 @@
 #include <fstream>
 #include <map>
 
+#include <sys/stat.h>
+
 #include "pallion/tools/Messages.hpp"
 
 namespace Pallion::Tools {
@@ -315,10 +317,14 @@ Resolved resolveOptions(const TableOptions& options) {
     if (options.headerLines) {
         resolved.headerLines = *options.headerLines;
     } else if (resolved.readAhead && !lines.empty()) {
-        const auto tokens = cut(lines[0], resolved.delimiter);
-        const bool words = std::any_of(tokens.begin(), tokens.end(), [](const std::string& token) {
-            return !trimmed(token).empty() && !isNumber(unquoted(token));
-        });
+        // Words, not numbers, in most of its tokens: a data row with one bad token is no header.
+        std::size_t filledTokens = 0, wordTokens = 0;
+        for (const std::string& token : cut(lines[0], resolved.delimiter)) {
+            if (trimmed(token).empty()) continue;
+            ++filledTokens;
+            wordTokens += isNumber(unquoted(token)) ? 0 : 1;
+        }
+        const bool words = wordTokens * 2 > filledTokens;
         resolved.headerLines = ptsTable || words ? 1 : 0;
         resolved.guessed.emplace_back(ptsTable ? m::GuessedPointCount : words ? m::GuessedHeader : m::GuessedNoHeader);
     }
@@ -354,7 +360,10 @@ Resolved resolveOptions(const TableOptions& options) {
             resolved.guessed.push_back(m::fill(m::ParseNamesReplaced, resolved.parse.c_str()));
     }
 
-    if (!resolved.readAhead && !first.empty())
+    // A file that is missing or a folder is not worth a word here: the conversion tells why it cannot open it.
+    struct stat status {};
+    const bool stream = first == "-" || (::stat(first.c_str(), &status) == 0 && !S_ISDIR(status.st_mode));
+    if (!resolved.readAhead && stream)
         resolved.guessed.insert(resolved.guessed.begin(),
                                 m::fill(m::NotReadAhead, shownName.c_str(), delimiterName(resolved.delimiter).c_str(),
                                         resolved.headerLines, resolved.parse.c_str()));
