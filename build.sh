@@ -31,7 +31,19 @@ install_missing() {
     [ -f /usr/include/CLI/CLI.hpp ] || need+=(libcli11-dev)
     [ -f /usr/include/png.h ] || need+=(libpng-dev)
     [ -f /usr/include/nlohmann/json.hpp ] || need+=(nlohmann-json3-dev)
+    [ -f /usr/include/hdf5/serial/hdf5.h ] || [ -f /usr/include/hdf5.h ] || need+=(libhdf5-dev)
+    command -v help2man >/dev/null || need+=(help2man)
+    [ -d /usr/share/bash-completion ] || need+=(bash-completion)
+    # The tests that read the host's output files back: Debian's Python with Open3D and h5py.
+    /usr/bin/python3 -c "import h5py" 2>/dev/null || need+=(python3-h5py)
+    /usr/bin/python3 -c "import open3d" 2>/dev/null || need+=(python3-open3d)
     [ -f /usr/share/i18n/locales/de_DE ] || need+=(locales)
+    # The Python package: Debian's python3 and the packages apt serves it.
+    [ -f /usr/lib/cmake/pybind11/pybind11Config.cmake ] || need+=(pybind11-dev)
+    /usr/bin/python3-config --includes >/dev/null 2>&1 || need+=(python3-dev)
+    for module in numpy pandas pytest dask distributed; do
+        /usr/bin/python3 -c "import $module" >/dev/null 2>&1 || need+=("python3-$module")
+    done
     if [ ${#need[@]} -gt 0 ]; then
         echo "Installing from Debian's packages: ${need[*]}" >&2
         if [ "$(id -u)" -ne 0 ]; then
@@ -64,18 +76,24 @@ build() {
 case "${1:-}" in
     sample)
         install_missing
-        build release >/dev/null
+        # Only what the sample needs: the library, its helpers and the host.
+        echo "Building the library and the command-line host (build/release) ..." >&2
+        cmake --preset release >/dev/null
+        cmake --build --preset release --target pallion_host
         ./build/release/examples/pallion --header 1 \
             --parse "Positions:point:0+1+2,Colours:rgb:3+4+5,Intensity:float:6,Class:uint8_t:7,Return:int:8" \
             --block 2000 --epsg 25832 examples/data/sample_points.txt
         ;;
     trajectory)
         install_missing
-        build release >/dev/null
+        echo "Building the library and the command-line host (build/release) ..." >&2
+        cmake --preset release >/dev/null
+        cmake --build --preset release --target pallion_host
         ./build/release/examples/pallion --trajectory examples/data/trajectory/*
         ;;
     test)
         install_missing
+        cmake --preset release -DPALLION_PYTHON=ON >/dev/null  # the Python tests are never left out
         build release
         ctest --preset release
         ;;
@@ -128,6 +146,11 @@ case "${1:-}" in
         export PKG_CONFIG_PATH="$scratch/prefix/lib/pkgconfig"
         g++ $(pkg-config --cflags pallion) tests/consumer/Consumer.cpp $(pkg-config --libs pallion) -o "$scratch/pkgconfig"
         "$scratch/pkgconfig"
+        # The Python package from the fresh prefix, with Debian's python3, away from the source tree.
+        root=$PWD
+        (cd "$scratch" && PYTHONPATH="$scratch/prefix/lib/python3/dist-packages" /usr/bin/python3 -B \
+            "$root/examples/python/read_sample.py" "$root/examples/data/sample_points.txt" >/dev/null)
+        echo "python3: pallion imported from the install prefix"
         ;;
     package)
         install_missing
@@ -141,6 +164,11 @@ case "${1:-}" in
         trap 'rm -rf "$scratch"' EXIT
         dpkg-deb -x "$deb" "$scratch/root"
         consume "-DCMAKE_PREFIX_PATH=$scratch/root/usr" "$scratch/find"
+        root=$PWD
+        (cd "$scratch" && PYTHONPATH="$scratch/root/usr/lib/python3/dist-packages" \
+            /usr/bin/python3 -B \
+            "$root/examples/python/read_sample.py" "$root/examples/data/sample_points.txt" >/dev/null)
+        echo "python3: pallion imported from the package's contents"
         ;;
     lint)
         install_missing

@@ -3,6 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+
+#include <png.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <nlohmann/json.hpp>
 
 #include "Options.hpp"
@@ -10,6 +14,7 @@
 #include "TestSupport.hpp"
 #include "pallion/Pallion.hpp"
 #include "pallion/tools/FailureContext.hpp"
+#include "pallion/tools/Sniff.hpp"
 
 namespace {
 
@@ -25,12 +30,12 @@ std::string failureOf(Pallion::Tools::TableOptions options) {
     Tessel::Grid grid;
     Pallion::Parameter p;
     options.block = 2;
-    Pallion::Tools::fillParameter(p, options, 0);
+    Pallion::Tools::fillParameter(p, options, Pallion::Tools::resolveOptions(options), std::nullopt);
     try {
         const std::string result = Pallion::ascii2z9(grid, p);
-        return result + '\n' + Pallion::Tools::describeFailure(options, p, result, false).text();
+        return result + '\n' + Pallion::Tools::describeFailure(p, result, false).text();
     } catch (const std::exception& e) {
-        return std::string(e.what()) + '\n' + Pallion::Tools::describeFailure(options, p, e.what(), true).text();
+        return std::string(e.what()) + '\n' + Pallion::Tools::describeFailure(p, e.what(), true).text();
     }
 }
 
@@ -41,7 +46,7 @@ bool has(const std::string& text, const std::string& part) { return text.find(pa
 TEST(HostOptions, HelpOnStdoutAndEveryMistakeNamedWithItsRange) {
     const auto help = commandLine({"--help"});
     EXPECT_EQ(help.exitStatus, 0);
-    EXPECT_TRUE(has(help.out, "--block") && has(help.out, "[1 - 10000000]") && has(help.out, "=Positions:point:0+1+2"));
+    EXPECT_TRUE(has(help.out, "--block") && has(help.out, "[1 - 10000000]") && has(help.out, "--parse TEXT=auto"));
     EXPECT_TRUE(help.err.empty());
 
     for (const std::string block : {"4294967296", "4294967297", "0", "-1"}) {
@@ -50,7 +55,8 @@ TEST(HostOptions, HelpOnStdoutAndEveryMistakeNamedWithItsRange) {
         EXPECT_TRUE(has(bad.err, "pallion: --block: Value " + block + " not in range 1 to 10000000")) << bad.err;
     }
     EXPECT_TRUE(has(commandLine({"--block", "abc", "f.txt"}).err, "--block: \"abc\" is not a whole number"));
-    EXPECT_TRUE(has(commandLine({"--header", "-1", "f.txt"}).err, "--header: Value -1 not in range 0 to 4294967295"));
+    EXPECT_TRUE(
+        has(commandLine({"--header", "-1", "f.txt"}).err, "--header: \"-1\" is neither auto nor a whole number"));
     EXPECT_EQ(commandLine({}).exitStatus, 2);  // no file
     EXPECT_TRUE(
         has(commandLine({"--trajectory", "--block", "5", "f.txt"}).err, "--block cannot be used with --trajectory"));
@@ -76,17 +82,106 @@ TEST(HostOptions, HelpOnStdoutAndEveryMistakeNamedWithItsRange) {
 TEST(HostOptions, BlockSizeFollowsTheFilesAndStaysWithinTheLibrarysDefault) {
     testsupport::TempDir dir;
     const auto small = dir.write("small.txt", "1 2 3\n4 5 6\n7 8 9\n");
-    EXPECT_LT(Pallion::Tools::blockSizeFor(Pallion::Tools::judgedRows({small}, 0)), 64u);
-    EXPECT_GE(Pallion::Tools::blockSizeFor(Pallion::Tools::judgedRows({small}, 0)), 3u);
-    const auto large = dir.write("large.txt", "1 2 3\n");
-    std::filesystem::resize_file(large, std::uintmax_t{1} << 30);  // sparse: a gigabyte of short lines, judged
-    EXPECT_EQ(Pallion::Tools::blockSizeFor(Pallion::Tools::judgedRows({large}, 0)), 10'000'000u);
+    EXPECT_LT(Pallion::Tools::blockSizeFor(*Pallion::Tools::judgedRows({small})), 64u);
+    EXPECT_GE(Pallion::Tools::blockSizeFor(*Pallion::Tools::judgedRows({small})), 3u);
+    EXPECT_EQ(Pallion::Tools::blockSizeFor(std::uint64_t{1} << 40), 10'000'000u);
+    // One outlying first line does not decide: 1 MB of it above 100000 short rows.
+    std::string rows(1'000'000, '7');
+    rows += '\n';
+    for (int i = 0; i < 100'000; ++i) rows += "1 2 3\n";
+    const auto judged = Pallion::Tools::judgedRows({dir.write("outlier.txt", rows)});
+    EXPECT_GT(*judged, 100'000u);
+    EXPECT_LT(*judged, 400'000u);
+    // A FIFO is not measured: no rows judged, and the library's default block.
+    const auto fifo = (dir.path() / "fifo").string();
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    EXPECT_FALSE(Pallion::Tools::judgedRows({small, fifo}));
+    EXPECT_FALSE(Pallion::Tools::judgedRows({"-"}));
+    Pallion::Parameter p;
+    Pallion::Tools::TableOptions options;
+    options.files = {fifo};
+    const auto resolved = Pallion::Tools::resolveOptions(options);  // does not open the FIFO, or it would wait
+    EXPECT_FALSE(resolved.readAhead);
+    Pallion::Tools::fillParameter(p, options, resolved, Pallion::Tools::judgedRows(options.files));
+    EXPECT_EQ(p.ChunkSize, 10'000'000u);
+    EXPECT_EQ(p.Delimiter, ' ');
+    EXPECT_EQ(p.HeaderLines, 0u);
+    EXPECT_EQ(p.Parse, "Positions:point:0+1+2");
+}
+
+// What the first lines of a table make of the options left to guess, and what a named option keeps.
+TEST(HostSniff, DelimiterHeaderAndFieldsFromTheFirstLines) {
+    testsupport::TempDir dir;
+    struct Case {
+        std::string content;
+        std::string delimiter, header, parse;  // as named; "auto" where guessed
+        char wantDelimiter;
+        std::uint32_t wantHeader;
+        std::string wantParse;  // or the start of the failure
+    };
+    const std::vector<Case> cases = {
+        {"1 2 3\n4 5 6\n", "auto", "auto", "auto", ' ', 0, "Positions:point:0+1+2"},
+        {"1,5;2\n3,5;4\n", "auto", "auto", "auto", ';', 0, "Positions:point:0+1+2"},
+        {"x;y;z\n512348,123;5403210,456;312,5\n", "auto", "auto", "auto", ';', 1, "Positions:point:0+1+2"},
+        {"a\tb\tc\td\n1\t2\t3\t4\n", "auto", "auto", "auto", '\t', 1, "a:double:0,b:double:1,c:double:2,d:double:3"},
+        {"1|2|3\n", "auto", "auto", "auto", '|', 0, "Positions:point:0+1+2"},
+        {"\"Red\",\"Green\",\"X\",\"Y\",\"Blue\",\"Z\"\n0,0,1.5,2.5,0,3.5\n", "auto", "auto", "auto", ',', 1,
+         "Positions:point:2+3+5,Colours:rgb:0+1+4"},
+        {"X,Y,Z,Intensity,ReturnNumber,nx,NY,Nz,R,G,B\n1,2,3,4,5,6,7,8,9,10,11\n", "auto", "auto", "auto", ',', 1,
+         "Positions:point:0+1+2,Colours:rgb:8+9+10,Normals:tvector:5+6+7,Intensity:float:3,ReturnNumber:double:4"},
+        // .pts: a point count, then x y z with intensity, colours, or both.
+        {"2\n1 2 3 9\n4 5 6 9\n", "auto", "auto", "auto", ' ', 1, "Positions:point:0+1+2,Intensity:float:3"},
+        {"1\n1 2 3 9 8 7\n", "auto", "auto", "auto", ' ', 1, "Positions:point:0+1+2,Colours:rgb:3+4+5"},
+        {"1\r\n1 2 3 5 9 8 7\r\n", "auto", "auto", "auto", ' ', 1,
+         "Positions:point:0+1+2,Intensity:float:3,Colours:rgb:4+5+6"},
+        // What the user names stays, and names in the parse string become numbers.
+        {"x y z\n1 2 3\n", "comma", "0", "P:point:0+1+2", ',', 0, "P:point:0+1+2"},
+        {"east,north,up\n1,2,3\n", "auto", "auto", "P:point:north+east+UP", ',', 1, "P:point:1+0+2"},
+        {"east,north,up\n1,2,3\n", "auto", "auto", "P:point:north+east+h", ',', 1,
+         "parse string: column \"h\" of the entry \"P:point:north+east+h\" is not a name in the header; "
+         "the header's names: east, north, up"},
+        {"1 2 3\n", "auto", "auto", "P:point:X+Y+Z", ' ', 0, "parse string: column \"X\" of the entry"},
+        {"1 2 3\n", "auto", "auto", "P:double:4294967296", ' ', 0,
+         "parse string: column \"4294967296\" of the entry \"P:double:4294967296\" is no column number"},
+        {"1 2 3\n", "auto", "auto", "P:double:-1", ' ', 0, "parse string: column \"-1\""},
+        {std::string("\xFF\xFE"
+                     "1\0 \0"
+                     "2\0",
+                     8),
+         "auto", "auto", "auto", ' ', 0, "%s begins with a UTF-16 LE byte order mark"},
+    };
+    for (const Case& c : cases) {
+        Pallion::Tools::TableOptions options;
+        options.files = {dir.write("t.txt", c.content)};
+        if (c.delimiter != "auto") options.delimiter = Pallion::Tools::delimiterFromName(c.delimiter);
+        if (c.header != "auto") options.headerLines = static_cast<std::uint32_t>(std::stoul(c.header));
+        options.parse = c.parse;
+        const auto resolved = Pallion::Tools::resolveOptions(options);
+        const std::string failure = resolved.failure;
+        if (!failure.empty()) {
+            std::string want = c.wantParse;
+            if (want.rfind("%s", 0) == 0) want.replace(0, 2, options.files[0]);
+            EXPECT_EQ(failure.rfind(want, 0), 0u) << c.content << ": " << failure;
+            continue;
+        }
+        EXPECT_EQ(resolved.delimiter, c.wantDelimiter) << c.content;
+        EXPECT_EQ(resolved.headerLines, c.wantHeader) << c.content;
+        EXPECT_EQ(resolved.parse, c.wantParse) << c.content;
+        // What was left to guess is told, one line each; what was named is not.
+        const auto told = [&](const std::string& start) {
+            return std::any_of(resolved.guessed.begin(), resolved.guessed.end(),
+                               [&](const std::string& line) { return line.rfind(start, 0) == 0; });
+        };
+        EXPECT_EQ(told("delimiter: "), c.delimiter == "auto") << c.content;
+        EXPECT_EQ(told("header lines: "), c.header == "auto") << c.content;
+    }
 }
 
 TEST(HostFailure, FileLineAndTokenInTheMiddleOfTheSecondFile) {
     testsupport::TempDir dir;
     Pallion::Tools::TableOptions options;
     options.headerLines = 1;
+    options.parse = "Positions:point:0+1+2";
     options.files = {dir.write("a.txt", "x y z\n1 2 3\n4 5 6\n7 8 9\n"),
                      dir.write("b.txt", "x y z\n1 2 3\n4 5 6\n7 abc 9\n1 2 3\n")};
     const std::string exception = failureOf(options);
@@ -103,6 +198,9 @@ TEST(HostFailure, FileLineAndTokenInTheMiddleOfTheSecondFile) {
 TEST(HostFailure, HintsForTheCommonCauses) {
     testsupport::TempDir dir;
     Pallion::Tools::TableOptions options;
+    options.headerLines = 0;
+    options.delimiter = ' ';
+    options.parse = "Positions:point:0+1+2";
     auto hintFor = [&](const std::string& content) {
         options.files = {dir.write("t.txt", content)};
         return failureOf(options);
@@ -131,7 +229,7 @@ TEST(HostSummary, JsonReadsBackWithFieldsFragmentsRangesAndAttributes) {
     p.ChunkSize = 2;
     p.EPSG = 31467;
     ASSERT_EQ(Pallion::ascii2z9(grid, p), "");
-    const auto json = nlohmann::json::parse(host::jsonSummary(grid, ""));
+    const auto json = nlohmann::json::parse(host::jsonSummary(grid, host::RunReport{}));
     EXPECT_EQ(json["result"], "");
     ASSERT_EQ(json["fields"].size(), 2u);
     const auto& points = json["fields"][0];
@@ -148,19 +246,144 @@ TEST(HostSummary, JsonReadsBackWithFieldsFragmentsRangesAndAttributes) {
     EXPECT_EQ(json["attributes"]["EPSG"][0], 31467);
     EXPECT_EQ(json["notes"][0]["converter"], "ascii2z9");
 
-    // The preview is a PNG as wide as the points reach (x spans 2, y spans 2: a square).
+    // Bytes that are not UTF-8 in a field name still give JSON, which says that it replaced them.
+    Tessel::Grid odd;
+    Pallion::Parameter q;
+    q.Files = testsupport::fileList({dir.write("odd.txt", "1 2 3\n")});
+    q.Parse = "P\xff\xfe:point:0+1+2";
+    ASSERT_EQ(Pallion::ascii2z9(odd, q), "");
+    const auto replaced = nlohmann::json::parse(host::jsonSummary(odd, host::RunReport{}));
+    EXPECT_EQ(replaced["invalid_utf8_replaced"], true);
+    EXPECT_EQ(replaced["fields"][0]["name"], "P\xEF\xBF\xBD\xEF\xBF\xBD");
+}
+
+// The preview read back pixel by pixel: the points coloured by the rgb field
+// that comes before them, a nan point left out, y upwards.
+TEST(HostSummary, PreviewColoursEachPointByItsRgbAndSkipsNan) {
+    testsupport::TempDir dir;
+    Tessel::Grid grid;
+    Pallion::Parameter p;
+    p.Files =
+        testsupport::fileList({dir.write("c.txt", "0 0 0 255 0 0\n1 0 0 0 255 0\nnan 0.5 0 9 9 9\n0 1 5 0 0 255\n")});
+    p.Parse = "C:rgb:3+4+5,P:point:0+1+2";
+    ASSERT_EQ(Pallion::ascii2z9(grid, p), "");
     const auto png = (dir.path() / "p.png").string();
     ASSERT_EQ(host::writePreview(grid, png, 64), "");
-    std::ifstream in(png, std::ios::binary);
-    std::string bytes((std::istreambuf_iterator<char>(in)), {});
-    ASSERT_GT(bytes.size(), 24u);
-    EXPECT_EQ(bytes.substr(1, 3), "PNG");
-    auto bigEndian = [&](std::size_t at) {
-        return (std::uint32_t(std::uint8_t(bytes[at])) << 24) | (std::uint32_t(std::uint8_t(bytes[at + 1])) << 16) |
-               (std::uint32_t(std::uint8_t(bytes[at + 2])) << 8) | std::uint8_t(bytes[at + 3]);
+
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    ASSERT_TRUE(png_image_begin_read_from_file(&image, png.c_str()));
+    image.format = PNG_FORMAT_RGB;
+    std::vector<png_byte> pixels(PNG_IMAGE_SIZE(image));
+    ASSERT_TRUE(png_image_finish_read(&image, nullptr, pixels.data(), 0, nullptr));
+    ASSERT_EQ(image.width, 64u);
+    ASSERT_EQ(image.height, 64u);
+    auto at = [&](unsigned x, unsigned y) {
+        const png_byte* pixel = &pixels[(y * image.width + x) * 3];
+        return std::vector<int>{pixel[0], pixel[1], pixel[2]};
     };
-    EXPECT_EQ(bigEndian(16), 64u);
-    EXPECT_EQ(bigEndian(20), 64u);
+    EXPECT_EQ(at(0, 63), (std::vector<int>{255, 0, 0}));    // (0, 0), bottom left
+    EXPECT_EQ(at(63, 63), (std::vector<int>{0, 255, 0}));   // (1, 0), bottom right
+    EXPECT_EQ(at(0, 0), (std::vector<int>{0, 0, 255}));     // (0, 1), top left
+    EXPECT_EQ(at(32, 32), (std::vector<int>{24, 24, 24}));  // background; the nan point is nowhere
+    std::size_t lit = 0;
+    for (std::size_t i = 0; i < pixels.size(); i += 3)
+        lit += pixels[i] != 24 || pixels[i + 1] != 24 || pixels[i + 2] != 24;
+    EXPECT_EQ(lit, 3u);
+
     Tessel::Grid empty;
     EXPECT_EQ(host::writePreview(empty, png), "no point field with elements to draw");
+}
+
+namespace {
+
+struct HostRun {
+    int status = -1;
+    std::string out, err;
+};
+
+std::string slurp(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return std::string((std::istreambuf_iterator<char>(in)), {});
+}
+
+// Runs the built host through the shell with `arguments` (already quoted where needed).
+HostRun runHost(const testsupport::TempDir& dir, const std::string& arguments) {
+    const auto out = dir.path() / "host.out", err = dir.path() / "host.err";
+    const std::string command =
+        "cd '" + dir.path().string() + "' && " + arguments + " >'" + out.string() + "' 2>'" + err.string() + "'";
+    const std::string shell = "P='" + std::string(PALLION_HOST_BINARY) + "'; " + command;
+    const int raw = std::system(shell.c_str());
+    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
+}
+
+}  // namespace
+
+// The host reads a FIFO and a pipe once, with nothing read ahead, and gets
+// every row with the values of the file; standard input is "-".
+TEST(HostInput, FifoAndPipeGiveEveryRowOfTheFile) {
+    testsupport::TempDir dir;
+    std::string rows;
+    for (int i = 0; i < 1'000'000; ++i)
+        rows += std::to_string(i) + ' ' + std::to_string(i % 977) + ".25 -" + std::to_string(i) + "e-3\n";
+    dir.write("big.txt", rows);
+    ASSERT_EQ(mkfifo((dir.path() / "fifo").c_str(), 0600), 0);
+    const auto file = runHost(dir, "$P -q --json big.txt");
+    ASSERT_EQ(file.status, 0) << file.err;
+    const auto expected = nlohmann::json::parse(file.out)["fields"];
+    ASSERT_EQ(expected[0]["elements"], 1'000'000);
+    for (const std::string& input : {std::string("(cat big.txt > fifo &) && timeout 60 $P -q --json fifo"),
+                                     std::string("cat big.txt | timeout 60 $P -q --json -")}) {
+        const auto run = runHost(dir, input);
+        ASSERT_EQ(run.status, 0) << input << '\n' << run.err;
+        const auto fields = nlohmann::json::parse(run.out)["fields"];
+        EXPECT_EQ(fields[0]["elements"], expected[0]["elements"]) << input;
+        EXPECT_EQ(fields[0]["min"], expected[0]["min"]) << input;
+        EXPECT_EQ(fields[0]["max"], expected[0]["max"]) << input;
+        // Not judged: one block of the library's default size, not a few rows.
+        EXPECT_EQ(fields[0]["fragments"].size(), 1u) << input;
+    }
+}
+
+// Warnings of the pre-flight check, a refusal with --strict, the Autzen
+// header read by its names, and a write into a missing folder.
+TEST(HostInput, PreflightStrictHeaderNamesAndOutputFailures) {
+    testsupport::TempDir dir;
+    dir.write("euro.csv", "x;y;z\n512348,123;5403210,456;312,5\n");
+    const auto warned = runHost(dir, "$P --json euro.csv");
+    EXPECT_EQ(warned.status, 0);
+    EXPECT_TRUE(has(warned.err, "warning: euro.csv, line 2, column 0: \"512348,123\" is read as 512348")) << warned.err;
+    EXPECT_EQ(nlohmann::json::parse(warned.out)["warnings"].size(), 3u);
+    const auto strict = runHost(dir, "$P --strict euro.csv --output e.ply");
+    EXPECT_EQ(strict.status, 1);
+    EXPECT_TRUE(has(strict.err, "--strict:") && !has(strict.out, "field ")) << strict.err;
+    EXPECT_FALSE(std::filesystem::exists(dir.path() / "e.ply"));
+
+    dir.write("types.txt", "1 2 3 300 6abc -1\n");
+    const auto wrapped = runHost(dir, "$P --parse P:point:0+1+2,A:uint8_t:3,B:int:4,C:uint16_t:5 types.txt");
+    EXPECT_EQ(wrapped.status, 0);
+    EXPECT_TRUE(has(wrapped.err, "column 3: 300 is out of range for uint8_t (0 to 255) and is stored as 44"))
+        << wrapped.err;
+    EXPECT_TRUE(has(wrapped.err, "column 4: \"6abc\" is read as 6")) << wrapped.err;
+    EXPECT_TRUE(has(wrapped.err, "column 5: -1 is out of range for uint16_t (0 to 65535) and is stored as 65535"));
+
+    if (const auto real = testsupport::realDataDir(); !real.empty()) {
+        const auto autzen = runHost(dir, "$P -q --json '" + (real / "pdal_autzen_point_format_3.txt").string() + "'");
+        ASSERT_EQ(autzen.status, 0) << autzen.err;
+        const auto json = nlohmann::json::parse(autzen.out);
+        EXPECT_EQ(json["options"]["parse"], "Positions:point:2+3+5,Colours:rgb:0+1+4");
+        EXPECT_EQ(json["fields"][1]["type"], "rgb");
+        EXPECT_GT(json["fields"][0]["min"][0].get<double>(), 600000.0);  // X, not Red
+    }
+
+    dir.write("ok.txt", "1 2 3\n");
+    const auto missing = runHost(dir, "$P -q ok.txt --output no/such/folder/out.ply");
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_TRUE(has(missing.err, "cannot write no/such/folder/out.ply: No such file or directory")) << missing.err;
+    EXPECT_EQ(runHost(dir, "$P -q ok.txt --output out.xyz").status, 2);
+    const auto absent = runHost(dir, "$P -q absent.txt");
+    EXPECT_EQ(absent.status, 1);
+    EXPECT_TRUE(has(absent.err, "hint: absent.txt: No such file or directory")) << absent.err;
+    EXPECT_TRUE(has(runHost(dir, "$P -q .").err, "hint: .: is a directory"));
+    EXPECT_TRUE(has(runHost(dir, "$P --version").out, "pallion "));
 }

@@ -19,29 +19,61 @@ std::string fill(std::string_view pattern, Values... values) {
 inline constexpr std::string_view Program = "pallion";
 inline constexpr std::string_view Description =
     "Converts delimited text tables of points (or trajectory files with --trajectory) into the fields of a grid,\n"
-    "and prints what the grid holds.";
+    "prints what the grid holds, and writes it to a PLY or HDF5 file with --output.  The delimiter, the header\n"
+    "lines and the fields are guessed from the first lines of the first file where no option names them, and\n"
+    "every guess is printed.  A pipe, a FIFO or standard input (-) is read once and nothing is guessed.";
 inline constexpr std::string_view Prefix = "pallion: ";
 
 // Options.
-inline constexpr std::string_view HeaderHelp = "lines skipped at the head of every file";
+inline constexpr std::string_view HeaderHelp =
+    "lines skipped at the head of every file; auto: one where the first line is not numbers or is a .pts point "
+    "count, else none";
+inline constexpr std::string_view BadHeader = "\"%s\" is neither auto nor a whole number from 0 to 4294967295";
 inline constexpr std::string_view DelimiterHelp =
-    "the byte between columns: one character, or tab (also t or \\t), comma, semicolon, space";
+    "the byte between columns: one character, or tab (also t or \\t), comma, semicolon, space, pipe; auto: the "
+    "one of blank, tab, comma, semicolon and | that gives the same column count on the first lines";
 inline constexpr std::string_view BlockHelp =
     "rows per block (fragment); default: picked from the files' sizes, at most 10000000";
 inline constexpr std::string_view EpsgHelp =
     "EPSG code of the coordinates, stored as the attribute EPSG; default: none, no attribute stored";
 inline constexpr std::string_view ParseHelp =
     "which columns go to which field: Name:type:c0[+c1+c2],... with the types point, tvector, double, float, "
-    "int, uint8_t, uint16_t, uint32_t, rgb; columns count from 0";
+    "int, uint8_t, uint16_t, uint32_t, rgb; a column is a number counted from 0 or a header name; auto: fields "
+    "from the header's names (X/Y/Z a point, R/G/B or Red/Green/Blue an rgb, NX/NY/NZ a tvector, Intensity a "
+    "float, any other a double), the .pts columns, or else Positions:point:0+1+2";
 inline constexpr std::string_view TrajectoryHelp =
     "read trajectory files (.txt, .pof, .pofx) named Project_Name_Number_Date_EPSGcode_EPSGcode, "
     "e.g. QVT_Harbour_001_20260310_EPSG25832_EPSG7837.txt";
 inline constexpr std::string_view JsonHelp = "print a summary as JSON on stdout instead of the text summary";
 inline constexpr std::string_view PreviewHelp =
     "write a top-down picture of the first point field to this PNG file, coloured by height or by the first rgb field";
-inline constexpr std::string_view FilesHelp = "the files to convert, read in this order into the same fields";
+inline constexpr std::string_view OutputHelp =
+    "write the grid to this file after a conversion that read everything: .ply (binary PLY, one vertex per row: "
+    "the point field as x y z, rgb as red green blue, tvector as nx ny nz, every scalar field a property) or .h5 "
+    "(HDF5: the whole grid, a group per field, a dataset per fragment)";
+inline constexpr std::string_view StrictHelp =
+    "fail before converting where the check of the first 1000 rows finds a token that the standard conversion cuts "
+    "short (\"11,5\" read as 11) or an integer out of its type's range (300 in a uint8_t stored as 44)";
+inline constexpr std::string_view MaxLineHelp =
+    "the longest line, in bytes, that is read before the conversion stops with a message (default: the library's, "
+    "256 MiB)";
+inline constexpr std::string_view QuietHelp =
+    "print no guesses, warnings or progress bar; the summary and failures still";
+inline constexpr std::string_view VersionHelp = "print the version and exit";
+inline constexpr std::string_view BadOutput =
+    "--output: \"%s\": the format is taken from the extension, which must be .ply or .h5";
+inline constexpr std::string_view Examples =
+    "Examples:\n"
+    "  pallion points.txt                      guess the delimiter, header and fields, print a summary\n"
+    "  pallion scan.pts --output scan.ply      a .pts file into a PLY file for a point viewer\n"
+    "  cat a.txt | pallion - --output a.h5     standard input into an HDF5 file (nothing is guessed)\n"
+    "  pallion --header 1 --delimiter comma --parse \"P:point:X+Y+Z,I:float:Intensity\" table.csv\n"
+    "  pallion --strict --json export.csv      fail on tokens the conversion would cut short\n"
+    "Exit status: 0 done, 1 a conversion or write failed, 2 a usage error, 130 stopped by Ctrl-C.";
+inline constexpr std::string_view FilesHelp =
+    "the files to convert, read in this order into the same fields; - is standard input";
 inline constexpr std::string_view BadDelimiter =
-    "--delimiter: \"%s\" is not one character nor one of tab, t, \\t, comma, semicolon, space";
+    "--delimiter: \"%s\" is not one character nor one of auto, tab, t, \\t, comma, semicolon, space, pipe";
 inline constexpr std::string_view BlockWithTrajectory =
     "--block cannot be used with --trajectory: trajectory files are read with the library's own block size";
 
@@ -52,6 +84,18 @@ inline constexpr std::string_view HintTrajectoryName =
     "      e.g. QVT_Harbour_001_20260310_EPSG25832_EPSG7837.txt: Number a whole number, Date YYYYMMDD,\n"
     "      then the spatial and the height reference, each four letters and the code's digits";
 inline constexpr std::string_view Interrupted = "stopped; the blocks read so far are kept";
+
+// Pre-flight check.
+inline constexpr std::string_view Warning = "warning: ";
+inline constexpr std::string_view MoreWarnings = "... and %llu more such token(s) in the first %llu row(s)";
+inline constexpr std::string_view StrictRefused =
+    "--strict: the first rows hold tokens that the conversion would store otherwise than written; nothing was "
+    "converted";
+
+// Summary.
+inline constexpr std::string_view PartialSummary =
+    "partial: the conversion stopped; this is what was read before it stopped";
+inline constexpr std::string_view NoFragment = "(no fragment)";
 
 // Preview.
 inline constexpr std::string_view PreviewFailed = "--preview: ";

@@ -8,6 +8,7 @@
 
 #include "HostMessages.hpp"
 #include "pallion/Pallion.hpp"
+#include "pallion/tools/Writers.hpp"
 
 namespace host {
 
@@ -15,8 +16,8 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     namespace m = messages;
     CommandLine result;
     Options options;
-    std::int64_t header = 0, epsg = 0, block = 0;
-    std::string delimiter = "space";
+    std::int64_t epsg = 0, block = 0, maxLine = 0;
+    std::string header = "auto", delimiter = "auto";
 
     // Before the range check, so that "abc" is not called out of range.
     const CLI::Validator wholeNumber(
@@ -30,8 +31,15 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     CLI::App app{std::string(m::Description), std::string(m::Program)};
     app.get_formatter()->column_width(26);
     app.add_option("--header", header, std::string(m::HeaderHelp))
-        ->check(wholeNumber)
-        ->check(CLI::Range(std::int64_t{0}, std::int64_t{std::numeric_limits<std::uint32_t>::max()}))
+        ->check(CLI::Validator(
+            [](std::string& text) -> std::string {
+                if (text == "auto") return {};
+                const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+                if (digits && text.size() <= 10 && std::stoull(text) <= std::numeric_limits<std::uint32_t>::max())
+                    return {};
+                return messages::fill(m::BadHeader, text.c_str());
+            },
+            "", "auto or whole number"))
         ->capture_default_str();
     app.add_option("--delimiter", delimiter, std::string(m::DelimiterHelp))->capture_default_str();
     app.add_option("--block", block, std::string(m::BlockHelp))
@@ -44,6 +52,15 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     app.add_flag("--trajectory", options.trajectory, std::string(m::TrajectoryHelp));
     app.add_flag("--json", options.json, std::string(m::JsonHelp));
     app.add_option("--preview", options.preview, std::string(m::PreviewHelp))->type_name("FILE.png");
+    app.add_option("-o,--output", options.output, std::string(m::OutputHelp))->type_name("FILE.ply|FILE.h5");
+    app.add_flag("--strict", options.strict, std::string(m::StrictHelp));
+    app.add_option("--max-line", maxLine, std::string(m::MaxLineHelp))
+        ->check(wholeNumber)
+        ->check(CLI::Range(std::int64_t{1}, std::numeric_limits<std::int64_t>::max()))
+        ->type_name("BYTES");
+    app.add_flag("-q,--quiet", options.quiet, std::string(m::QuietHelp));
+    app.set_version_flag("--version", std::string(m::Program) + ' ' + PALLION_VERSION, std::string(m::VersionHelp));
+    app.footer(std::string(m::Examples));
     app.add_option("files", options.table.files, std::string(m::FilesHelp))->required()->type_name("FILE");
 
     std::ostringstream out, err;
@@ -57,7 +74,7 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
         return result;
     }
     const auto named = Pallion::Tools::delimiterFromName(delimiter);
-    if (!named) {
+    if (!named && delimiter != "auto") {
         result.exitStatus = 2;
         result.err = std::string(m::Prefix) + messages::fill(m::BadDelimiter, delimiter.c_str()) + '\n';
         return result;
@@ -67,10 +84,17 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
         result.err = std::string(m::Prefix) + std::string(m::BlockWithTrajectory) + '\n';
         return result;
     }
-    options.table.delimiter = *named;
-    options.table.headerLines = static_cast<std::uint32_t>(header);
+    if (delimiter != "auto") options.table.delimiter = *named;
+    if (header != "auto") options.table.headerLines = static_cast<std::uint32_t>(std::stoul(header));
     if (app.count("--epsg") > 0) options.table.epsg = static_cast<std::int32_t>(epsg);
     if (app.count("--block") > 0) options.table.block = static_cast<std::uint32_t>(block);
+    if (app.count("--max-line") > 0) options.table.lineSizeLimit = static_cast<std::uint64_t>(maxLine);
+    if (!options.output.empty() &&
+        Pallion::Tools::outputFormatOf(options.output) == Pallion::Tools::OutputFormat::Unknown) {
+        result.exitStatus = 2;
+        result.err = std::string(m::Prefix) + messages::fill(m::BadOutput, options.output.c_str()) + '\n';
+        return result;
+    }
     result.options = options;
     return result;
 }

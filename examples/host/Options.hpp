@@ -16,6 +16,9 @@ struct Options {
     bool trajectory = false;
     bool json = false;
     std::string preview;
+    std::string output;   // .ply or .h5, written after a conversion that read everything
+    bool strict = false;  // the pre-flight check's warnings fail the run before it converts
+    bool quiet = false;   // no guesses, warnings or bar; failures still
 };
 
 // What the command line asks for: options to run with, or an exit status

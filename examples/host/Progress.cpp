@@ -15,17 +15,29 @@ extern "C" void onInterrupt(int) { stopRequested = true; }
 }  // namespace
 
 BarProgress::BarProgress(const Pallion::Parameter* parameter, std::uint64_t rows, std::uint64_t bytes, bool terminal)
-    : parameter_(parameter), rows_(std::max<std::uint64_t>(rows, 1)), bytes_(bytes), terminal_(terminal) {}
+    : parameter_(parameter), rows_(rows), bytes_(bytes), terminal_(terminal) {}
 
 BarProgress::~BarProgress() {
     if (drawn_) std::fputc('\n', stderr);
 }
 
-void BarProgress::installInterruptHandler() { std::signal(SIGINT, onInterrupt); }
+// Without SA_RESTART: a blocked open() or read() (a FIFO that has no writer
+// yet, a pipe that is silent) returns with EINTR, so that Ctrl-C stops it.
+void BarProgress::installInterruptHandler() {
+    struct sigaction action {};
+    action.sa_handler = onInterrupt;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = 0;
+    sigaction(SIGINT, &action, nullptr);
+}
 
 bool BarProgress::interrupted() { return stopRequested; }
 
 bool BarProgress::report(const std::string&, std::uint32_t value, std::uint32_t total) {
+    if (rows_ == 0) {
+        drawCount(parameter_ != nullptr ? parameter_->LineCount : value);
+        return !stopRequested;
+    }
     const std::uint64_t read = parameter_ != nullptr ? parameter_->LineCount : value;
     const double share = parameter_ != nullptr ? static_cast<double>(read) / static_cast<double>(rows_)
                                                : (total == 0 ? 0.0 : static_cast<double>(value) / total);
@@ -34,7 +46,38 @@ bool BarProgress::report(const std::string&, std::uint32_t value, std::uint32_t 
     return !stopRequested;
 }
 
-void BarProgress::finish() { draw(1.0, parameter_ != nullptr ? parameter_->LineCount : rows_); }
+void BarProgress::finish() {
+    if (rows_ == 0)
+        drawCount(parameter_ != nullptr ? parameter_->LineCount : 0);
+    else
+        draw(1.0, parameter_ != nullptr ? parameter_->LineCount : rows_);
+}
+
+namespace {
+// The bytes this process has read so far (Linux's /proc/self/io), 0 where unknown.
+std::uint64_t bytesReadByProcess() {
+    std::FILE* io = std::fopen("/proc/self/io", "r");
+    if (io == nullptr) return 0;
+    unsigned long long bytes = 0;
+    if (std::fscanf(io, "rchar: %llu", &bytes) != 1) bytes = 0;
+    std::fclose(io);
+    return bytes;
+}
+}  // namespace
+
+void BarProgress::drawCount(std::uint64_t rowsRead) {
+    if (!terminal_) return;
+    const auto now = std::chrono::steady_clock::now();
+    if (drawn_ && now - lastDraw_ < std::chrono::milliseconds(200)) return;
+    lastDraw_ = now;
+    if (startBytes_ == 0) startBytes_ = bytesReadByProcess() + 1;
+    const double seconds = std::max(1e-6, std::chrono::duration<double>(now - start_).count());
+    const double megabytes = static_cast<double>(bytesReadByProcess() + 1 - startBytes_) / 1e6;
+    std::fprintf(stderr, "\r%s %llu rows  %.1f MB  %.2f M rows/s ", std::string(messages::Reading).c_str(),
+                 static_cast<unsigned long long>(rowsRead), megabytes, static_cast<double>(rowsRead) / seconds / 1e6);
+    std::fflush(stderr);
+    drawn_ = true;
+}
 
 void BarProgress::draw(double share, std::uint64_t rowsRead) {
     const int permille = static_cast<int>(share * 1000);

@@ -13,7 +13,9 @@ namespace host {
 
 class BarProgress : public Ravelin::LoaderProgress {
 public:
-    // `rows` and `bytes`: what the whole input is judged to hold.  With a
+    // `rows` and `bytes`: what the whole input is judged to hold; no rows (0)
+    // when it cannot be judged (a pipe), and then the bar shows the rows and
+    // megabytes read without a share.  With a
     // Parameter, the rows read so far are its LineCount, which runs across
     // files; without one (trajectories), the values of the reports.
     BarProgress(const Pallion::Parameter* parameter, std::uint64_t rows, std::uint64_t bytes, bool terminal);
@@ -29,13 +31,15 @@ public:
 
 private:
     void draw(double share, std::uint64_t rowsRead);
+    void drawCount(std::uint64_t rowsRead);
 
     const Pallion::Parameter* parameter_;
     std::uint64_t rows_, bytes_;
     bool terminal_;
     bool drawn_ = false;
     int lastPermille_ = -1;
-    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now(), lastDraw_;
+    std::uint64_t startBytes_ = 0;
 };
 
 }  // namespace host

@@ -11,52 +11,29 @@
 #include <vector>
 
 #include <png.h>
+#include <nlohmann/json.hpp>
 
 #include "HostMessages.hpp"
-#include "pallion/array/ElementTraits.hpp"
 #include "pallion/memory/Chunk.hpp"
+#include "pallion/tools/GridValues.hpp"
 
 namespace host {
 
 namespace {
 
 using Array = Tessel::MemBase::Array;
+using Json = nlohmann::ordered_json;
 
-std::string jsonString(const std::string& text) {
-    std::string out = "\"";
-    for (unsigned char c : text) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += static_cast<char>(c);
-        } else if (c == '\n') {
-            out += "\\n";
-        } else if (c < 0x20) {
-            char escaped[8];
-            std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-            out += escaped;
-        } else {
-            out += static_cast<char>(c);
-        }
-    }
-    return out + '"';
-}
-
-// The shortest text that reads back to the same value; a float field's
-// values as floats, so that 0.2f shows as 0.2.
-std::string jsonNumber(double value, bool single) {
-    if (!std::isfinite(value)) return "null";
+// A float field's values as the shortest double that prints like the float,
+// so that 0.2f shows as 0.2; nan and inf as null.
+Json jsonNumber(double value, bool single) {
+    if (!std::isfinite(value)) return nullptr;
+    if (!single) return value;
     char text[32];
-    const auto end = single ? std::to_chars(text, text + sizeof text, static_cast<float>(value)).ptr
-                            : std::to_chars(text, text + sizeof text, value).ptr;
-    return std::string(text, end);
-}
-
-// Runs `f` with the element type of `array` (one of the nine), or not at all.
-template <class F>
-void withElementType(const Tessel::MemBase& array, F&& f) {
-    Tessel::forEachElementType([&]<class T>() {
-        if (array.typeIndex() == Tessel::typeIndexOf<T>()) f.template operator()<T>();
-    });
+    const auto end = std::to_chars(text, text + sizeof text, static_cast<float>(value)).ptr;
+    double shortest = 0;
+    std::from_chars(text, end, shortest);
+    return shortest;
 }
 
 struct Range {
@@ -69,16 +46,17 @@ Range rangeOf(const Tessel::Field& field) {
     Range range;
     for (const auto& fragment : field.fragments())
         for (const Array& array : fragment.arrays)
-            withElementType(*array, [&]<class T>() {
+            Pallion::Tools::withElementType(*array, [&]<class T>() {
                 using Traits = Tessel::ElementTraits<T>;
                 using C = typename Traits::Component;
-                const auto* components = static_cast<const C*>(array->rawData());
+                const auto elements = Pallion::Tools::elementsOf<T>(*array);
+                const auto* components = reinterpret_cast<const C*>(elements.data());
                 range.single = std::is_same_v<C, float>;
                 if (range.min.empty()) {
                     range.min.assign(Traits::components, std::numeric_limits<double>::infinity());
                     range.max.assign(Traits::components, -std::numeric_limits<double>::infinity());
                 }
-                for (std::uint64_t i = 0; i < array->elementCount() * Traits::components; ++i) {
+                for (std::uint64_t i = 0; i < elements.size() * Traits::components; ++i) {
                     const double v = static_cast<double>(components[i]);
                     double& low = range.min[i % Traits::components];
                     double& high = range.max[i % Traits::components];
@@ -89,40 +67,33 @@ Range rangeOf(const Tessel::Field& field) {
     return range;
 }
 
-std::uint64_t elementsOf(const Tessel::Field& field) {
-    std::uint64_t n = 0;
-    for (const auto& fragment : field.fragments())
-        for (const Array& array : fragment.arrays) n += array->elementCount();
-    return n;
-}
-
-// An attribute's values joined by ", ", texts quoted as in JSON.
-std::string attributeValues(const Ravelin::ChunkPtr& value) {
-    std::string text;
-    auto join = [&](const auto& values, auto render) {
-        for (std::size_t i = 0; i < values.size(); ++i) text += (i ? ", " : "") + render(values[i]);
-    };
+// An attribute's values, by the type of its chunk.
+Json attributeValues(const Ravelin::ChunkPtr& value) {
+    Json values = Json::array();
     if (auto* ints = dynamic_cast<Ravelin::Chunk<int>*>(value.get()))
-        join(ints->vector(), [](int v) { return std::to_string(v); });
+        for (int v : ints->vector()) values.push_back(v);
     else if (auto* uints = dynamic_cast<Ravelin::Chunk<unsigned int>*>(value.get()))
-        join(uints->vector(), [](unsigned v) { return std::to_string(v); });
+        for (unsigned v : uints->vector()) values.push_back(v);
+    else if (auto* doubles = dynamic_cast<Ravelin::Chunk<double>*>(value.get()))
+        for (double v : doubles->vector()) values.push_back(jsonNumber(v, false));
     else if (auto* texts = dynamic_cast<Ravelin::Chunk<std::string>*>(value.get()))
-        join(texts->vector(), jsonString);
-    return text;
+        for (const std::string& v : texts->vector()) values.push_back(v);
+    return values;
 }
 
-// All elements of the first field of element type T, in fragment order.
+std::string typeOf(const Tessel::Field& field) {
+    return field.fragments().empty() ? std::string(messages::NoFragment)
+                                     : Pallion::Tools::parseTypeName(*field.fragments()[0].arrays[0]);
+}
+
+// The elements of the first field of element type T that has `count`
+// elements (any count where 0), as a copy for the picture.
 template <class T>
-std::vector<T> firstFieldOf(const Tessel::Grid& grid) {
+std::vector<T> firstFieldOf(const Tessel::Grid& grid, std::uint64_t count = 0) {
     for (const auto& field : grid.fields()) {
-        std::vector<T> values;
-        for (const auto& fragment : field->fragments())
-            for (const Array& array : fragment.arrays) {
-                if (!(array->typeIndex() == Tessel::typeIndexOf<T>())) return {};
-                const T* data = static_cast<const T*>(array->rawData());
-                values.insert(values.end(), data, data + array->elementCount());
-            }
-        if (!values.empty()) return values;
+        if (!Pallion::Tools::fieldHolds<T>(*field)) continue;
+        const std::uint64_t n = Pallion::Tools::elementCountOf(*field);
+        if (n > 0 && (count == 0 || n == count)) return Pallion::Tools::fieldValues<T>(*field);
     }
     return {};
 }
@@ -136,14 +107,15 @@ void heightColour(double t, png_byte* rgb) {
     for (int c = 0; c < 3; ++c) rgb[c] = static_cast<png_byte>(stops[i][c] + f * (stops[i + 1][c] - stops[i][c]));
 }
 
+bool finite(const Tessel::Point& p) { return std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2]); }
+
 }  // namespace
 
-std::string textSummary(const Tessel::Grid& grid) {
+std::string textSummary(const Tessel::Grid& grid, bool partial) {
     std::ostringstream out;
+    if (partial) out << messages::PartialSummary << '\n';
     for (const auto& field : grid.fields()) {
-        std::string type = "(no fragment)";
-        if (!field->fragments().empty()) type = field->fragments()[0].arrays[0]->typeIndex().typeName;
-        out << "field " << field->fieldName() << " : " << type << '\n';
+        out << "field " << field->fieldName() << " : " << typeOf(*field) << '\n';
         for (const auto& fragment : field->fragments())
             for (const Array& array : fragment.arrays) {
                 const std::uint64_t n = array->elementCount();
@@ -153,83 +125,89 @@ std::string textSummary(const Tessel::Grid& grid) {
             }
     }
     for (const auto& name : grid.attributes().names())
-        out << "attribute " << name << " = " << attributeValues(grid.attributes().getAttribute(name)) << '\n';
+        out << "attribute " << name << " = " << attributeValues(grid.attributes().getAttribute(name)).dump() << '\n';
     for (const auto& note : grid.notes()) out << "note from " << note.converter << ":" << note.text << '\n';
     return out.str();
 }
 
-std::string jsonSummary(const Tessel::Grid& grid, const std::string& result) {
-    std::ostringstream out;
-    out << "{\n  \"result\": " << jsonString(result) << ",\n  \"fields\": [";
-    bool firstField = true;
+std::string jsonSummary(const Tessel::Grid& grid, const RunReport& run) {
+    Json json;
+    json["result"] = run.result;
+    json["partial"] = run.partial;
+    if (run.headerLines >= 0)
+        json["options"] = {{"delimiter", run.delimiter}, {"header", run.headerLines}, {"parse", run.parse}};
+    json["guessed"] = run.guessed;
+    json["warnings"] = run.warnings;
+    if (run.failure.aboutALine()) {
+        Json failure = {{"file", run.failure.file}, {"line", run.failure.lineNumber}, {"text", run.failure.line}};
+        if (run.failure.column) failure["column"] = *run.failure.column;
+        if (!run.failure.token.empty() || run.failure.column) failure["token"] = run.failure.token;
+        failure["detail"] = run.failure.detail;
+        failure["hints"] = run.failure.hints;
+        json["failure"] = failure;
+    }
+    if (!run.output.empty()) json["output"] = run.output;
+
+    json["fields"] = Json::array();
     for (const auto& field : grid.fields()) {
-        out << (firstField ? "\n" : ",\n") << "    {\"name\": " << jsonString(field->fieldName());
-        firstField = false;
+        Json entry = {{"name", field->fieldName()}};
         if (!field->fragments().empty()) {
-            const auto& index = field->fragments()[0].arrays[0]->typeIndex();
-            out << ", \"type\": " << jsonString(index.typeName) << ", \"components\": " << index.components;
+            entry["type"] = typeOf(*field);
+            entry["components"] = field->fragments()[0].arrays[0]->typeIndex().components;
         }
-        const std::uint64_t elements = elementsOf(*field);
-        out << ", \"elements\": " << elements << ", \"fragments\": [";
-        bool firstFragment = true;
+        const std::uint64_t elements = Pallion::Tools::elementCountOf(*field);
+        entry["elements"] = elements;
+        entry["fragments"] = Json::array();
         for (const auto& fragment : field->fragments())
-            for (const Array& array : fragment.arrays) {
-                out << (firstFragment ? "" : ", ") << "{\"name\": " << jsonString(fragment.id->name)
-                    << ", \"elements\": " << array->elementCount() << '}';
-                firstFragment = false;
-            }
-        out << ']';
+            for (const Array& array : fragment.arrays)
+                entry["fragments"].push_back({{"name", fragment.id->name}, {"elements", array->elementCount()}});
         if (elements > 0) {
             const Range range = rangeOf(*field);
-            auto list = [&](const std::vector<double>& values) {
-                std::string text = "[";
-                for (std::size_t i = 0; i < values.size(); ++i)
-                    text += (i ? ", " : "") + jsonNumber(values[i], range.single);
-                return text + "]";
-            };
-            out << ", \"min\": " << list(range.min) << ", \"max\": " << list(range.max);
+            for (std::size_t c = 0; c < range.min.size(); ++c) {
+                entry["min"].push_back(jsonNumber(range.min[c], range.single));
+                entry["max"].push_back(jsonNumber(range.max[c], range.single));
+            }
         }
-        out << '}';
+        json["fields"].push_back(entry);
     }
-    out << (firstField ? "" : "\n  ") << "],\n  \"attributes\": {";
-    bool firstAttribute = true;
-    for (const auto& name : grid.attributes().names()) {
-        out << (firstAttribute ? "" : ", ") << jsonString(name) << ": " << '['
-            << attributeValues(grid.attributes().getAttribute(name)) << ']';
-        firstAttribute = false;
+    json["attributes"] = Json::object();
+    for (const auto& name : grid.attributes().names())
+        json["attributes"][name] = attributeValues(grid.attributes().getAttribute(name));
+    json["notes"] = Json::array();
+    for (const auto& note : grid.notes()) json["notes"].push_back({{"converter", note.converter}, {"text", note.text}});
+
+    try {
+        return json.dump(2) + '\n';
+    } catch (const Json::type_error&) {  // bytes that are not UTF-8, in a name or a text
+        json["invalid_utf8_replaced"] = true;
+        return json.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
     }
-    out << "},\n  \"notes\": [";
-    bool firstNote = true;
-    for (const auto& note : grid.notes()) {
-        out << (firstNote ? "" : ", ") << "{\"converter\": " << jsonString(note.converter)
-            << ", \"text\": " << jsonString(note.text) << '}';
-        firstNote = false;
-    }
-    out << "]\n}\n";
-    return out.str();
 }
 
 std::string writePreview(const Tessel::Grid& grid, const std::string& file, unsigned size) {
     const auto points = firstFieldOf<Tessel::Point>(grid);
     if (points.empty()) return std::string(messages::NothingToDraw);
-    const auto colours = firstFieldOf<Tessel::Colour>(grid);
+    const auto colours = firstFieldOf<Tessel::Colour>(grid, points.size());
     const bool coloured = colours.size() == points.size();
 
     double low[3], high[3];
-    for (int c = 0; c < 3; ++c) {
-        low[c] = high[c] = points[0][c];
-        for (const auto& p : points) {
-            low[c] = std::min(low[c], p[c]);
-            high[c] = std::max(high[c], p[c]);
-        }
-    }
+    std::fill(std::begin(low), std::end(low), std::numeric_limits<double>::infinity());
+    std::fill(std::begin(high), std::end(high), -std::numeric_limits<double>::infinity());
+    for (const auto& p : points)
+        if (finite(p))
+            for (int c = 0; c < 3; ++c) {
+                low[c] = std::min(low[c], p[c]);
+                high[c] = std::max(high[c], p[c]);
+            }
+    if (!(low[0] <= high[0])) return std::string(messages::NothingToDraw);
     const double spanX = std::max(high[0] - low[0], 1e-12), spanY = std::max(high[1] - low[1], 1e-12);
     const double scale = (size - 1) / std::max(spanX, spanY);
     const unsigned width = static_cast<unsigned>(spanX * scale) + 1, height = static_cast<unsigned>(spanY * scale) + 1;
     std::vector<png_byte> image(static_cast<std::size_t>(width) * height * 3, 24);
     for (std::size_t i = 0; i < points.size(); ++i) {
-        const auto x = static_cast<unsigned>((points[i][0] - low[0]) * scale);
-        const auto y = height - 1 - static_cast<unsigned>((points[i][1] - low[1]) * scale);
+        if (!finite(points[i])) continue;
+        const auto x = std::min(width - 1, static_cast<unsigned>((points[i][0] - low[0]) * scale));
+        const auto y = height - 1 - std::min(height - 1, static_cast<unsigned>((points[i][1] - low[1]) * scale));
         png_byte* pixel = &image[(static_cast<std::size_t>(y) * width + x) * 3];
         if (coloured) {
             for (int c = 0; c < 3; ++c) pixel[c] = colours[i][c];

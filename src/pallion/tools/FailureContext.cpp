@@ -2,13 +2,21 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
 #include <fstream>
 #include <stdexcept>
+#include <string_view>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "pallion/array/ElementTraits.hpp"
 #include "pallion/convert/Messages.hpp"
-#include "pallion/convert/Parse.hpp"
 #include "pallion/convert/TokenConversion.hpp"
+#include "pallion/tools/Lines.hpp"
 #include "pallion/tools/Messages.hpp"
 
 namespace Pallion::Tools {
@@ -17,10 +25,38 @@ namespace {
 
 constexpr std::size_t ShownLength = 120;
 
-std::vector<std::string> splitLine(const std::string& line, char delimiter) {
-    std::vector<std::string> tokens;
-    split(line.data(), line.size(), tokens, delimiter);
-    return tokens;
+constexpr std::size_t KeptLine = 64 * 1024;
+
+// The tokens the library cuts a line into at `delimiter`, counted without
+// cutting: every delimiter closes one, and what follows the last is one if it
+// is not empty; a NUL byte ends the line.
+std::size_t tokenCount(const std::string& line, char delimiter) {
+    const std::string_view text(line.data(), std::min(line.size(), line.find('\0')));
+    if (text.empty()) return 0;
+    const auto cuts = static_cast<std::size_t>(std::count(text.begin(), text.end(), delimiter));
+    return cuts + (text.back() == delimiter ? 0 : 1);
+}
+
+// The library's own count in its text "... Number of tokens in this line: N", if there.
+std::optional<std::size_t> countInText(const std::string& failure) {
+    static constexpr std::string_view Marker = "Number of tokens in this line: ";
+    const std::size_t at = failure.find(Marker);
+    if (at == std::string::npos) return std::nullopt;
+    std::size_t count = 0;
+    const char* first = failure.data() + at + Marker.size();
+    if (std::from_chars(first, failure.data() + failure.size(), count).ec != std::errc()) return std::nullopt;
+    return count;
+}
+
+// Why a file cannot be opened for reading, in a few words.
+std::string openReason(const std::string& name) {
+    struct stat status {};
+    if (::stat(name.c_str(), &status) != 0) return std::strerror(errno);
+    if (S_ISDIR(status.st_mode)) return std::string(messages::IsADirectory);
+    const int fd = ::open(name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return std::strerror(errno);
+    ::close(fd);
+    return {};
 }
 
 // Shows control bytes, so that a CR or a tab can be seen, and shortens a long line.
@@ -36,7 +72,7 @@ std::string shown(const std::string& line) {
         else
             text += c;
     }
-    if (line.size() > ShownLength) text += "... (" + std::to_string(line.size()) + " bytes)";
+    if (line.size() > ShownLength) text += "...";
     return text;
 }
 
@@ -90,21 +126,22 @@ bool looksLikeWords(const std::string& line) {
 
 }  // namespace
 
-FailurePlace findFailingLine(const TableOptions& options, std::uint64_t rowsStored) {
+FailurePlace findFailingLine(const std::vector<std::string>& files, std::uint32_t headerLines,
+                             std::uint64_t rowsStored) {
     std::uint64_t before = 0;
-    for (const std::string& name : options.files) {
+    for (const std::string& name : files) {
+        // A pipe or a FIFO was read once by the conversion; it is never opened again.
+        if (!isRegularFile(name)) return {};
         std::ifstream in(name, std::ios::binary);
-        std::string line;
-        for (std::uint32_t i = 0; i < options.headerLines && std::getline(in, line);) ++i;
+        for (std::uint32_t i = 0; i < headerLines && skipLine(in);) ++i;
         std::uint64_t row = 0;
-        while (std::getline(in, line)) {
-            if (before + row == rowsStored) {
-                FailurePlace place{name, options.headerLines + row + 1, line, true};
-                std::string rest;
-                while (place.lastLines && std::getline(in, rest)) place.lastLines = rest.empty();
-                return place;
-            }
-            ++row;
+        for (; before + row < rowsStored && skipLine(in);) ++row;
+        FailurePlace place{name, headerLines + row + 1, {}, true, 0};
+        if (before + row == rowsStored && readLine(in, place.line, KeptLine, place.length)) {
+            std::string rest;
+            std::size_t length = 0;
+            while (place.lastLines && readLine(in, rest, 0, length)) place.lastLines = length == 0;
+            return place;
         }
         before += row;
     }
@@ -113,30 +150,50 @@ FailurePlace findFailingLine(const TableOptions& options, std::uint64_t rowsStor
 
 std::string FailureReport::text() const {
     namespace m = messages;
-    if (!aboutALine()) return {};
-    std::string out = std::string(m::AtFile) + file + '\n' + std::string(m::AtLine) + std::to_string(lineNumber) +
-                      '\n' + std::string(m::TheLine) + line + '\n';
+    std::string out;
+    if (!aboutALine()) {
+        for (const std::string& hint : hints) out += hint + '\n';
+        return out;
+    }
+    out = std::string(m::AtFile) + file + '\n' + std::string(m::AtLine) + std::to_string(lineNumber) + '\n' +
+          std::string(m::TheLine) + line + '\n';
     if (!detail.empty()) out += detail + '\n';
     for (const std::string& hint : hints) out += hint + '\n';
     return out;
 }
 
-FailureReport describeFailure(const TableOptions& options, const Parameter& parameter, const std::string& failure,
-                              bool exception, OptionWords words) {
+FailureReport describeFailure(const Parameter& parameter, const std::string& failure, bool exception,
+                              OptionWords words) {
     namespace m = messages;
     FailureReport report;
+    const std::string_view cannotOpen = Pallion::Messages::CannotOpenFile;
+    if (failure.rfind(cannotOpen, 0) == 0) {
+        const std::string name = failure.substr(cannotOpen.size());
+        const std::string reason = openReason(name);
+        if (!reason.empty()) report.hints.push_back(m::fill(m::HintCannotOpen, name.c_str(), reason.c_str()));
+        return report;
+    }
+    if (failure.find("line-size limit") != std::string::npos) {
+        report.hints.push_back(
+            m::fill(m::HintLineLimit, words == OptionWords::CommandLine ? "--max-line" : "max_line="));
+        return report;
+    }
     const bool countFailure = failure.rfind(Pallion::Messages::ColumnIndexOutOfRange, 0) == 0;
     if (!exception && !countFailure) return report;
-    const FailurePlace place = findFailingLine(options, parameter.LineCount);
+    std::vector<std::string> files;
+    if (!parameter.Files.isNull()) files.assign(parameter.Files->begin(), parameter.Files->end());
+    const FailurePlace place = findFailingLine(files, parameter.HeaderLines, parameter.LineCount);
     if (place.file.empty()) return report;
 
     report.file = place.file;
     report.lineNumber = place.lineNumber;
     report.line = shown(place.line);
-    const auto tokens = splitLine(place.line, parameter.Delimiter);
+    if (place.length > ShownLength) report.line += " (" + std::to_string(place.length) + " bytes)";
+    const bool whole = place.length == place.line.size();
+    const std::size_t tokens = countInText(failure).value_or(tokenCount(place.line, parameter.Delimiter));
     std::optional<FailedToken> failed;
     if (countFailure) {
-        report.detail = m::fill(m::TokensMissing, tokens.size(), delimiterName(parameter.Delimiter).c_str(),
+        report.detail = m::fill(m::TokensMissing, tokens, delimiterName(parameter.Delimiter).c_str(),
                                 parameter.HighestColumnIndex, parameter.HighestColumnIndex + 1);
     } else if ((failed = failingToken(parameter))) {
         report.column = failed->column;
@@ -145,19 +202,18 @@ FailureReport describeFailure(const TableOptions& options, const Parameter& para
     }
 
     // Hints, the likeliest cause first.
-    const bool firstDataLine = place.lineNumber == options.headerLines + 1;
+    const bool firstDataLine = place.lineNumber == parameter.HeaderLines + 1;
     if (place.lineNumber == 1 && place.line.rfind("\xEF\xBB\xBF", 0) == 0)
         report.hints.push_back(m::fill(m::HintBom, headerWords(words).c_str()));
     else if (firstDataLine && looksLikeWords(place.line))
         report.hints.push_back(m::fill(m::HintHeader, headerWords(words).c_str()));
     if (place.line.empty()) {
         report.hints.emplace_back(place.lastLines ? m::HintEmptyAtEnd : m::HintEmptyLine);
-    } else if (tokens.size() == 1) {
+    } else if (tokens == 1 && whole) {
         for (char candidate : {',', ';', '\t', ' ', '|'}) {
-            const auto split = splitLine(place.line, candidate);
-            if (candidate != parameter.Delimiter && split.size() > parameter.HighestColumnIndex) {
-                report.hints.push_back(
-                    m::fill(m::HintDelimiter, delimiterWords(words, candidate).c_str(), split.size()));
+            const std::size_t split = tokenCount(place.line, candidate);
+            if (candidate != parameter.Delimiter && split > parameter.HighestColumnIndex) {
+                report.hints.push_back(m::fill(m::HintDelimiter, delimiterWords(words, candidate).c_str(), split));
                 break;
             }
         }

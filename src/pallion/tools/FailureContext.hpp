@@ -18,13 +18,16 @@ namespace Pallion::Tools {
 struct FailurePlace {
     std::string file;
     std::uint64_t lineNumber = 0;  // 1-based, in the file; 0 when unknown
-    std::string line;              // as read, line end not included
+    std::string line;              // as read, line end not included, its first 64 KiB at most
     bool lastLines = false;        // nothing but empty lines follow it
+    std::size_t length = 0;        // the line's full length
 };
 
-// The file and line at which a conversion over `options.files` stopped, after
-// `rowsStored` rows; an empty file name when the rows do not lead to one.
-FailurePlace findFailingLine(const TableOptions& options, std::uint64_t rowsStored);
+// The file and line at which a conversion over `files` stopped, after
+// `rowsStored` rows; an empty file name when the rows do not lead to one, or
+// lead through a file that is not a regular file (it is not read twice).
+FailurePlace findFailingLine(const std::vector<std::string>& files, std::uint32_t headerLines,
+                             std::uint64_t rowsStored);
 
 // How a hint names the option that mends a cause.
 enum class OptionWords {
@@ -42,14 +45,17 @@ struct FailureReport {
     std::vector<std::string> hints;       // "hint: ..." lines, the likeliest cause first
 
     bool aboutALine() const { return !file.empty(); }
-    // The lines as the command-line host prints them, each ending with a line feed.
+    // The lines as the command-line host prints them, each ending with a line
+    // feed; only the hints where the failure is not about a line.
     std::string text() const;
 };
 
 // The context of a conversion that stopped with `failure` (the library's
 // text, or the text of the exception it threw); no file when the failure is
-// not about a line.
-FailureReport describeFailure(const TableOptions& options, const Parameter& parameter, const std::string& failure,
-                              bool exception, OptionWords words = OptionWords::CommandLine);
+// not about a line.  The line is read again from a regular file only, with
+// no more than its first 64 KiB kept, and its tokens are not cut again: the
+// library's own tokens and counts are used.
+FailureReport describeFailure(const Parameter& parameter, const std::string& failure, bool exception,
+                              OptionWords words = OptionWords::CommandLine);
 
 }  // namespace Pallion::Tools

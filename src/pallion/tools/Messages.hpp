@@ -12,8 +12,9 @@ namespace Pallion::Tools::messages {
 // A text of this file with its printf conversions filled in.
 template <class... Values>
 std::string fill(std::string_view pattern, Values... values) {
-    char text[512];
-    std::snprintf(text, sizeof text, std::string(pattern).c_str(), values...);
+    const std::string format(pattern);
+    std::string text(static_cast<std::size_t>(std::snprintf(nullptr, 0, format.c_str(), values...)), '\0');
+    std::snprintf(text.data(), text.size() + 1, format.c_str(), values...);
     return text;
 }
 
@@ -38,7 +39,57 @@ inline constexpr std::string_view HintDelimiter =
 inline constexpr std::string_view HintEmptyAtEnd =
     "hint: the file ends with an empty line, and an empty line ends the conversion: remove it";
 inline constexpr std::string_view HintEmptyLine = "hint: an empty line ends the conversion; no line is ever skipped";
+inline constexpr std::string_view HintCannotOpen = "hint: %s: %s";
+inline constexpr std::string_view IsADirectory = "is a directory";
+inline constexpr std::string_view HintLineLimit =
+    "hint: a longer line is read with %s BYTES; a file without line ends (or /dev/zero) is one endless line";
 inline constexpr std::string_view HintEmptyToken =
     "hint: two delimiters in a row make an empty token; blanks are not merged";
+
+// What was guessed, one line each; the last word in brackets says from what.
+inline constexpr std::string_view GuessedDelimiter = "delimiter: %s (guessed: %zu columns on every sampled line)";
+inline constexpr std::string_view GuessedDelimiterMost = "delimiter: %s (guessed: %zu columns on most sampled lines)";
+inline constexpr std::string_view GuessedDelimiterNone = "delimiter: space (guessed: no delimiter splits the lines)";
+inline constexpr std::string_view GuessedHeader = "header lines: 1 (guessed: the first line is words, not numbers)";
+inline constexpr std::string_view GuessedPointCount = "header lines: 1 (guessed: a point count, as .pts files begin)";
+inline constexpr std::string_view GuessedNoHeader = "header lines: 0 (guessed: the first line is mostly numbers)";
+inline constexpr std::string_view ParseFromNames = "parse: %s (from the header's names)";
+inline constexpr std::string_view ParseForPts = "parse: %s (the .pts columns)";
+inline constexpr std::string_view ParseDefault = "parse: %s (columns without names: a point from the first three)";
+inline constexpr std::string_view ParseNamesReplaced = "parse: %s (header names as column numbers)";
+inline constexpr std::string_view NotReadAhead =
+    "%s is not a regular file and is not read ahead: nothing guessed (delimiter %s, header lines %u, parse %s)";
+
+// Options that cannot be used.
+inline constexpr std::string_view NameNotInHeader =
+    "parse string: column \"%s\" of the entry \"%s\" is not a name in the header; the header's names: %s";
+inline constexpr std::string_view NameWithoutHeader =
+    "parse string: column \"%s\" of the entry \"%s\" is a name, but %s has no header line to find it in";
+inline constexpr std::string_view NameNotReadAhead =
+    "parse string: column \"%s\" of the entry \"%s\" is a name, but %s is not a regular file and is not read "
+    "ahead for its header; give column numbers";
+inline constexpr std::string_view ColumnNotANumber =
+    "parse string: column \"%s\" of the entry \"%s\" is no column number: columns count from 0 to 2147483647";
+inline constexpr std::string_view WideBom =
+    "%s begins with a %s byte order mark: it is not 8-bit text; save it as UTF-8 (without a byte order mark) or "
+    "ASCII";
+inline constexpr std::string_view CannotRead = "cannot read %s: %s";
+
+// Output files.
+inline constexpr std::string_view CannotWriteFile = "cannot write %s: %s";
+inline constexpr std::string_view UnknownFormat =
+    "cannot write %s: the format is taken from the extension, .ply or .h5";
+inline constexpr std::string_view NoHdf5 =
+    "cannot write %s: this build has no HDF5 (libhdf5-dev); build it again with it";
+inline constexpr std::string_view NoPointField = "cannot write %s: no point field with elements to give x, y, z";
+inline constexpr std::string_view CountsDiffer =
+    "cannot write %s: a PLY vertex takes one element of every field, but the fields' element counts differ: %s";
+inline constexpr std::string_view Hdf5Failed = "cannot write %s: HDF5 failed to %s";
+
+// Pre-flight check.
+inline constexpr std::string_view CutShort =
+    "%s, line %llu, column %u: \"%s\" is read as %s; the standard conversion stops where the number ends";
+inline constexpr std::string_view OutOfRange =
+    "%s, line %llu, column %u: %s is out of range for %s and is stored as %s";
 
 }  // namespace Pallion::Tools::messages

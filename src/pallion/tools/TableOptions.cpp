@@ -1,16 +1,76 @@
 #include "pallion/tools/TableOptions.hpp"
 
 #include <algorithm>
+#include <fstream>
 
-#include "pallion/convert/LineReader.hpp"
+#include <sys/stat.h>
+
+#include "pallion/tools/Sniff.hpp"
 
 namespace Pallion::Tools {
+
+namespace {
+
+constexpr std::size_t SampleWindows = 16;
+constexpr std::size_t WindowBytes = 64 * 1024;
+
+// The median length (line end included) of the lines sampled in windows
+// spread evenly across a file of `size` bytes; a line longer than a window
+// counts as one window.  0 when nothing could be read.
+std::uint64_t medianLineLength(const std::string& name, std::uint64_t size) {
+    std::ifstream in(name, std::ios::binary);
+    if (!in || size == 0) return 0;
+    std::vector<std::uint64_t> lengths;
+    std::string window(WindowBytes, '\0');
+    const std::size_t windows = size <= WindowBytes * SampleWindows ? 1 : SampleWindows;
+    for (std::size_t w = 0; w < windows; ++w) {
+        const std::uint64_t offset = size / windows * w;
+        in.clear();
+        in.seekg(static_cast<std::streamoff>(offset));
+        in.read(window.data(), static_cast<std::streamsize>(window.size()));
+        const std::size_t got = static_cast<std::size_t>(in.gcount());
+        // A window that starts inside a line begins to count at its next line.
+        std::size_t start = 0;
+        if (offset > 0) {
+            const std::size_t cut = window.find('\n');
+            if (cut >= got) {
+                lengths.push_back(WindowBytes);
+                continue;
+            }
+            start = cut + 1;
+        }
+        bool whole = false;
+        for (std::size_t end; start < got; start = end + 1) {
+            end = window.find('\n', start);
+            if (end >= got) {
+                // The file's last line without a line end counts; a line cut by the window does not.
+                if (offset + got == size) lengths.push_back(got - start + 1);
+                break;
+            }
+            lengths.push_back(end - start + 1);
+            whole = true;
+        }
+        if (!whole && lengths.empty()) lengths.push_back(WindowBytes);
+    }
+    if (lengths.empty()) return 0;
+    std::nth_element(lengths.begin(), lengths.begin() + static_cast<std::ptrdiff_t>(lengths.size() / 2), lengths.end());
+    return lengths[lengths.size() / 2];
+}
+
+// The library's limit on the bytes of one line, where the Parameter has one.
+template <class P>
+void setLineSizeLimit(P& parameter, std::uint64_t limit) {
+    if constexpr (requires { parameter.LineSizeLimit = limit; }) parameter.LineSizeLimit = limit;
+}
+
+}  // namespace
 
 std::optional<char> delimiterFromName(const std::string& name) {
     if (name == "tab" || name == "t" || name == "\\t" || name == "\t") return '\t';
     if (name == "comma") return ',';
     if (name == "semicolon") return ';';
     if (name == "space") return ' ';
+    if (name == "pipe") return '|';
     if (name.size() == 1) return name[0];
     return std::nullopt;
 }
@@ -30,11 +90,21 @@ std::string delimiterName(char delimiter) {
     }
 }
 
-std::uint64_t judgedRows(const std::vector<std::string>& files, std::uint32_t headerLines) {
+std::string libraryPath(const std::string& name) { return name == "-" ? "/dev/stdin" : name; }
+
+bool isRegularFile(const std::string& name) {
+    struct stat status {};
+    return name != "-" && ::stat(name.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+std::optional<std::uint64_t> judgedRows(const std::vector<std::string>& files) {
     std::uint64_t rows = 0;
     for (const std::string& name : files) {
-        const std::uint64_t lines = estimateLines(name, headerLines);
-        if (lines != UnknownLineCount) rows += lines;
+        struct stat status {};
+        if (name == "-" || ::stat(name.c_str(), &status) != 0) return std::nullopt;
+        if (!S_ISREG(status.st_mode)) return std::nullopt;
+        const auto size = static_cast<std::uint64_t>(status.st_size);
+        if (const std::uint64_t length = medianLineLength(name, size)) rows += (size + length - 1) / length;
     }
     return rows;
 }
@@ -44,15 +114,19 @@ std::uint32_t blockSizeFor(std::uint64_t rows) {
     return static_cast<std::uint32_t>(std::clamp<std::uint64_t>(rows + rows / 4 + 16, 1, largest));
 }
 
-void fillParameter(Parameter& parameter, const TableOptions& options, std::uint64_t judgedRows) {
+void fillParameter(Parameter& parameter, const TableOptions& options, const Resolved& resolved,
+                   std::optional<std::uint64_t> judgedRows) {
     Ravelin::StringListPtr files(new Ravelin::StringList);
-    files->assign(options.files.begin(), options.files.end());
+    for (const std::string& name : options.files) files->push_back(libraryPath(name));
     parameter.Files = files;
-    parameter.HeaderLines = options.headerLines;
-    parameter.Delimiter = options.delimiter;
-    parameter.Parse = options.parse;
+    parameter.HeaderLines = resolved.headerLines;
+    parameter.Delimiter = resolved.delimiter;
+    parameter.Parse = resolved.parse;
     parameter.EPSG = options.epsg;
-    parameter.ChunkSize = options.block ? *options.block : blockSizeFor(judgedRows);
+    if (options.lineSizeLimit) setLineSizeLimit(parameter, *options.lineSizeLimit);
+    parameter.ChunkSize = options.block ? *options.block
+                          : judgedRows  ? blockSizeFor(*judgedRows)
+                                        : Parameter().ChunkSize;
 }
 
 }  // namespace Pallion::Tools

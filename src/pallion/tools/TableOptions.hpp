@@ -1,25 +1,35 @@
 // What a host asks of a text-table conversion, in the words a user gives
-// (a delimiter by name, a block size or none), and the one way it becomes the
-// library's Parameter.  Shared by the command-line host and the Python module.
+// (a delimiter by name, a block size or none, "auto" for what may be
+// guessed), and the one way it becomes the library's Parameter.  Shared by
+// the command-line host and the Python module.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "pallion/Pallion.hpp"
 
 namespace Pallion::Tools {
 
+// The parse string of a table whose columns have no names: a point from the first three.
+inline constexpr std::string_view DefaultParse = "Positions:point:0+1+2";
+// The parse string that asks for the fields to be built from the header's names.
+inline constexpr std::string_view AutoParse = "auto";
+
 struct TableOptions {
-    std::vector<std::string> files;
-    std::uint32_t headerLines = 0;
-    char delimiter = ' ';
-    std::optional<std::uint32_t> block;  // none: judged from the files' sizes
-    std::int32_t epsg = -1;              // -1: none, no attribute stored
-    std::string parse = "Positions:point:0+1+2";
+    std::vector<std::string> files;              // "-" stands for standard input
+    std::optional<std::uint32_t> headerLines;    // none: guessed from the first file
+    std::optional<char> delimiter;               // none: guessed from the first file
+    std::optional<std::uint32_t> block;          // none: judged from the files' sizes
+    std::int32_t epsg = -1;                      // -1: none, no attribute stored
+    std::string parse = std::string(AutoParse);  // "auto", or entries with column numbers or header names
+    std::optional<std::uint64_t> lineSizeLimit;  // bytes of one line; none: the library\'s own limit
 };
+
+struct Resolved;  // Sniff.hpp: the options made concrete
 
 // The delimiter a user names: one character, or tab (t, \t), comma, semicolon, space.
 std::optional<char> delimiterFromName(const std::string& name);
@@ -27,17 +37,28 @@ std::optional<char> delimiterFromName(const std::string& name);
 // The name a user would give for `delimiter`: tab, comma, semicolon, space, or the character quoted.
 std::string delimiterName(char delimiter);
 
-// The rows these files are judged to hold, by the library's own estimate:
-// each file's size over the length of its first data line.  Judged, not
-// counted: lines may differ in length.  A file that cannot be judged adds none.
-std::uint64_t judgedRows(const std::vector<std::string>& files, std::uint32_t headerLines);
+// The name under which the library opens a file the user named: "-" is standard input.
+std::string libraryPath(const std::string& name);
+
+// True for a regular file, checked without opening it.  Only such a file is
+// read ahead or measured; a pipe, a FIFO, a device or standard input is not.
+bool isRegularFile(const std::string& name);
+
+// The rows these files are judged to hold: each file's size over the median
+// length of lines sampled across it, so that one outlying line does not
+// decide.  Judged, not counted.  None when a file is not a regular file (its
+// size cannot be known without reading it); a regular file that cannot be
+// read adds none.
+std::optional<std::uint64_t> judgedRows(const std::vector<std::string>& files);
 
 // A block size for a table of `judgedRows` rows: a quarter more, so that one
 // block usually takes them all, never more than the library's default.
 std::uint32_t blockSizeFor(std::uint64_t judgedRows);
 
-// The Parameter for `options`, with the block size judged where none is given
-// (from `judgedRows` rows).  No progress object is set.
-void fillParameter(Parameter& parameter, const TableOptions& options, std::uint64_t judgedRows);
+// The Parameter for `options` as resolved, with the block size judged where
+// none is given (from `judgedRows` rows; the library's default block where
+// the rows cannot be judged).  No progress object is set.
+void fillParameter(Parameter& parameter, const TableOptions& options, const Resolved& resolved,
+                   std::optional<std::uint64_t> judgedRows);
 
 }  // namespace Pallion::Tools

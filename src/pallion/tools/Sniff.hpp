@@ -1,0 +1,51 @@
+// Guessing how a table is written, in the manner of the CSV sniffers: the
+// delimiter, the header lines and the fields from the header's names, all
+// from the first lines of the first file.  Only a regular file is read ahead;
+// a pipe, a FIFO or standard input is opened once, by the conversion alone,
+// so for those nothing is guessed and what the user did not name keeps its
+// default.  Every guess is told in words, and every option the user names
+// overrides the guess.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "pallion/tools/TableOptions.hpp"
+
+namespace Pallion::Tools {
+
+// The options of a conversion made concrete: what the user named, and what
+// was guessed for the rest.
+struct Resolved {
+    char delimiter = ' ';
+    std::uint32_t headerLines = 0;
+    std::string parse = std::string(DefaultParse);  // columns by number only
+    std::vector<std::string> headerNames;           // the last header line's names, unquoted; empty without a header
+    std::vector<std::string> guessed;  // one line per guess, for display ("delimiter: comma (guessed ...)")
+    std::string failure;               // not empty: the options cannot be used, and why
+    bool readAhead = false;            // the first file was sampled (a regular file)
+};
+
+// Resolves `options` against the first lines of the first file.
+Resolved resolveOptions(const TableOptions& options);
+
+// The header names of one header line split at `delimiter`: blanks around a
+// name and the double quotes around it removed.
+std::vector<std::string> headerNamesOf(const std::string& line, char delimiter);
+
+// The parse string that "auto" stands for, built from a header's names:
+// X/Y/Z (any case) a point field "Positions", R/G/B or Red/Green/Blue an rgb
+// field "Colours", NX/NY/NZ a tvector field "Normals", Intensity a float
+// field, every other column a double field under its own name.
+std::string parseFromNames(const std::vector<std::string>& names);
+
+// The parse string for a .pts table (a point-count line, then rows) of
+// `columns` columns: x y z, then intensity, r g b, or intensity r g b.
+std::string parseForPts(std::size_t columns);
+
+// `parse` with every column given by a header name replaced by its number.
+// Gives the failure text in `failure` where a name is not among `names`.
+std::string parseWithNumbers(const std::string& parse, const std::vector<std::string>& names, std::string& failure);
+
+}  // namespace Pallion::Tools

@@ -1,0 +1,121 @@
+"""The host's output files read back by other tools' readers: PLY by Open3D,
+HDF5 by h5py, with the values of the text they came from.
+
+Run by ctest as: /usr/bin/python3 host_outputs.py PALLION REAL_DATA_DIR
+Exits with 77 (skipped) where open3d or h5py is missing.
+"""
+import os
+import subprocess
+import sys
+import tempfile
+
+try:
+    import h5py
+    import numpy as np
+    import open3d as o3d
+except ImportError as missing:
+    print(f"skipped: {missing}")
+    sys.exit(77)
+
+HOST, REAL = sys.argv[1], sys.argv[2]
+failures = []
+
+
+def check(condition, what):
+    if not condition:
+        failures.append(what)
+        print("FAILED:", what)
+
+
+def run(*arguments, stdin=None):
+    return subprocess.run([HOST, "-q", *arguments], stdin=stdin, capture_output=True, text=True)
+
+
+def fields_of(h5file, name):
+    group = h5file[name]
+    # Fragments in the order the grid made them: their names end in the block number.
+    keys = sorted(group.keys(), key=lambda k: int("".join(c for c in k if c.isdigit())[-6:] or 0))
+    return np.concatenate([group[k][()] for k in keys])
+
+
+with tempfile.TemporaryDirectory() as folder:
+    os.chdir(folder)
+    rng = np.random.default_rng(7)
+    n = 1000
+    xyz = rng.uniform(-1e6, 1e6, (n, 3)).round(6)
+    rgb = rng.integers(0, 256, (n, 3))
+    normals = rng.uniform(-1, 1, (n, 3))
+    intensity = rng.uniform(0, 1, n).astype(np.float32)
+    klass = rng.integers(0, 65536, n)
+    with open("table.txt", "w") as out:
+        out.write("X Y Z Intensity R G B nx ny nz Class\n")
+        for i in range(n):
+            row = [*map(repr, xyz[i]), repr(float(intensity[i])), *map(str, rgb[i]), *map(repr, normals[i]),
+                   str(klass[i])]
+            out.write(" ".join(row) + "\n")
+    parse = "P:point:X+Y+Z,C:rgb:R+G+B,N:tvector:nx+ny+nz,I:float:Intensity,K:uint16_t:Class"
+
+    # PLY, written fragment by fragment (blocks of 64 rows), read by Open3D.
+    result = run("--parse", parse, "--block", "64", "--output", "table.ply", "table.txt")
+    check(result.returncode == 0, f"table.ply: status {result.returncode}: {result.stderr}")
+    cloud = o3d.io.read_point_cloud("table.ply")
+    check(np.array_equal(np.asarray(cloud.points), xyz), "PLY points equal the text's doubles")
+    check(np.array_equal(np.rint(np.asarray(cloud.colors) * 255).astype(int), rgb), "PLY colours equal the text's")
+    check(np.array_equal(np.asarray(cloud.normals), normals), "PLY normals equal the text's")
+    # The scalar properties in their own types, read with the header's layout.
+    with open("table.ply", "rb") as ply:
+        data = ply.read()
+    header, body = data.split(b"end_header\n", 1)
+    types = {"double": "<f8", "float": "<f4", "uchar": "u1", "ushort": "<u2", "int": "<i4", "uint": "<u4"}
+    layout = [(words[2], types[words[1]]) for words in (line.split() for line in header.decode().splitlines())
+              if words and words[0] == "property"]
+    vertices = np.frombuffer(body, dtype=np.dtype(layout))
+    check(len(vertices) == n, "PLY vertex count")
+    check(np.array_equal(vertices["I"], intensity), "PLY float property equals the text's float")
+    check(vertices["K"].dtype == np.uint16 and np.array_equal(vertices["K"], klass), "PLY ushort property")
+
+    # HDF5, the whole grid, read by h5py.
+    result = run("--parse", parse, "--block", "64", "--epsg", "25832", "--output", "table.h5", "table.txt")
+    check(result.returncode == 0, f"table.h5: status {result.returncode}: {result.stderr}")
+    with h5py.File("table.h5", "r") as h5:
+        check(len(h5["P"]) == (n + 63) // 64, "a dataset per fragment")
+        check(np.array_equal(fields_of(h5, "P"), xyz) and h5["P"][sorted(h5["P"])[0]].dtype == np.float64,
+              "HDF5 points as n x 3 float64")
+        check(np.array_equal(fields_of(h5, "C"), rgb) and fields_of(h5, "C").dtype == np.uint8, "HDF5 rgb as uint8")
+        check(np.array_equal(fields_of(h5, "I"), intensity), "HDF5 float field")
+        check(np.array_equal(fields_of(h5, "K"), klass) and fields_of(h5, "K").dtype == np.uint16, "HDF5 uint16")
+        check(list(h5.attrs["EPSG"]) == [25832], "the grid's attribute EPSG")
+        check(h5["notes"]["converter"][0] == b"ascii2z9", "the notes")
+
+    # Standard input is never read ahead, so nothing is guessed: header names cannot be looked up ...
+    with open("table.txt", "rb") as stdin:
+        result = run("--parse", parse, "--output", "piped.h5", "-", stdin=stdin)
+    check(result.returncode == 2 and "not read ahead" in result.stderr, f"names on a pipe: {result.stderr}")
+    check(not os.path.exists("piped.h5"), "no output after a refusal")
+    # ... and with the header and the columns named, it gives the same grid as the file.
+    numbers = "P:point:0+1+2,C:rgb:4+5+6,N:tvector:7+8+9,I:float:3,K:uint16_t:10"
+    with open("table.txt", "rb") as stdin:
+        result = run("--header", "1", "--parse", numbers, "--output", "piped.h5", "-", stdin=stdin)
+    check(result.returncode == 0, f"piped.h5: status {result.returncode}: {result.stderr}")
+    with h5py.File("piped.h5", "r") as piped, h5py.File("table.h5", "r") as filed:
+        for field in ("P", "C", "N", "I", "K"):
+            check(np.array_equal(fields_of(piped, field), fields_of(filed, field)), f"from a pipe: the file's {field}")
+
+    # Every real table converts with the defaults, and its PLY opens in Open3D.
+    if os.path.isdir(REAL):
+        rows = {"pdal_utm17_3_messy.txt": None}  # an empty line ends it: not convertible without repair
+        for name in sorted(os.listdir(REAL)):
+            if not name.endswith((".txt", ".pts")):
+                continue
+            result = run(os.path.join(REAL, name), "--output", name + ".ply")
+            if name in rows:
+                check(result.returncode == 1 and "empty line" in result.stderr, f"{name}: refused with a hint")
+                continue
+            check(result.returncode == 0, f"{name}: status {result.returncode}: {result.stderr}")
+            with open(os.path.join(REAL, name), "rb") as table:
+                lines = [line for line in table.read().splitlines() if line.strip()]
+            cloud = o3d.io.read_point_cloud(name + ".ply")
+            check(len(cloud.points) == len(lines) - 1, f"{name}: {len(cloud.points)} points in Open3D")
+
+print(f"{len(failures)} failure(s)")
+sys.exit(1 if failures else 0)
