@@ -9,9 +9,9 @@
 
 #include "HostMessages.hpp"
 #include "pallion/array/ElementTraits.hpp"
-#include "pallion/convert/Messages.hpp"
-#include "pallion/convert/Parse.hpp"
-#include "pallion/convert/TokenConversion.hpp"
+#include "pallion/convert/detail/Messages.hpp"
+#include "pallion/convert/detail/Parse.hpp"
+#include "pallion/convert/detail/TokenConversion.hpp"
 
 namespace host {
 

@@ -8,7 +8,7 @@
 
 #include "HostMessages.hpp"
 #include "pallion/Pallion.hpp"
-#include "pallion/convert/LineReader.hpp"
+#include "pallion/convert/detail/LineReader.hpp"
 
 namespace host {
 

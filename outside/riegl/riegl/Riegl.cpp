@@ -5,7 +5,7 @@
 #include <cstring>
 #include <memory>
 
-#include "pallion/array/Fragments.hpp"
+#include "pallion/convert/detail/Fragments.hpp"
 
 namespace Riegl {
 

@@ -1,14 +1,14 @@
-#include "pallion/convert/Ascii2Z9.hpp"
+#include "pallion/convert/detail/Ascii2Z9.hpp"
 
 #include <algorithm>
 #include <cstring>
 
 #include "gridnotes/GridNotes.hpp"
-#include "pallion/convert/LineReader.hpp"
-#include "pallion/convert/Messages.hpp"
-#include "pallion/convert/NumberConversion.hpp"
-#include "pallion/convert/Parse.hpp"
-#include "pallion/convert/TokenConversion.hpp"
+#include "pallion/convert/detail/LineReader.hpp"
+#include "pallion/convert/detail/Messages.hpp"
+#include "pallion/convert/detail/NumberConversion.hpp"
+#include "pallion/convert/detail/Parse.hpp"
+#include "pallion/convert/detail/TokenConversion.hpp"
 
 namespace Pallion {
 

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "pallion/array/ElementTraits.hpp"
-#include "pallion/array/Fragments.hpp"
 #include "pallion/convert/Parameter.hpp"
+#include "pallion/convert/detail/Fragments.hpp"
 #include "pallion/memory/Chunk.hpp"
 #include "ravelin/Cacheable.hpp"
 #include "tessel/Grid.hpp"
