@@ -100,13 +100,13 @@ std::string Ascii2Z9::run() {
 }
 
 std::string Ascii2Z9::readFile(const std::string& name) {
-    if (Tessel::isDirectory(name)) return std::string(Messages::CannotOpenFile) + name;
+    if (isDirectory(name)) return std::string(Messages::CannotOpenFile) + name;
     LineReader reader(name);
     if (!reader.isOpen()) return std::string(Messages::CannotOpenFile) + name;
     reader.skipLines(parameter.HeaderLines);
 
     const std::uint64_t estimate = estimateLines(name, parameter.HeaderLines);
-    const std::uint64_t step = Tessel::progressStep(estimate);
+    const std::uint64_t step = progressStep(estimate);
     parameter.CurrentFile = name;
 
     Ravelin::LoaderProgress* progress = parameter.Progress.get();
