@@ -5,12 +5,14 @@
 // with the text "Tellus::Chronometry: not a date: " and the text given.
 #pragma once
 
+#include "tellus/Export.hpp"
+
 #include <cstdint>
 #include <string>
 
 namespace Tellus {
 
-class Chronometry {
+class TELLUS_API Chronometry {
 public:
     explicit Chronometry(const std::string& text);
 
