@@ -25,6 +25,7 @@ install_missing() {
     command -v cmake >/dev/null || need+=(cmake)
     command -v ninja >/dev/null || need+=(ninja-build)
     command -v pkg-config >/dev/null || need+=(pkg-config)
+    command -v dpkg-shlibdeps >/dev/null || need+=(dpkg-dev)
     command -v clang++ >/dev/null || need+=(clang)
     ls /usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a >/dev/null 2>&1 || need+=(libclang-rt-dev)
     command -v clang-format >/dev/null || need+=(clang-format)
