@@ -18,7 +18,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "pallion/convert/Ascii2Z9.hpp"
+#include "pallion/convert/detail/Ascii2Z9.hpp"
 
 namespace {
 

@@ -14,11 +14,11 @@
 #include <unistd.h>
 
 #include "TestSupport.hpp"
-#include "pallion/convert/Ascii2Z9.hpp"
-#include "pallion/convert/LineReader.hpp"
-#include "pallion/convert/Parse.hpp"
-#include "pallion/trajectory/FilenameDatum.hpp"
-#include "pallion/trajectory/Trajectory.hpp"
+#include "pallion/convert/detail/Ascii2Z9.hpp"
+#include "pallion/convert/detail/LineReader.hpp"
+#include "pallion/convert/detail/Parse.hpp"
+#include "pallion/trajectory/detail/FilenameDatum.hpp"
+#include "pallion/trajectory/detail/Trajectory.hpp"
 #include "riegl/Riegl.hpp"
 #include "tellus/Chronometry.hpp"
 

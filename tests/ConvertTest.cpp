@@ -8,8 +8,8 @@
 
 #include "TestSupport.hpp"
 #include "pallion/array/MemArray.hpp"
-#include "pallion/convert/Ascii2Z9.hpp"
-#include "pallion/convert/Parse.hpp"
+#include "pallion/convert/detail/Ascii2Z9.hpp"
+#include "pallion/convert/detail/Parse.hpp"
 
 using namespace Pallion;
 using Tessel::Grid;

@@ -22,9 +22,9 @@
 #include <vector>
 
 #include "pallion/array/ElementTraits.hpp"
-#include "pallion/convert/Ascii2Z9.hpp"
-#include "pallion/convert/Messages.hpp"
-#include "pallion/convert/Parse.hpp"
+#include "pallion/convert/detail/Ascii2Z9.hpp"
+#include "pallion/convert/detail/Messages.hpp"
+#include "pallion/convert/detail/Parse.hpp"
 #include "tessel/Grid.hpp"
 
 namespace reference {

@@ -6,12 +6,14 @@
 // control bytes escaped (a NUL as \0), so that the message shows all of it.
 #pragma once
 
+#include "tellus/Export.hpp"
+
 #include <cstdint>
 #include <string>
 
 namespace Tellus {
 
-class Chronometry {
+class TELLUS_API Chronometry {
 public:
     explicit Chronometry(const std::string& text);
 

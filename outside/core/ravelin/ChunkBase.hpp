@@ -1,6 +1,8 @@
 // A counted block of memory, handed around without knowledge of its element type.
 #pragma once
 
+#include "ravelin/Export.hpp"
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -14,7 +16,7 @@ class ChunkBase;
 // The counted pointer through which chunks are handed around.
 using ChunkPtr = StrongPtr<ChunkBase, ChunkBase>;
 
-class ChunkBase : public ReferenceBase<ChunkBase> {
+class RAVELIN_API ChunkBase : public ReferenceBase<ChunkBase> {
 public:
     // Bytes held by all chunks: elements times element size, as made.
     static std::atomic<std::int64_t> TotalMemsize;

@@ -1,14 +1,14 @@
-#include "pallion/convert/Ascii2Z9.hpp"
+#include "pallion/convert/detail/Ascii2Z9.hpp"
 
 #include <algorithm>
 #include <cstring>
 
 #include "gridnotes/GridNotes.hpp"
-#include "pallion/convert/LineReader.hpp"
-#include "pallion/convert/Messages.hpp"
-#include "pallion/convert/NumberConversion.hpp"
-#include "pallion/convert/Parse.hpp"
-#include "pallion/convert/TokenConversion.hpp"
+#include "pallion/convert/detail/LineReader.hpp"
+#include "pallion/convert/detail/Messages.hpp"
+#include "pallion/convert/detail/NumberConversion.hpp"
+#include "pallion/convert/detail/Parse.hpp"
+#include "pallion/convert/detail/TokenConversion.hpp"
 #include "pallion/detail/Platform.hpp"
 
 namespace Pallion {
@@ -133,7 +133,7 @@ std::string Ascii2Z9::readFile(const std::string& name) {
     // Only a regular file is judged; anything else (a FIFO, a pipe, a device)
     // is opened this once and read only by the line loop.
     if (reader.fileSize() > 0) estimate = estimateLines(name, parameter.HeaderLines, parameter.LineSizeLimit);
-    const std::uint64_t step = Tessel::progressStep(estimate);
+    const std::uint64_t step = progressStep(estimate);
     parameter.CurrentFile = name;
 
     std::uint64_t reportAt = nextMultiple(parameter.LineCount, step);

@@ -1,4 +1,4 @@
-#include "pallion/convert/LineReader.hpp"
+#include "pallion/convert/detail/LineReader.hpp"
 
 #include <cstring>
 #include <utility>

@@ -57,7 +57,7 @@ struct Parameter {
     std::string CurrentFile;
 
     // The caller's settings as a text, one line each, as it is noted in the grid.
-    std::string speak() const;
+    PALLION_API std::string speak() const;
 };
 
 }  // namespace Pallion

@@ -1,12 +1,12 @@
-#include "pallion/convert/Parse.hpp"
+#include "pallion/convert/detail/Parse.hpp"
 
 #include <cstring>
 #include <limits>
 #include <stdexcept>
 
 #include "pallion/array/ElementTraits.hpp"
-#include "pallion/convert/ColumnTypes.hpp"
-#include "pallion/convert/Messages.hpp"
+#include "pallion/convert/detail/ColumnTypes.hpp"
+#include "pallion/convert/detail/Messages.hpp"
 
 namespace Pallion {
 

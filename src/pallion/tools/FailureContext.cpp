@@ -14,8 +14,8 @@
 #include <unistd.h>
 
 #include "pallion/array/ElementTraits.hpp"
-#include "pallion/convert/Messages.hpp"
-#include "pallion/convert/TokenConversion.hpp"
+#include "pallion/convert/detail/Messages.hpp"
+#include "pallion/convert/detail/TokenConversion.hpp"
 #include "pallion/tools/Lines.hpp"
 #include "pallion/tools/Messages.hpp"
 

@@ -6,7 +6,7 @@
 #include <stdexcept>
 
 #include "pallion/array/ElementTraits.hpp"
-#include "pallion/convert/Parse.hpp"
+#include "pallion/convert/detail/Parse.hpp"
 #include "pallion/tools/Lines.hpp"
 #include "pallion/tools/Messages.hpp"
 #include "pallion/tools/TableOptions.hpp"

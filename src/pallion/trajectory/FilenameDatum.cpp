@@ -1,10 +1,10 @@
-#include "pallion/trajectory/FilenameDatum.hpp"
+#include "pallion/trajectory/detail/FilenameDatum.hpp"
 
 #include <stdexcept>
 #include <vector>
 
-#include "pallion/convert/Parse.hpp"
-#include "pallion/trajectory/Messages.hpp"
+#include "pallion/convert/detail/Parse.hpp"
+#include "pallion/trajectory/detail/Messages.hpp"
 #include "ravelin/Console.hpp"
 
 namespace Pallion {

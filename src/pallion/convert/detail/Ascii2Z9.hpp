@@ -6,9 +6,9 @@
 
 #include "pallion/Pallion.hpp"
 #include "pallion/array/ElementTraits.hpp"
-#include "pallion/convert/Columns.hpp"
 #include "pallion/convert/Parameter.hpp"
-#include "pallion/convert/RowPlan.hpp"
+#include "pallion/convert/detail/Columns.hpp"
+#include "pallion/convert/detail/RowPlan.hpp"
 #include "tessel/Grid.hpp"
 
 namespace Pallion {

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <string>
 
-#include "pallion/trajectory/GeoReferenceSystem.hpp"
+#include "pallion/trajectory/detail/GeoReferenceSystem.hpp"
 
 namespace Pallion {
 
