@@ -234,8 +234,8 @@ case "${1:-}" in
             echo "$(basename "$deb"): $(dpkg-deb --field "$deb" Depends)"
             dpkg-deb -c "$deb" | grep -q "./usr/share/doc/$package/copyright$" ||
                 { echo "$package: no copyright file"; exit 1; }
-            if dpkg-deb -c "$deb" | grep -E '\.(so|a)(\.[0-9.]+)?$' | grep -v "/usr/lib/$multiarch/"; then
-                echo "$package: a library outside /usr/lib/$multiarch (above)"; exit 1
+            if dpkg-deb -c "$deb" | grep -E '\.(so|a)(\.[0-9.]+)?$' | grep -v -e "/usr/lib/$multiarch/" -e "/usr/lib/python3/dist-packages/"; then
+                echo "$package: a library outside /usr/lib/$multiarch and the Python package folder (above)"; exit 1
             fi
             dpkg-deb -x "$deb" "$scratch/root"
         done

@@ -4,6 +4,7 @@
 #   libpallion-dev       development: headers, CMake package, pkg-config file, .so links
 #   pallion              the command-line host
 #   libpallion-outside   the stand-ins of the outside components, whole
+#   python3-pallion      the Python package
 # Libraries go to the multiarch folder (CMAKE_INSTALL_LIBDIR under /usr);
 # each package carries /usr/share/doc/<package>/copyright.
 set(pallion_so ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
@@ -11,6 +12,7 @@ set(pallion_deb_runtime libpallion${pallion_so})
 set(pallion_deb_development libpallion-dev)
 set(pallion_deb_host pallion)
 set(pallion_deb_standins libpallion-outside)
+set(pallion_deb_python python3-pallion)
 
 set(pallion_components runtime development)
 if(TARGET pallion_host)
@@ -18,6 +20,9 @@ if(TARGET pallion_host)
 endif()
 if(PALLION_STANDINS)
   list(APPEND pallion_components standins)
+endif()
+if(PALLION_PYTHON)
+  list(APPEND pallion_components python)
 endif()
 foreach(component IN LISTS pallion_components)
   set(package ${pallion_deb_${component}})
@@ -50,8 +55,18 @@ set(CPACK_COMPONENT_HOST_DESCRIPTION "Pallion: command-line converter of text ta
 set(CPACK_DEBIAN_HOST_PACKAGE_SECTION science)
 set(CPACK_COMPONENT_STANDINS_DESCRIPTION "Pallion: stand-ins of the outside components, libraries and headers")
 set(CPACK_DEBIAN_STANDINS_PACKAGE_SECTION libdevel)
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION "Pallion: Python package, fields as numpy arrays")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+if(PALLION_PYTHON)
+  # The module is built for one minor version of the interpreter.
+  math(EXPR pallion_python_next "${Python_VERSION_MINOR} + 1")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= ${Python_VERSION_MAJOR}.${Python_VERSION_MINOR}), \
+python3 (<< ${Python_VERSION_MAJOR}.${pallion_python_next}), python3-numpy")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "python3-pandas, python3-dask, python3-distributed")
+endif()
 if(PALLION_STANDINS)
   set(CPACK_COMPONENT_RUNTIME_DEPENDS standins)
   set(CPACK_COMPONENT_HOST_DEPENDS standins)
+  set(CPACK_COMPONENT_PYTHON_DEPENDS standins)
 endif()
 include(CPack)
