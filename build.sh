@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # One entry for users and CI.
 #   ./build.sh sample     builds the library and converts the shipped sample table
-#   ./build.sh test       builds and runs the whole test suite (optimised build)
+#   ./build.sh test       builds and runs the whole test suite (optimised build), the long
+#                         differential runs included (PALLION_LONG_TESTS)
 #   ./build.sh sanitize   builds and runs the whole test suite under ASan and UBSan
 #   ./build.sh tsan       builds and runs the whole test suite under ThreadSanitizer
 #   ./build.sh fuzz [S]   builds the fuzz targets and runs each for S seconds (60), failing on a finding
@@ -56,8 +57,9 @@ consume() {
     "$2/consumer"
 }
 
+# Configures and builds a preset ($1), with further cache settings (-D...) after it.
 build() {
-    cmake --preset "$1" >/dev/null
+    cmake --preset "$1" "${@:2}" >/dev/null
     cmake --build --preset "$1"
 }
 
@@ -76,17 +78,17 @@ case "${1:-}" in
         ;;
     test)
         install_missing
-        build release
+        build release -DPALLION_LONG_TESTS=ON
         ctest --preset release
         ;;
     sanitize)
         install_missing
-        build sanitize
+        build sanitize -DPALLION_LONG_TESTS=ON
         ctest --preset sanitize
         ;;
     tsan)
         install_missing
-        build tsan
+        build tsan -DPALLION_LONG_TESTS=ON
         ctest --preset tsan
         ;;
     fuzz)
