@@ -65,51 +65,51 @@ TEST(Parse, SplitKeepsEmptyPiecesButNoTrailingOne) {
     EXPECT_EQ(cut("a  b", ' '), (V{"a", "", "b"}));
 }
 
+// Each parse string with its text, the entries kept before a failure and the
+// highest column taken in (numbers are taken in before their count is tested).
 TEST(Parse, MessagesInTheOrderOfTheChecks) {
-    auto parse = [](const std::string& text, Parameter& p) {
-        p.Parse = text;
-        return parseUserInputToContainer(p);
+    struct Case {
+        std::string parse, result;
+        std::size_t entries;
+        std::uint32_t highest;
     };
-    auto fresh = [&](const std::string& text) {
+    const std::string wrong = "\nparseUserInputToContainer: parse string wrong: ";
+    const std::string count = "parseUserInputToContainer: column number wrong: ";
+    const std::string type = "parseUserInputToContainer: type not supported: ";
+    const Case cases[] = {
+        {",P:point:0+1+2", wrong + ",P:point:0+1+2", 0, 0},
+        {"P:point:0+1+2,Name:double:", wrong + "P:point:0+1+2,Name:double:", 1, 2},
+        {"A:double::", count, 0, 0},
+        {"A:point:4", count + "4", 0, 4},       // a point needs three columns
+        {"A:nosuch:1+7", count + "1+7", 0, 7},  // the count before the type
+        {"A:Double:1", type + "Double", 0, 1},
+        {"A: double:1", type + " double", 0, 1},
+        {"", "", 0, 0},
+        {":double:2abc+0+1,:uint8_t:5,", "", 2, 5},
+        {"A:int:-1", "", 1, 4294967295u},
+    };
+    for (const Case& c : cases) {
         Parameter p;
-        return parse(text, p);
-    };
-    EXPECT_EQ(fresh(",P:point:0+1+2"), "\nparseUserInputToContainer: parse string wrong: ,P:point:0+1+2");
-    EXPECT_EQ(fresh("A:double::"), "parseUserInputToContainer: column number wrong: ");
-    EXPECT_EQ(fresh("A:Double:1"), "parseUserInputToContainer: type not supported: Double");
-    EXPECT_EQ(fresh("A: double:1"), "parseUserInputToContainer: type not supported:  double");
-    EXPECT_EQ(fresh("A:point:4"), "parseUserInputToContainer: column number wrong: 4");  // a point needs three
-
-    Parameter empty;
-    EXPECT_EQ(parse("", empty), "");
-    EXPECT_TRUE(empty.Container.empty());
-    Parameter q;
-    EXPECT_EQ(parse("P:point:0+1+2,Name:double:", q),
-              "\nparseUserInputToContainer: parse string wrong: P:point:0+1+2,Name:double:");
-    EXPECT_EQ(q.Container.size(), 1u);  // entries before the faulty one stay
-    Parameter t;
-    EXPECT_EQ(parse("A:nosuch:1+7", t), "parseUserInputToContainer: column number wrong: 1+7");  // count before type
-    EXPECT_EQ(t.HighestColumnIndex, 7u);  // numbers are taken in before the count is tested
-
-    Parameter ok;
-    EXPECT_EQ(parse(":double:2abc+0+1,:uint8_t:5,", ok), "");
-    ASSERT_EQ(ok.Container.size(), 2u);
-    EXPECT_EQ(ok.Container[0].FieldName, "");
-    EXPECT_EQ(ok.Container[0].Columns, (std::vector<std::uint32_t>{2, 0, 1}));
-    EXPECT_EQ(ok.HighestColumnIndex, 5u);
-    Parameter neg;
-    EXPECT_EQ(parse("A:int:-1", neg), "");
-    EXPECT_EQ(neg.HighestColumnIndex, 4294967295u);
-
+        p.Parse = c.parse;
+        EXPECT_EQ(parseUserInputToContainer(p), c.result) << c.parse;
+        EXPECT_EQ(p.Container.size(), c.entries) << c.parse;
+        EXPECT_EQ(p.HighestColumnIndex, c.highest) << c.parse;
+        if (c.entries == 2) {  // the name before the first colon, even an empty one; columns in order
+            EXPECT_EQ(p.Container[0].FieldName, "");
+            EXPECT_EQ(p.Container[0].Columns, (std::vector<std::uint32_t>{2, 0, 1}));
+        }
+    }
     Parameter bad;
+    bad.Parse = "A:double:0,B:int:+1++2";
     try {
-        parse("A:double:0,B:int:+1++2", bad);
+        parseUserInputToContainer(bad);
         FAIL();
     } catch (const std::invalid_argument& e) {
         EXPECT_STREQ(e.what(), "stoi");
     }
     EXPECT_EQ(bad.Container.size(), 1u);
-    EXPECT_THROW(fresh("A:int:99999999999"), std::out_of_range);
+    bad.Parse = "A:int:99999999999";
+    EXPECT_THROW(parseUserInputToContainer(bad), std::out_of_range);
 }
 
 // OnFragment sees the very chunk that becomes the fragment: what it changes is in the grid.
