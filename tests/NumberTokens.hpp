@@ -14,6 +14,8 @@
 namespace numbertokens {
 
 inline constexpr const char* HardTokens[] = {
+    // Plain decimals, each one correctly rounded division of two exact numbers.
+    "0.3", "-123.456", "4320978.61", "0.000001",
     // The grammar's corners.
     "", ".", "-", "+", "-.", ".e5", "1e", "1e+", "1.e5", "5.", "+.5e-3", "1.5,2", "12abc", "1.5.5", "1e5\r", " 12",
     "\t\n\v\f\r 7", "00012",
