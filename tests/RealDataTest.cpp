@@ -33,6 +33,8 @@ const RealTable RealTables[] = {
     {"pdal_utm17_1.txt", Point, ',', 4096, 0, "invalid_argument: stod", 0},  // the header read as a row
 };
 
+void PrintTo(const RealTable& table, std::ostream* out) { *out << table.file; }
+
 class RealData : public testing::TestWithParam<RealTable> {};
 
 }  // namespace
