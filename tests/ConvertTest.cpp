@@ -12,9 +12,9 @@
 
 using namespace Pallion;
 using Tessel::Grid;
+using testsupport::fieldValues;
 using testsupport::fileList;
 using testsupport::fragmentNames;
-using testsupport::fragmentValues;
 using testsupport::TempDir;
 
 namespace {
@@ -123,7 +123,7 @@ TEST(Convert, OnFragmentEditsTheChunkThatBecomesTheFragment) {
         for (auto& point : *dynamic_cast<Ravelin::Chunk<Tessel::Point>*>(chunk.get())) point[2] = -point[2];
     };
     EXPECT_EQ(ascii2z9(grid, p), "");
-    EXPECT_EQ(testsupport::fieldValues<Tessel::Point>(grid, "Positions"),
+    EXPECT_EQ(fieldValues<Tessel::Point>(grid, "Positions"),
               (std::vector<Tessel::Point>{Quillon::make<Tessel::Point>(1.0, 2.0, -3.0),
                                           Quillon::make<Tessel::Point>(4.0, 5.0, -6.0),
                                           Quillon::make<Tessel::Point>(7.0, 8.0, -9.0)}));
@@ -213,7 +213,7 @@ TEST(Convert, ALocaleWithADecimalCommaIsHonouredAsTheStandardFunctionsDo) {
     const std::string result = ascii2z9(grid, p);
     std::setlocale(LC_NUMERIC, previous.c_str());
     EXPECT_EQ(result, "");
-    EXPECT_EQ(fragmentValues<Tessel::Point>(grid, "Positions", "de0"),
+    EXPECT_EQ(fieldValues<Tessel::Point>(grid, "Positions"),
               (std::vector<Tessel::Point>{Quillon::make<Tessel::Point>(1.0, 2.5, 3.0)}));  // stod stops at the '.'
-    EXPECT_EQ(fragmentValues<float>(grid, "F", "de0"), std::vector<float>{2.25f});
+    EXPECT_EQ(fieldValues<float>(grid, "F"), std::vector<float>{2.25f});
 }

@@ -58,19 +58,6 @@ inline Ravelin::StringListPtr fileList(std::initializer_list<std::string> names)
     return Ravelin::StringListPtr(new Ravelin::StringList(names));
 }
 
-// The elements of one fragment of a field, as its chunk holds them; empty when
-// the field, the fragment or an array of type T is missing.
-template <class T>
-std::vector<T> fragmentValues(const Tessel::Grid& grid, const std::string& field, const std::string& fragment) {
-    const auto f = grid.field(field);
-    const auto* entry = f.isNull() ? nullptr : f->fragment(fragment);
-    if (entry == nullptr) return {};
-    const auto* array = dynamic_cast<const Tessel::MemArray<1, T>*>(entry->arrays.at(0).get());
-    if (array == nullptr) return {};
-    const T* data = static_cast<const T*>(array->rawData());
-    return std::vector<T>(data, data + array->elementCount());
-}
-
 // The elements of every fragment of a field, one after the other.
 template <class T>
 std::vector<T> fieldValues(const Tessel::Grid& grid, const std::string& field) {
