@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # One entry for users and CI.
 #   ./build.sh sample     builds the library and converts the shipped sample table
-#   ./build.sh test       builds and runs the whole test suite (optimised build)
+#   ./build.sh test       builds and runs the whole test suite (optimised build), the long
+#                         differential runs included (PALLION_LONG_TESTS)
 #   ./build.sh sanitize   builds and runs the whole test suite under ASan and UBSan (vectors annotated)
 #   ./build.sh ubsan      builds with clang and runs the whole test suite under UBSan, float-cast-overflow included
 #   ./build.sh static     builds static libraries, runs the whole suite, and builds the separate project against them
@@ -106,8 +107,9 @@ exported() {
     nm -D --defined-only -C "$1" | sed -E 's/^[0-9a-f]+ //' | LC_ALL=C sort -u
 }
 
+# Configures and builds a preset ($1), with further cache settings (-D...) after it.
 build() {
-    cmake --preset "$1" >/dev/null
+    cmake --preset "$1" "${@:2}" >/dev/null
     cmake --build --preset "$1"
 }
 
@@ -131,18 +133,17 @@ case "${1:-}" in
         ;;
     test)
         install_missing
-        cmake --preset release -DPALLION_PYTHON=ON >/dev/null  # the Python tests are never left out
-        build release
+        build release -DPALLION_PYTHON=ON -DPALLION_LONG_TESTS=ON  # the Python tests are never left out
         ctest --preset release
         ;;
     sanitize)
         install_missing
-        build sanitize
+        build sanitize -DPALLION_LONG_TESTS=ON
         ctest --preset sanitize
         ;;
     tsan)
         install_missing
-        build tsan
+        build tsan -DPALLION_LONG_TESTS=ON
         ctest --preset tsan
         ;;
     fuzz)

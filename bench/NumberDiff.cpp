@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "NumberTokens.hpp"
+#include "NumberTokenMaker.hpp"
 
 int main(int argc, char** argv) {
     const std::uint64_t count = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 10'000'000;

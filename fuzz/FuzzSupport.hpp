@@ -1,42 +1,19 @@
 // What the fuzz targets share: a scratch folder made once per process and
-// removed at its end, and the way a target reports a finding.
+// removed at its end (the tests' temporary directory), and the way a target
+// reports a finding.
 #pragma once
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <random>
 #include <string>
+
+#include "TestSupport.hpp"
 
 namespace fuzzsupport {
 
-class Scratch {
-public:
-    Scratch() {
-        const auto base = std::filesystem::temp_directory_path();
-        std::random_device random;
-        do root_ = base / ("pallion-fuzz-" + std::to_string(random()));
-        while (!std::filesystem::create_directory(root_));
-    }
-    ~Scratch() {
-        std::error_code ignored;
-        std::filesystem::remove_all(root_, ignored);
-    }
-    // Writes `bytes` into the file `name` of the folder and gives its path.
-    std::string write(const std::string& name, const std::string& bytes) const {
-        const auto file = root_ / name;
-        std::ofstream(file, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-        return file.string();
-    }
-
-private:
-    std::filesystem::path root_;
-};
-
-inline const Scratch& scratch() {
-    static const Scratch folder;
+inline const testsupport::TempDir& scratch() {
+    static const testsupport::TempDir folder;
     return folder;
 }
 

@@ -41,7 +41,7 @@ inline constexpr const char* ParseStrings[] = {
 };
 
 struct Settings {
-    std::vector<std::string> files;
+    std::vector<std::string> files = {};
     std::uint32_t headerLines = 0;
     std::string parse = "Positions:point:0+1+2";
     char delimiter = ' ';

@@ -1,9 +1,13 @@
-// Helpers shared by the tests: a fresh temporary directory per test, and the
-// location of the real tables beside the project.
+// Helpers shared by the tests and the fuzz targets: a fresh temporary
+// directory, the location of the real tables beside the project, and the
+// values of a field read back from a grid.
 #pragma once
 
 #include <filesystem>
+#include <fstream>
 #include <initializer_list>
+#include <random>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -16,14 +20,31 @@ namespace testsupport {
 // A fresh directory under the system's temporary directory, removed with the object.
 class TempDir {
 public:
-    TempDir();
-    ~TempDir();
+    TempDir() {
+        std::random_device device;
+        for (int attempt = 0; attempt < 100; ++attempt) {
+            auto candidate = std::filesystem::temp_directory_path() / ("pallion-test-" + std::to_string(device()));
+            if (std::filesystem::create_directory(candidate)) {
+                root = candidate;
+                return;
+            }
+        }
+        throw std::runtime_error("cannot make a temporary directory");
+    }
+    ~TempDir() {
+        std::error_code ignored;
+        std::filesystem::remove_all(root, ignored);
+    }
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
 
     const std::filesystem::path& path() const { return root; }
     // Writes `content` byte for byte into a file of this directory and gives its path.
-    std::string write(const std::string& name, const std::string& content) const;
+    std::string write(const std::string& name, const std::string& content) const {
+        const auto file = root / name;
+        std::ofstream(file, std::ios::binary).write(content.data(), static_cast<std::streamsize>(content.size()));
+        return file.string();
+    }
 
 private:
     std::filesystem::path root;
@@ -35,19 +56,6 @@ std::filesystem::path realDataDir();
 // A counted list of file names, as a Parameter or the trajectory entry takes it.
 inline Ravelin::StringListPtr fileList(std::initializer_list<std::string> names) {
     return Ravelin::StringListPtr(new Ravelin::StringList(names));
-}
-
-// The elements of one fragment of a field, as its chunk holds them; empty when
-// the field, the fragment or an array of type T is missing.
-template <class T>
-std::vector<T> fragmentValues(const Tessel::Grid& grid, const std::string& field, const std::string& fragment) {
-    const auto f = grid.field(field);
-    const auto* entry = f.isNull() ? nullptr : f->fragment(fragment);
-    if (entry == nullptr) return {};
-    const auto* array = dynamic_cast<const Tessel::MemArray<1, T>*>(entry->arrays.at(0).get());
-    if (array == nullptr) return {};
-    const T* data = static_cast<const T*>(array->rawData());
-    return std::vector<T>(data, data + array->elementCount());
 }
 
 // The elements of every fragment of a field, one after the other.

@@ -1,7 +1,5 @@
-// Trajectory conversion: dates, file names, attributes, the entry and its readers.
+// Trajectory conversion: file names, attributes and the entry.
 #include <gtest/gtest.h>
-
-#include <fstream>
 
 #include "TestSupport.hpp"
 #include "pallion/memory/Chunk.hpp"
@@ -10,7 +8,6 @@
 #include "pallion/trajectory/detail/Trajectory.hpp"
 #include "ravelin/Console.hpp"
 #include "riegl/Riegl.hpp"
-#include "tellus/Chronometry.hpp"
 
 using namespace Pallion;
 using Tessel::Grid;
@@ -48,33 +45,11 @@ std::string textTrajectory(int weekDay, int rows, double firstSecondOfDay = 3600
 
 }  // namespace
 
-TEST(Chronometry, DatesWeekDaysAndRefusals) {
-    Tellus::Chronometry tuesday("20260310");
-    EXPECT_EQ(tuesday.WeekDay, 2);
-    EXPECT_EQ(tuesday.ddmmyyyy('.'), "10.03.2026");
-    EXPECT_EQ(Tellus::Chronometry("2026-03-15").WeekDay, 0);  // Sunday
-    EXPECT_EQ(Tellus::Chronometry("2026-03-14").WeekDay, 6);  // Saturday
-    EXPECT_EQ(Tellus::Chronometry("20000101").WeekDay, 6);
-    EXPECT_EQ(Tellus::Chronometry("20240229").ddmmyyyy('-'), "29-02-2024");
-    for (const char* bad : {"20261301", "20260230", "21000229", "2026031a", "2026-3-10", "", "202603100"}) {
-        try {
-            Tellus::Chronometry date(bad);
-            ADD_FAILURE() << bad;
-        } catch (const std::invalid_argument& e) {
-            EXPECT_EQ(std::string(e.what()), std::string("Tellus::Chronometry: not a date: ") + bad);
-        }
-    }
-}
-
 TEST(FileNames, SixPiecesOrAConsoleMessage) {
     ConsoleCapture console;
     auto geo = parseFilenameForGeoDatum("__007_20260315_EPSG25832_EPSG-0042");
     ASSERT_FALSE(geo.isNull());
-    EXPECT_EQ(geo->Name, "");
-    EXPECT_EQ(geo->FileNr, 7);
-    EXPECT_EQ(geo->EPSGSpatial, 25832);
-    EXPECT_EQ(geo->EPSGHeight, -42);
-    EXPECT_EQ(geo->speak(),
+    EXPECT_EQ(geo->speak(),  // every piece as read
               "Name=\nFileNr=7\nEPSGSpatial=25832\nEPSGHeight=-42\nDate=15.03.2026\nWeekDay=0 (Sun=0, "
               "Mo=1,Tu=2,We=3,Th=4,Fr=5,Sa=6)");
 
@@ -139,80 +114,6 @@ TEST(Attributes, OneFileTwoFilesAndASecondProject) {
     const auto stamp = grid.timeStamp();
     EXPECT_EQ(addAttributeToGrid(grid, "NameOfProject", std::string("Harbour"), false), "");
     EXPECT_GT(grid.timeStamp(), stamp);
-}
-
-TEST(GpsTime, SecondsOfTheWeekBecomeSecondsOfTheDay) {
-    auto* times = new Ravelin::Chunk<double>(std::vector<double>{172800.0, 259199.5});  // Tuesday 00:00 and 23:59:59.5
-    Riegl::ChunkPtr chunk(times);
-    std::string failure;
-    const int tuesday = 2;
-    Riegl::modifyGPSTime(failure, tuesday, chunk, "Roll");
-    EXPECT_EQ((*times)[0], 172800.0);  // other fields are left alone
-    Riegl::modifyGPSTime(failure, tuesday, chunk, "GPSTime");
-    EXPECT_EQ(failure, "");
-    EXPECT_EQ(times->vector(), (std::vector<double>{0.0, 86399.5}));
-
-    auto* late = new Ravelin::Chunk<double>(std::vector<double>{200000.0, 259200.0});  // Wednesday 00:00
-    Riegl::ChunkPtr lateChunk(late);
-    Riegl::modifyGPSTime(failure, tuesday, lateChunk, "GPSTime");
-    EXPECT_EQ(failure, "modifyGPSTime: GPS time 259200.000000 does not lie within week day 2");
-    EXPECT_EQ((*late)[0], 200000.0);  // unchanged
-    Riegl::modifyGPSTime(failure, tuesday, Riegl::ChunkPtr(new Ravelin::Chunk<float>(1)), "GPSTime");
-    EXPECT_EQ(failure, "modifyGPSTime: GPS time 259200.000000 does not lie within week day 2");  // the first stays
-    std::string other;
-    Riegl::modifyGPSTime(other, tuesday, Riegl::ChunkPtr(new Ravelin::Chunk<float>(1)), "GPSTime");
-    EXPECT_EQ(other, "modifyGPSTime: the GPSTime chunk holds no doubles");
-}
-
-TEST(Readers, BinaryLayoutsAndTheirFailures) {
-    TempDir dir;
-    std::vector<Riegl::Record> records;
-    for (int i = 0; i < 5; ++i) records.push_back({100.0 + i, 1.0 * i, 2.0, 3.0, 0.1, 0.2, 0.3 * i});
-    const auto pof = (dir.path() / "p.pof").string();
-    ASSERT_TRUE(Riegl::writeTrajectoryFile(pof, false, 25832, records));
-    Grid grid;
-    EXPECT_EQ(convertPOFtoZ9(pof, grid, 25832, noProgress), "");
-    auto positions = grid.field("Positions");
-    ASSERT_FALSE(positions.isNull());
-    EXPECT_EQ(positions->fragments()[0].id->name, "p0");
-    EXPECT_EQ(positions->fragments()[0].arrays[0]->elementText(4), "{4.000000,2.000000,3.000000}");
-    EXPECT_EQ(grid.field("Yaw")->fragments()[0].arrays[0]->elementText(4), "1.200000");
-
-    EXPECT_EQ(convertPOFtoZ9(pof, grid, 4326, noProgress),
-              "convertPOFtoZ9: file holds EPSG 25832, its name says 4326: " + pof);
-    EXPECT_EQ(Riegl::pofx2tessel(pof, grid, 25832, {}, noProgress),
-              "pofx2tessel: not a trajectory file of this layout: " + pof);
-    const auto empty = dir.write("e.pof", "");
-    EXPECT_EQ(convertPOFtoZ9(empty, grid, 1, noProgress),
-              "convertPOFtoZ9: not a trajectory file of this layout: " + empty);
-    std::string bytes;
-    {
-        std::ifstream in(pof, std::ios::binary);
-        bytes.assign(std::istreambuf_iterator<char>(in), {});
-    }
-    const auto cut = dir.write("t.pof", bytes.substr(0, bytes.size() - 10));
-    EXPECT_EQ(convertPOFtoZ9(cut, grid, 25832, noProgress),
-              "convertPOFtoZ9: truncated file: 5 records announced, 4 present: " + cut);
-    EXPECT_EQ(convertPOFtoZ9(dir.path().string(), grid, 1, noProgress),
-              "convertPOFtoZ9: cannot open file: " + dir.path().string());
-
-    struct Stop : Ravelin::LoaderProgress {
-        bool report(const std::string&, std::uint32_t, std::uint32_t) override { return false; }
-    };
-    const Ravelin::ProgressPtr stop(new Stop);
-    const auto pofx = (dir.path() / "q.pofx").string();
-    ASSERT_TRUE(Riegl::writeTrajectoryFile(pofx, true, 0, records));
-    EXPECT_EQ(Riegl::pofx2tessel(pofx, grid, 1, {}, stop), "pofx2tessel: user interruption");
-    std::vector<std::string> calls;
-    Grid other;
-    EXPECT_EQ(Riegl::pofx2tessel(
-                  pofx, other, 1,
-                  [&](const Riegl::ChunkPtr& c, const std::string& field) {
-                      calls.push_back(field + std::to_string(c->elementCount()));
-                  },
-                  noProgress),
-              "");
-    EXPECT_EQ(calls, (std::vector<std::string>{"Positions5", "GPSTime5", "Roll5", "Pitch5", "Yaw5"}));
 }
 
 TEST(TrajectoryEntry, MixedListIntoOneGrid) {
