@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "pallion/array/MemArray.hpp"
+#include "pallion/tools/GridValues.hpp"
 #include "ravelin/StringList.hpp"
 #include "tessel/Grid.hpp"
 
@@ -44,22 +45,14 @@ std::vector<T> fragmentValues(const Tessel::Grid& grid, const std::string& field
     const auto f = grid.field(field);
     const auto* entry = f.isNull() ? nullptr : f->fragment(fragment);
     if (entry == nullptr) return {};
-    const auto* array = dynamic_cast<const Tessel::MemArray<1, T>*>(entry->arrays.at(0).get());
-    if (array == nullptr) return {};
-    const T* data = static_cast<const T*>(array->rawData());
-    return std::vector<T>(data, data + array->elementCount());
+    const auto elements = Pallion::Tools::elementsOf<T>(*entry->arrays.at(0));
+    return std::vector<T>(elements.begin(), elements.end());
 }
 
 // The elements of every fragment of a field, one after the other.
 template <class T>
 std::vector<T> fieldValues(const Tessel::Grid& grid, const std::string& field) {
-    std::vector<T> values;
-    for (const auto& fragment : grid.field(field)->fragments())
-        for (const auto& array : fragment.arrays) {
-            const T* data = static_cast<const T*>(array->rawData());
-            values.insert(values.end(), data, data + array->elementCount());
-        }
-    return values;
+    return Pallion::Tools::fieldValues<T>(*grid.field(field));
 }
 
 // The names of a field's fragments, in the order they were made.

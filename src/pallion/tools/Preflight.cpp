@@ -5,8 +5,8 @@
 #include <limits>
 #include <stdexcept>
 
-#include "pallion/array/ElementTraits.hpp"
 #include "pallion/convert/Parse.hpp"
+#include "pallion/tools/GridValues.hpp"
 #include "pallion/tools/Lines.hpp"
 #include "pallion/tools/Messages.hpp"
 #include "pallion/tools/TableOptions.hpp"
@@ -126,8 +126,7 @@ Preflight preflight(const Parameter& parameter, std::uint64_t rows) {
             ++result.rowsChecked;
             const auto tokens = cutLine(line, delimiter, wanted);
             for (const ContainerEntry& entry : parsed.Container)
-                Tessel::forEachElementType([&]<class T>() {
-                    if (!(entry.TypeId == Tessel::typeIndexOf<T>())) return;
+                withElementType(entry.TypeId, [&]<class T>() {
                     using Traits = Tessel::ElementTraits<T>;
                     for (std::uint32_t column : entry.Columns) {
                         if (column >= tokens.size()) continue;

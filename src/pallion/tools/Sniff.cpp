@@ -266,6 +266,14 @@ std::string parseWithNumbers(const std::string& parse, const std::vector<std::st
     return out;
 }
 
+Resolved namedOptions(const TableOptions& options) {
+    Resolved resolved;
+    resolved.delimiter = options.delimiter.value_or(' ');
+    resolved.headerLines = options.headerLines.value_or(0);
+    resolved.parse = options.parse == AutoParse ? std::string(DefaultParse) : options.parse;
+    return resolved;
+}
+
 Resolved resolveOptions(const TableOptions& options) {
     namespace m = messages;
     Resolved resolved;

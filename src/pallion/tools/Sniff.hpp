@@ -30,6 +30,11 @@ struct Resolved {
 // Resolves `options` against the first lines of the first file.
 Resolved resolveOptions(const TableOptions& options);
 
+// The options as named, with nothing read and nothing guessed: a blank
+// delimiter, no header lines and the plain parse string where none is named.
+// For a caller that names everything, such as a test or a fuzz target.
+Resolved namedOptions(const TableOptions& options);
+
 // The header names of one header line split at `delimiter`: blanks around a
 // name and the double quotes around it removed.
 std::vector<std::string> headerNamesOf(const std::string& line, char delimiter);
