@@ -295,7 +295,10 @@ Resolved resolveOptions(const TableOptions& options) {
         std::string wideBom;
         lines = firstLines(first, wideBom, resolved.failure);
         if (!wideBom.empty()) resolved.failure = m::fill(m::WideBom, first.c_str(), wideBom.c_str());
-        if (!resolved.failure.empty()) return resolved;
+        if (!resolved.failure.empty()) {
+            resolved.aboutTheOptions = false;
+            return resolved;
+        }
         resolved.readAhead = true;
     }
 

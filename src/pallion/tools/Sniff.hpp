@@ -24,6 +24,7 @@ struct Resolved {
     std::vector<std::string> headerNames;           // the last header line's names, unquoted; empty without a header
     std::vector<std::string> guessed;  // one line per guess, for display ("delimiter: comma (guessed ...)")
     std::string failure;               // not empty: the options cannot be used, and why
+    bool aboutTheOptions = true;       // the failure is about the options (a parse string), not the file's bytes
     bool readAhead = false;            // the first file was sampled (a regular file)
 };
 
