@@ -353,6 +353,15 @@ TEST(HostInput, FifoAndPipeGiveEveryRowOfTheFile) {
         // Not judged: one block of the library's default size, not a few rows.
         EXPECT_EQ(fields[0]["fragments"].size(), 1u) << input;
     }
+    // Twenty times in a row through a FIFO: opened once, never a hang, every row.
+    const std::string some = rows.substr(0, rows.find('\n', 200'000) + 1);
+    dir.write("some.txt", some);
+    const auto count = static_cast<std::uint64_t>(std::count(some.begin(), some.end(), '\n'));
+    for (int i = 0; i < 20; ++i) {
+        const auto run = runHost(dir, "(cat some.txt > fifo &) && timeout 20 $P -q --json fifo");
+        ASSERT_EQ(run.status, 0) << "run " << i << ": " << run.err;
+        EXPECT_EQ(nlohmann::json::parse(run.out)["fields"][0]["elements"], count) << "run " << i;
+    }
 }
 
 // Warnings of the pre-flight check, a refusal with --strict, the Autzen
