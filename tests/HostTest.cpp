@@ -136,6 +136,9 @@ TEST(HostSniff, DelimiterHeaderAndFieldsFromTheFirstLines) {
         {"1\n1 2 3 9 8 7\n", "auto", "auto", "auto", ' ', 1, "Positions:point:0+1+2,Colours:rgb:3+4+5"},
         {"1\r\n1 2 3 5 9 8 7\r\n", "auto", "auto", "auto", ' ', 1,
          "Positions:point:0+1+2,Intensity:float:3,Colours:rgb:4+5+6"},
+        {"3\n1 2 3 9\n", "auto", "1", "auto", ' ', 1, "Positions:point:0+1+2,Intensity:float:3"},
+        {"Z, Y, X\n\n\n\n1 , 2 , 3\n", "comma", "4", "auto", ',', 4, "Positions:point:2+1+0"},
+        {"1 2 3\n4 5 6\n", "auto", "1", "auto", ' ', 1, "Positions:point:0+1+2"},
         // What the user names stays, and names in the parse string become numbers.
         {"x y z\n1 2 3\n", "comma", "0", "P:point:0+1+2", ',', 0, "P:point:0+1+2"},
         {"east,north,up\n1,2,3\n", "auto", "auto", "P:point:north+east+UP", ',', 1, "P:point:1+0+2"},

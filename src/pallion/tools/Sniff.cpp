@@ -126,6 +126,18 @@ std::vector<std::string> firstLines(const std::string& name, std::string& wideBo
     return lines;
 }
 
+// Words, not numbers, in most of its tokens: a header line.  A data row with
+// one bad token is not one.
+bool mostlyWords(const std::string& line, char delimiter) {
+    std::size_t filled = 0, words = 0;
+    for (const std::string& token : cut(line, delimiter)) {
+        if (trimmed(token).empty()) continue;
+        ++filled;
+        words += isNumber(unquoted(token)) ? 0 : 1;
+    }
+    return words * 2 > filled;
+}
+
 struct DelimiterGuess {
     char delimiter = ' ';
     std::size_t columns = 0;
@@ -307,8 +319,8 @@ Resolved resolveOptions(const TableOptions& options) {
     for (const std::string& line : lines)
         if (!line.empty()) filled.push_back(&line);
     // A .pts table begins with its point count alone on a line, above rows of more columns.
-    const bool pointCount =
-        !options.headerLines && filled.size() > 1 && filled[0] == &lines[0] && allDigits(trimmed(lines[0]));
+    const bool pointCount = options.headerLines.value_or(1) == 1 && filled.size() > 1 && filled[0] == &lines[0] &&
+                            allDigits(trimmed(lines[0]));
     std::vector<const std::string*> rows(filled.begin() + (pointCount ? 1 : 0), filled.end());
 
     if (options.delimiter) {
@@ -328,19 +340,16 @@ Resolved resolveOptions(const TableOptions& options) {
     if (options.headerLines) {
         resolved.headerLines = *options.headerLines;
     } else if (resolved.readAhead && !lines.empty()) {
-        // Words, not numbers, in most of its tokens: a data row with one bad token is no header.
-        std::size_t filledTokens = 0, wordTokens = 0;
-        for (const std::string& token : cut(lines[0], resolved.delimiter)) {
-            if (trimmed(token).empty()) continue;
-            ++filledTokens;
-            wordTokens += isNumber(unquoted(token)) ? 0 : 1;
-        }
-        const bool words = wordTokens * 2 > filledTokens;
+        const bool words = mostlyWords(lines[0], resolved.delimiter);
         resolved.headerLines = ptsTable || words ? 1 : 0;
         resolved.guessed.emplace_back(ptsTable ? m::GuessedPointCount : words ? m::GuessedHeader : m::GuessedNoHeader);
     }
-    if (resolved.headerLines > 0 && resolved.headerLines <= lines.size() && !ptsTable)
-        resolved.headerNames = headerNamesOf(lines[resolved.headerLines - 1], resolved.delimiter);
+    // The names: the last header line that is words (a point count or an empty line names nothing).
+    for (std::size_t i = std::min<std::size_t>(resolved.headerLines, lines.size()); i > 0 && !ptsTable; --i)
+        if (mostlyWords(lines[i - 1], resolved.delimiter)) {
+            resolved.headerNames = headerNamesOf(lines[i - 1], resolved.delimiter);
+            break;
+        }
 
     if (autoParse) {
         if (!resolved.headerNames.empty()) {
