@@ -25,7 +25,7 @@ namespace {
 
 constexpr std::size_t ShownLength = 120;
 
-constexpr std::size_t KeptLine = 64 * 1024;
+constexpr std::size_t KeptLine = std::size_t{64} * 1024;
 
 // The tokens the library cuts a line into at `delimiter`, counted without
 // cutting: every delimiter closes one, and what follows the last is one if it

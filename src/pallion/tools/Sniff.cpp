@@ -17,7 +17,7 @@ namespace Pallion::Tools {
 
 namespace {
 
-constexpr std::size_t SampleBytes = 64 * 1024;
+constexpr std::size_t SampleBytes = std::size_t{64} * 1024;
 constexpr std::size_t SampleLines = 100;
 // The candidates, in the order that settles a tie: a semicolon before a
 // comma, since a comma inside a semicolon table is a decimal comma.
@@ -231,7 +231,7 @@ std::string parseFromNames(const std::vector<std::string>& names) {
 }
 
 std::string parseForPts(std::size_t columns) {
-    const std::string points(DefaultParse);
+    std::string points(DefaultParse);
     switch (columns) {
         case 4:
             return points + ",Intensity:float:3";
@@ -335,7 +335,7 @@ Resolved resolveOptions(const TableOptions& options) {
                                                delimiterName(guess.delimiter).c_str(), guess.columns));
         }
     }
-    const bool ptsTable = pointCount && rows.size() > 0 && countOf(*rows[0], resolved.delimiter) > 1;
+    const bool ptsTable = pointCount && !rows.empty() && countOf(*rows[0], resolved.delimiter) > 1;
 
     if (options.headerLines) {
         resolved.headerLines = *options.headerLines;

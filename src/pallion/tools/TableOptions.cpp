@@ -12,7 +12,7 @@ namespace Pallion::Tools {
 namespace {
 
 constexpr std::size_t SampleWindows = 16;
-constexpr std::size_t WindowBytes = 64 * 1024;
+constexpr std::size_t WindowBytes = std::size_t{64} * 1024;
 
 // The median length (line end included) of the lines sampled in windows
 // spread evenly across a file of `size` bytes; a line longer than a window
