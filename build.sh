@@ -2,13 +2,18 @@
 # One entry for users and CI.
 #   ./build.sh sample     builds the library and converts the shipped sample table
 #   ./build.sh test       builds and runs the whole test suite (optimised build)
-#   ./build.sh sanitize   builds and runs the whole test suite under ASan and UBSan
+#   ./build.sh sanitize   builds and runs the whole test suite under ASan and UBSan (vectors annotated)
+#   ./build.sh ubsan      builds with clang and runs the whole test suite under UBSan, float-cast-overflow included
+#   ./build.sh static     builds static libraries, runs the whole suite, and builds the separate project against them
+#   ./build.sh symbols [--update]
+#                         compares the symbols each shared library exports with the lists in abi/
+#                         (--update rewrites the lists from this build)
 #   ./build.sh tsan       builds and runs the whole test suite under ThreadSanitizer
 #   ./build.sh fuzz [S]   builds the fuzz targets and runs each for S seconds (60), failing on a finding
 #   ./build.sh bench      builds and runs the benchmarks
 #   ./build.sh consumer   installs into a temporary prefix and builds a separate project
-#                         against it with find_package, then again with add_subdirectory
-#   ./build.sh package    makes the Debian package and builds the separate project against its contents
+#                         against it with find_package, with pkg-config, then again with add_subdirectory
+#   ./build.sh package    makes the Debian packages, checks them and builds the separate project against their contents
 #   ./build.sh lint       checks the formatting (clang-format) and the code of the library and host (clang-tidy)
 # Missing tools are installed from Debian's packages first (needs root).
 set -euo pipefail
@@ -20,6 +25,7 @@ install_missing() {
     command -v cmake >/dev/null || need+=(cmake)
     command -v ninja >/dev/null || need+=(ninja-build)
     command -v pkg-config >/dev/null || need+=(pkg-config)
+    command -v dpkg-shlibdeps >/dev/null || need+=(dpkg-dev)
     command -v clang++ >/dev/null || need+=(clang)
     ls /usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a >/dev/null 2>&1 || need+=(libclang-rt-dev)
     command -v clang-format >/dev/null || need+=(clang-format)
@@ -38,6 +44,12 @@ install_missing() {
     /usr/bin/python3 -c "import h5py" 2>/dev/null || need+=(python3-h5py)
     /usr/bin/python3 -c "import open3d" 2>/dev/null || need+=(python3-open3d)
     [ -f /usr/share/i18n/locales/de_DE ] || need+=(locales)
+    # The Python package: Debian's python3 and the packages apt serves it.
+    [ -f /usr/lib/cmake/pybind11/pybind11Config.cmake ] || need+=(pybind11-dev)
+    /usr/bin/python3-config --includes >/dev/null 2>&1 || need+=(python3-dev)
+    for module in numpy pandas pytest dask distributed; do
+        /usr/bin/python3 -c "import $module" >/dev/null 2>&1 || need+=("python3-$module")
+    done
     if [ ${#need[@]} -gt 0 ]; then
         echo "Installing from Debian's packages: ${need[*]}" >&2
         if [ "$(id -u)" -ne 0 ]; then
@@ -60,6 +72,38 @@ consume() {
     cmake -S tests/consumer -B "$2" -G Ninja -DCMAKE_BUILD_TYPE=Release "$1" >/dev/null
     cmake --build "$2" >/dev/null
     "$2/consumer"
+}
+
+# Checks an installed tree ($1, the prefix): the library's public headers and
+# no internal one, the stand-ins' headers under pallion-outside/ only, and a
+# pkg-config file with nothing but -I, -L and -l; then builds the separate
+# project against it with find_package ($2: build folder) and with pkg-config.
+check_installed() {
+    local include="$1/include" bad=0
+    [ -f "$include/pallion/Pallion.hpp" ] || { echo "not installed: pallion/Pallion.hpp"; bad=1; }
+    if find "$include/pallion" -path '*/detail/*' | grep .; then echo "internal headers installed (above)"; bad=1; fi
+    for standin in ravelin tessel gridnotes tellus riegl; do
+        [ ! -e "$include/$standin" ] || { echo "stand-in headers at the top of include/: $standin"; bad=1; }
+        [ -d "$include/pallion-outside/$standin" ] || { echo "stand-in headers missing: pallion-outside/$standin"; bad=1; }
+    done
+    local pc
+    pc=$(find "$1/lib" -path '*/pkgconfig/pallion.pc' | head -n 1)
+    export PKG_CONFIG_PATH
+    PKG_CONFIG_PATH=$(dirname "$pc")
+    if pkg-config --cflags --libs pallion | tr ' ' '\n' | grep -Ev '^(-I|-L|-l|$)'; then
+        echo "pallion.pc gives more than -I, -L and -l (above)"; bad=1
+    fi
+    [ "$bad" -eq 0 ] || exit 1
+    consume "-DCMAKE_PREFIX_PATH=$1" "$2"
+    # The pkg-config file, for hosts that do not build with CMake.
+    g++ -std=c++20 $(pkg-config --cflags pallion) tests/consumer/Consumer.cpp $(pkg-config --libs pallion) \
+        -o "$2-pkgconfig"
+    LD_LIBRARY_PATH="$(pkg-config --variable=libdir pallion)" "$2-pkgconfig"
+}
+
+# The demangled symbols that a shared library exports, one a line, without addresses.
+exported() {
+    nm -D --defined-only -C "$1" | sed -E 's/^[0-9a-f]+ //' | LC_ALL=C sort -u
 }
 
 build() {
@@ -87,6 +131,7 @@ case "${1:-}" in
         ;;
     test)
         install_missing
+        cmake --preset release -DPALLION_PYTHON=ON >/dev/null  # the Python tests are never left out
         build release
         ctest --preset release
         ;;
@@ -125,6 +170,7 @@ case "${1:-}" in
         build release
         ./build/release/bench/wrap_bench
         ./build/release/bench/convert_bench
+        ./build/release/bench/fragment_bench
         ;;
     consumer)
         install_missing
@@ -132,25 +178,73 @@ case "${1:-}" in
         scratch=$(mktemp -d)
         trap 'rm -rf "$scratch"' EXIT
         cmake --install build/release --prefix "$scratch/prefix" >/dev/null
-        consume "-DCMAKE_PREFIX_PATH=$scratch/prefix" "$scratch/find"
+        check_installed "$scratch/prefix" "$scratch/find"
         consume "-DPALLION_SOURCE_DIR=$PWD" "$scratch/subdirectory"
-        # The pkg-config file, for hosts that do not build with CMake.
-        export PKG_CONFIG_PATH="$scratch/prefix/lib/pkgconfig"
-        g++ $(pkg-config --cflags pallion) tests/consumer/Consumer.cpp $(pkg-config --libs pallion) -o "$scratch/pkgconfig"
-        "$scratch/pkgconfig"
+        # The Python package from the fresh prefix, with Debian's python3, away from the source tree.
+        root=$PWD
+        (cd "$scratch" && PYTHONPATH="$scratch/prefix/lib/python3/dist-packages" /usr/bin/python3 -B \
+            "$root/examples/python/read_sample.py" "$root/examples/data/sample_points.txt" >/dev/null)
+        echo "python3: pallion imported from the install prefix"
+        ;;
+    static)
+        install_missing
+        build static
+        ctest --preset static
+        scratch=$(mktemp -d)
+        trap 'rm -rf "$scratch"' EXIT
+        cmake --install build/static --prefix "$scratch/prefix" >/dev/null
+        # The registration at load must reach a host that links the archives.
+        consume "-DCMAKE_PREFIX_PATH=$scratch/prefix" "$scratch/find"
+        ;;
+    ubsan)
+        install_missing
+        build ubsan
+        ctest --preset ubsan
+        ;;
+    symbols)
+        install_missing
+        build release >/dev/null
+        mkdir -p abi
+        failed=0
+        for library in build/release/lib*.so; do
+            name=$(basename "$library" .so)
+            if [ "${2:-}" = --update ]; then
+                exported "$library" >"abi/$name.txt"
+            elif ! diff -u --label "abi/$name.txt (kept)" --label "$library (built)" "abi/$name.txt" \
+                    <(exported "$library"); then
+                failed=1
+            fi
+        done
+        if [ "$failed" -ne 0 ]; then
+            echo "exported symbols differ from abi/ (above); if the change is meant, run ./build.sh symbols --update"
+            exit 1
+        fi
+        echo "exported symbols: as listed in abi/ ($(ls abi | wc -l) libraries)"
         ;;
     package)
         install_missing
         build release >/dev/null
         rm -rf build/release/packages
         (cd build/release && cpack -G DEB >/dev/null)
-        deb=$(ls build/release/packages/*.deb)
-        echo "$deb"
-        dpkg-deb --field "$deb" Package Version Depends
         scratch=$(mktemp -d)
         trap 'rm -rf "$scratch"' EXIT
-        dpkg-deb -x "$deb" "$scratch/root"
-        consume "-DCMAKE_PREFIX_PATH=$scratch/root/usr" "$scratch/find"
+        multiarch=$(dpkg-architecture -qDEB_HOST_MULTIARCH)
+        for deb in build/release/packages/*.deb; do
+            package=$(dpkg-deb --field "$deb" Package)
+            echo "$(basename "$deb"): $(dpkg-deb --field "$deb" Depends)"
+            dpkg-deb -c "$deb" | grep -q "./usr/share/doc/$package/copyright$" ||
+                { echo "$package: no copyright file"; exit 1; }
+            if dpkg-deb -c "$deb" | grep -E '\.(so|a)(\.[0-9.]+)?$' | grep -v "/usr/lib/$multiarch/"; then
+                echo "$package: a library outside /usr/lib/$multiarch (above)"; exit 1
+            fi
+            dpkg-deb -x "$deb" "$scratch/root"
+        done
+        check_installed "$scratch/root/usr" "$scratch/find"
+        root=$PWD
+        (cd "$scratch" && PYTHONPATH="$scratch/root/usr/lib/python3/dist-packages" \
+            /usr/bin/python3 -B \
+            "$root/examples/python/read_sample.py" "$root/examples/data/sample_points.txt" >/dev/null)
+        echo "python3: pallion imported from the packages' contents"
         ;;
     lint)
         install_missing
@@ -161,7 +255,7 @@ case "${1:-}" in
         echo "clang-format and clang-tidy: clean"
         ;;
     *)
-        sed -n '2,14p' "$0"
+        sed -n '2,21p' "$0"
         exit 2
         ;;
 esac

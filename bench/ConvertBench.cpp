@@ -27,9 +27,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "pallion/convert/Ascii2Z9.hpp"
+#include "pallion/convert/detail/Ascii2Z9.hpp"
 #include "pallion/memory/LargeBlocks.hpp"
-#include "pallion/trajectory/Messages.hpp"
+#include "pallion/trajectory/detail/Messages.hpp"
 
 namespace {
 

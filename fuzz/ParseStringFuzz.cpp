@@ -4,8 +4,8 @@
 #include <string>
 
 #include "FuzzSupport.hpp"
-#include "pallion/convert/Messages.hpp"
-#include "pallion/convert/Parse.hpp"
+#include "pallion/convert/detail/Messages.hpp"
+#include "pallion/convert/detail/Parse.hpp"
 
 namespace {
 

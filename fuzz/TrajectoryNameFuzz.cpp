@@ -4,7 +4,7 @@
 #include <stdexcept>
 
 #include "FuzzSupport.hpp"
-#include "pallion/trajectory/FilenameDatum.hpp"
+#include "pallion/trajectory/detail/FilenameDatum.hpp"
 #include "ravelin/Console.hpp"
 #include "tellus/Chronometry.hpp"
 

@@ -2,7 +2,7 @@
 // first byte chooses the form, the rest is the file.  Any text is an answer;
 // a crash, a sanitizer report or an exception is a finding.
 #include "FuzzSupport.hpp"
-#include "pallion/trajectory/Trajectory.hpp"
+#include "pallion/trajectory/detail/Trajectory.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size < 1) return 0;

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "pallion/array/MemArray.hpp"
-#include "pallion/array/Registration.hpp"
+#include "pallion/array/detail/Registration.hpp"
 
 using namespace Tessel;
 using Ravelin::Chunk;

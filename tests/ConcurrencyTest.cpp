@@ -7,8 +7,8 @@
 #include <thread>
 
 #include "TestSupport.hpp"
-#include "pallion/convert/Ascii2Z9.hpp"
-#include "pallion/trajectory/Trajectory.hpp"
+#include "pallion/convert/detail/Ascii2Z9.hpp"
+#include "pallion/trajectory/detail/Trajectory.hpp"
 #include "ravelin/Console.hpp"
 #include "riegl/Riegl.hpp"
 

@@ -16,7 +16,7 @@
 #include <variant>
 #include <vector>
 
-#include "pallion/convert/NumberConversion.hpp"
+#include "pallion/convert/detail/NumberConversion.hpp"
 
 namespace numbertokens {
 

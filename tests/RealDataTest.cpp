@@ -9,7 +9,7 @@
 
 #include "TestSupport.hpp"
 #include "pallion/array/MemArray.hpp"
-#include "pallion/convert/Ascii2Z9.hpp"
+#include "pallion/convert/detail/Ascii2Z9.hpp"
 
 using namespace Pallion;
 using Tessel::Grid;

@@ -22,9 +22,9 @@
 #include <vector>
 
 #include "pallion/array/ElementTraits.hpp"
-#include "pallion/convert/Ascii2Z9.hpp"
-#include "pallion/convert/Messages.hpp"
-#include "pallion/convert/Parse.hpp"
+#include "pallion/convert/detail/Ascii2Z9.hpp"
+#include "pallion/convert/detail/Messages.hpp"
+#include "pallion/convert/detail/Parse.hpp"
 #include "pallion/tools/Sniff.hpp"
 #include "tessel/Grid.hpp"
 
@@ -222,6 +222,8 @@ private:
                     return std::string(Pallion::Messages::UserInterruption);
             }
             Pallion::split(line.data(), line.size(), p.Tokens, p.Delimiter);
+            // A row keeps the tokens up to the highest column only.
+            if (p.Tokens.size() > std::size_t{p.HighestColumnIndex} + 1) p.Tokens.resize(p.HighestColumnIndex + 1);
             if (p.HighestColumnIndex >= p.Tokens.size())
                 return std::string(Pallion::Messages::ColumnIndexOutOfRange) + std::to_string(p.HighestColumnIndex) +
                        std::string(Pallion::Messages::TokensInLine) + std::to_string(p.Tokens.size());

@@ -5,9 +5,9 @@
 
 #include "TestSupport.hpp"
 #include "pallion/memory/Chunk.hpp"
-#include "pallion/trajectory/FilenameDatum.hpp"
-#include "pallion/trajectory/GridAttributes.hpp"
-#include "pallion/trajectory/Trajectory.hpp"
+#include "pallion/trajectory/detail/FilenameDatum.hpp"
+#include "pallion/trajectory/detail/GridAttributes.hpp"
+#include "pallion/trajectory/detail/Trajectory.hpp"
 #include "ravelin/Console.hpp"
 #include "riegl/Riegl.hpp"
 #include "tellus/Chronometry.hpp"

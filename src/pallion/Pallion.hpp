@@ -11,6 +11,7 @@
 
 #include <string>
 
+#include "pallion/Export.hpp"
 #include "pallion/convert/Parameter.hpp"
 #include "ravelin/LoaderProgress.hpp"
 #include "ravelin/StringList.hpp"
@@ -24,12 +25,12 @@ namespace Pallion {
 // Converts every listed text file into the fields that the parse string names.
 // Gives the empty text on success, or the failure.  A token that is no number
 // throws the exception of std::stod, std::stof or std::stoi.  (Pallion::convert)
-std::string ascii2z9(Tessel::Grid& grid, Parameter& parameter);
+PALLION_API std::string ascii2z9(Tessel::Grid& grid, Parameter& parameter);
 
 // Loads a list of trajectory files (.txt, .pof, .pofx) into one grid.  Gives
 // the empty text when every file went through, else the failure of the first
 // file that failed.  A null list is taken as an empty one.  (Pallion::trajectory)
-std::string convertTrajectory2Z9(Tessel::Grid& grid, const Ravelin::StringListPtr& files,
-                                 const Ravelin::ProgressPtr& progress);
+PALLION_API std::string convertTrajectory2Z9(Tessel::Grid& grid, const Ravelin::StringListPtr& files,
+                                             const Ravelin::ProgressPtr& progress);
 
 }  // namespace Pallion

@@ -1,5 +1,7 @@
 // Converts a small table through the public header and checks what reached
-// the grid.  Exits 0 when every value is right.
+// the grid, and that the library registered its nine element types with the
+// grid library when it was loaded (a static link must keep that too).  Exits
+// 0 when every value is right.
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -53,6 +55,7 @@ int main() {
     check(heights.size() == 2 && heights[0] == 3.5 && heights[1] == 0.25, "heights");
     const auto classes = firstFragment<unsigned char>(grid, "Class");
     check(classes.size() == 2 && classes[0] == 7 && classes[1] == 44, "classes");  // 300 keeps its low 8 bits
-    std::printf("consumer: %d passed, %d failed\n", 4 - failed, failed);
+    check(Tessel::MemBase::registeredTypeIndices().size() == 9, "registration at load");
+    std::printf("consumer: %d passed, %d failed\n", 5 - failed, failed);
     return failed == 0 ? 0 : 1;
 }

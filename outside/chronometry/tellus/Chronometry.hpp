@@ -2,15 +2,18 @@
 //
 // Accepted forms: YYYYMMDD and YYYY-MM-DD, nothing before or after.  Anything
 // else, or a day that the month does not have, throws std::invalid_argument
-// with the text "Tellus::Chronometry: not a date: " and the text given.
+// with the text "Tellus::Chronometry: not a date: " and the text given, its
+// control bytes escaped (a NUL as \0), so that the message shows all of it.
 #pragma once
+
+#include "tellus/Export.hpp"
 
 #include <cstdint>
 #include <string>
 
 namespace Tellus {
 
-class Chronometry {
+class TELLUS_API Chronometry {
 public:
     explicit Chronometry(const std::string& text);
 

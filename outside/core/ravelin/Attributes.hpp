@@ -2,6 +2,8 @@
 // which they were first set.
 #pragma once
 
+#include "ravelin/Export.hpp"
+
 #include <string>
 #include <utility>
 #include <vector>
@@ -10,7 +12,7 @@
 
 namespace Ravelin {
 
-class Attributes {
+class RAVELIN_API Attributes {
 public:
     void setAttribute(const std::string& key, const ChunkPtr& value);
     ChunkPtr getAttribute(const std::string& key) const;

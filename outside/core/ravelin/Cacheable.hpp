@@ -1,6 +1,8 @@
 // Cacheable objects (arrays are) and the cache they are stored with.
 #pragma once
 
+#include "ravelin/Export.hpp"
+
 #include <atomic>
 #include <cstdint>
 #include <typeinfo>
@@ -9,7 +11,7 @@
 
 namespace Ravelin {
 
-class Cacheable : public ReferenceBase<Cacheable> {
+class RAVELIN_API Cacheable : public ReferenceBase<Cacheable> {
 public:
     ~Cacheable() override = default;
 
@@ -25,11 +27,11 @@ public:
     static std::atomic<std::uint64_t> PreDestructorCalls;
 };
 
-class CacheBase : public ReferenceBase<CacheBase> {};
+class RAVELIN_API CacheBase : public ReferenceBase<CacheBase> {};
 
 // The cache named when data is handed to a field.  This stand-in keeps nothing
 // itself: the field holds its arrays.
-class Cache : public CacheBase {
+class RAVELIN_API Cache : public CacheBase {
 public:
     static const StrongPtr<Cache, CacheBase>& MemCache();
 };

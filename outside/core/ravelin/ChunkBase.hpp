@@ -1,6 +1,8 @@
 // A counted block of memory, handed around without knowledge of its element type.
 #pragma once
 
+#include "ravelin/Export.hpp"
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -14,7 +16,7 @@ class ChunkBase;
 // The counted pointer through which chunks are handed around.
 using ChunkPtr = StrongPtr<ChunkBase, ChunkBase>;
 
-class ChunkBase : public ReferenceBase<ChunkBase> {
+class RAVELIN_API ChunkBase : public ReferenceBase<ChunkBase> {
 public:
     // Bytes held by all chunks: elements times element size, as made.
     static std::atomic<std::int64_t> TotalMemsize;
@@ -30,6 +32,11 @@ public:
     virtual const std::type_info& baseType() const = 0;
     virtual ChunkPtr createChunk(std::size_t count, bool reserveOnly) const = 0;
     virtual ChunkPtr clone() const = 0;
+
+protected:
+    // What this chunk added to TotalMemsize when it was made, so that its
+    // destructor takes off the same, whatever its size has become since.
+    std::int64_t accountedBytes_ = 0;
 };
 
 }  // namespace Ravelin

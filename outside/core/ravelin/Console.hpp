@@ -3,12 +3,14 @@
 // goes to stderr followed by a line feed; setSink() redirects every later message.
 #pragma once
 
+#include "ravelin/Export.hpp"
+
 #include <functional>
 #include <string>
 
 namespace Ravelin {
 
-class Console {
+class RAVELIN_API Console {
 public:
     using Sink = std::function<void(const std::string&)>;
 

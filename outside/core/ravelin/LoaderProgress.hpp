@@ -2,6 +2,8 @@
 // a false result asks the running conversion to stop.
 #pragma once
 
+#include "ravelin/Export.hpp"
+
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -10,7 +12,7 @@
 
 namespace Ravelin {
 
-class LoaderProgress : public Interface<LoaderProgress>, public std::mutex {
+class RAVELIN_API LoaderProgress : public Interface<LoaderProgress>, public std::mutex {
 public:
     virtual bool report(const std::string& /*message*/, std::uint32_t /*value*/, std::uint32_t /*total*/) {
         return true;

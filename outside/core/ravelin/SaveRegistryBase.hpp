@@ -2,6 +2,8 @@
 // it to visit each creator registered for T.
 #pragma once
 
+#include "ravelin/Export.hpp"
+
 #include <cstdint>
 #include <typeinfo>
 
@@ -9,9 +11,9 @@
 
 namespace Ravelin {
 
-class SaveInterfaceCreatorBase : public ReferenceBase<SaveInterfaceCreatorBase> {};
+class RAVELIN_API SaveInterfaceCreatorBase : public ReferenceBase<SaveInterfaceCreatorBase> {};
 
-class SaveRegistryBase {
+class RAVELIN_API SaveRegistryBase {
 public:
     SaveRegistryBase();
     virtual ~SaveRegistryBase();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ravelin/Export.hpp"
+
 #include <list>
 #include <string>
 
@@ -8,7 +10,7 @@
 namespace Ravelin {
 
 // A counted list of file names.
-class StringList : public ReferenceBase<StringList>, public std::list<std::string> {
+class RAVELIN_API StringList : public ReferenceBase<StringList>, public std::list<std::string> {
 public:
     StringList() = default;
     StringList(std::initializer_list<std::string> names) : std::list<std::string>(names) {}

@@ -3,6 +3,8 @@
 // clock and the memory exception.
 #pragma once
 
+#include "ravelin/Export.hpp"
+
 #include <atomic>
 #include <cstdint>
 #include <exception>
@@ -14,12 +16,12 @@ namespace Ravelin {
 
 // Running id of pointer objects.  Ids only help debugging; nothing depends on
 // them being unique.  Kept atomic so that concurrent pointer copies are no data race.
-extern std::atomic<std::uint32_t> PointerID;
+extern RAVELIN_API std::atomic<std::uint32_t> PointerID;
 inline std::uint32_t newPointerID() { return PointerID.fetch_add(1, std::memory_order_relaxed); }
 
 // Receives the reports of the counted pointers.  By default it prints nothing
 // and only counts; a host or a test may install a listener to see each report.
-class SpeakPtr {
+class RAVELIN_API SpeakPtr {
 public:
     enum class Report { SelfConstruction, DestructionAssertion, DestructionCancelled, WarningUnctionChange };
     struct Event {
@@ -44,19 +46,19 @@ public:
 };
 
 // A readable name of a type; the same text for the same type.
-std::string Typename(const std::type_info& type);
+RAVELIN_API std::string Typename(const std::type_info& type);
 
 // A place for a debugger to stop; it counts its calls so that tests can see it was reached.
-void breakpoint();
-std::uint64_t breakpointCount();
+RAVELIN_API void breakpoint();
+RAVELIN_API std::uint64_t breakpointCount();
 
-struct Ageable {
+struct RAVELIN_API Ageable {
     // Process-wide clock; each change of a grid's attributes takes the next value as time stamp.
     static std::atomic<std::uint64_t> GlobalTime;
     static std::uint64_t tick() { return GlobalTime.fetch_add(1) + 1; }
 };
 
 // Thrown when a counted object is made without an object to count.  It has no text of its own.
-class MemoryException : public std::exception {};
+class RAVELIN_API MemoryException : public std::exception {};
 
 }  // namespace Ravelin

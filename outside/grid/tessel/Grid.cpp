@@ -87,26 +87,25 @@ std::uint32_t MemBase::registerCreatorCalls() {
 // ---- fields and grids ----------------------------------------------------------
 
 const FragmentPtr& Field::makeFragmentID(const std::string& fragmentName) {
-    for (const auto& id : ids_)
-        if (id->name == fragmentName) return id;
-    ids_.emplace_back(new FragmentID(fragmentName));
-    return ids_.back();
+    const auto [known, made] = idByName_.try_emplace(fragmentName, ids_.size());
+    if (made) ids_.emplace_back(new FragmentID(fragmentName));
+    return ids_[known->second];
 }
 
 void Field::setPersistentData(const MemBase::Array& array, const FragmentPtr& fragment,
                               const Ravelin::StrongPtr<Ravelin::Cache, Ravelin::CacheBase>&, const std::string&) {
-    for (auto& entry : stored_)
-        if (entry.id.get() == fragment.get()) {
-            entry.arrays.push_back(array);
-            return;
-        }
-    stored_.push_back({fragment, {array}});
+    const auto [known, made] = storedById_.try_emplace(fragment.get(), stored_.size());
+    if (made)
+        stored_.push_back({fragment, {array}});
+    else
+        stored_[known->second].arrays.push_back(array);
 }
 
 const Field::Fragment* Field::fragment(const std::string& fragmentName) const {
-    for (const auto& entry : stored_)
-        if (!entry.id.isNull() && entry.id->name == fragmentName) return &entry;
-    return nullptr;
+    const auto id = idByName_.find(fragmentName);
+    if (id == idByName_.end()) return nullptr;
+    const auto entry = storedById_.find(ids_[id->second].get());
+    return entry == storedById_.end() ? nullptr : &stored_[entry->second];
 }
 
 FieldProxy::operator FieldPtr&() const { return owner_.fieldFor(fieldName_); }

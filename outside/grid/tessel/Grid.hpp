@@ -4,10 +4,15 @@
 // which each fragment name was first stored.  Storing under a fragment name
 // that the field already has appends the array to that fragment: a field never
 // drops data that it was given, and a host sees every array it holds.
+// Beside that ordered list, a field indexes its fragments by name and by id,
+// so that adding one costs the same with a million fragments as with one.
 #pragma once
+
+#include "tessel/Export.hpp"
 
 #include <cstdint>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -18,20 +23,20 @@
 
 namespace Tessel {
 
-class OwnerBase {
+class TESSEL_API OwnerBase {
 public:
     virtual ~OwnerBase() = default;
 };
 
 template <class X>
-struct Ownable {
+struct TESSEL_API Ownable {
     class Container : public Ravelin::ReferenceBase<Container>, public virtual OwnerBase {};
 };
 
-class CreativeArrayBase : public Ravelin::Creature {};
-class BaseSpace {};
+class TESSEL_API CreativeArrayBase : public Ravelin::Creature {};
+class TESSEL_API BaseSpace {};
 
-class FragmentID : public Ravelin::ReferenceBase<FragmentID> {
+class TESSEL_API FragmentID : public Ravelin::ReferenceBase<FragmentID> {
 public:
     explicit FragmentID(std::string fragmentName) : name(std::move(fragmentName)) {}
     const std::string name;
@@ -39,7 +44,7 @@ public:
 
 using FragmentPtr = Ravelin::StrongPtr<FragmentID, FragmentID>;
 
-class Field : public Ownable<CreativeArrayBase>::Container {
+class TESSEL_API Field : public Ownable<CreativeArrayBase>::Container {
 public:
     struct Fragment {
         FragmentPtr id;
@@ -63,6 +68,8 @@ private:
     std::string name_;
     std::vector<FragmentPtr> ids_;
     std::vector<Fragment> stored_;
+    std::unordered_map<std::string, std::size_t> idByName_;          // into ids_
+    std::unordered_map<const FragmentID*, std::size_t> storedById_;  // into stored_
 };
 
 using FieldPtr = Ravelin::StrongPtr<Field, Ownable<CreativeArrayBase>::Container>;
@@ -70,7 +77,7 @@ using FieldPtr = Ravelin::StrongPtr<Field, Ownable<CreativeArrayBase>::Container
 class Grid;
 
 // What Grid::operator[] gives: the field of that name, made when first asked for.
-class FieldProxy {
+class TESSEL_API FieldProxy {
 public:
     FieldProxy(Grid& grid, std::string name) : owner_(grid), fieldName_(std::move(name)) {}
     operator FieldPtr&() const;  // NOLINT: the conversion is the proxy's purpose
@@ -80,7 +87,7 @@ private:
     std::string fieldName_;
 };
 
-class Grid : public Ownable<BaseSpace>::Container {
+class TESSEL_API Grid : public Ownable<BaseSpace>::Container {
 public:
     struct Note {
         std::string converter;

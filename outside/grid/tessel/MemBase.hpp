@@ -1,6 +1,8 @@
 // The grid library's base of every array, and its registry of array makers.
 #pragma once
 
+#include "tessel/Export.hpp"
+
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -21,7 +23,7 @@ struct HyperslabParameters;
 class CreativeArrayBase;
 
 // A rank and the extents of each dimension, dimension 0 first.
-struct DynamicSize {
+struct TESSEL_API DynamicSize {
     std::uint32_t rank = 0;
     std::unique_ptr<std::uint64_t[]> extents;
 
@@ -52,7 +54,7 @@ struct DynamicSize {
 
 using CreatorPtr = Ravelin::WeakPtr<CreativeArrayBase, Ravelin::Creature>;
 
-class MemBase : public Ravelin::Cacheable, public Ravelin::Intercube {
+class TESSEL_API MemBase : public Ravelin::Cacheable, public Ravelin::Intercube {
 public:
     using Array = Ravelin::StrongPtr<MemBase, Ravelin::Cacheable>;
 

@@ -1,6 +1,8 @@
 // The grid library's base of the element type objects.
 #pragma once
 
+#include "tessel/Export.hpp"
+
 #include <cstddef>
 #include <string>
 #include <typeinfo>
@@ -11,7 +13,7 @@
 
 namespace Tessel {
 
-class TesselTypeBase : private TesselTypeIndex, public Ravelin::ReferenceBase<TesselTypeBase> {
+class TESSEL_API TesselTypeBase : private TesselTypeIndex, public Ravelin::ReferenceBase<TesselTypeBase> {
 public:
     explicit TesselTypeBase(const TesselTypeIndex& index) : TesselTypeIndex(index) {}
     ~TesselTypeBase() override;

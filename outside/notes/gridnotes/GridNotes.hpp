@@ -1,6 +1,8 @@
 // Noting a converter's info text in a grid.
 #pragma once
 
+#include "gridnotes/Export.hpp"
+
 #include <string>
 
 #include "tessel/Grid.hpp"
@@ -10,7 +12,7 @@ namespace Pallion::GridNotes {
 // Keeps `info` with the converter's name among the grid's notes, where a host
 // reads it through Grid::notes().  The source grid and the two numbers are
 // accepted for the real component's sake and not used here.
-void addInfoToGrid(const std::string& info, Tessel::Grid& grid, const std::string& converter,
-                   const Tessel::GridPtr& source, const int& first, const int& second);
+GRIDNOTES_API void addInfoToGrid(const std::string& info, Tessel::Grid& grid, const std::string& converter,
+                                 const Tessel::GridPtr& source, const int& first, const int& second);
 
 }  // namespace Pallion::GridNotes

@@ -18,6 +18,8 @@
 // failure is a text that begins with the reader's name; they throw nothing of their own.
 #pragma once
 
+#include "riegl/Export.hpp"
+
 #include <array>
 #include <cstdint>
 #include <functional>
@@ -35,28 +37,29 @@ using Ravelin::ProgressPtr;
 using ChunkCallback = std::function<void(const ChunkPtr&, const std::string&)>;
 
 // Reads a .pofx file; calls `callback` once per chunk and field, before the chunk is stored.
-std::string pofx2tessel(const std::string& fileName, Tessel::Grid& grid, const int& epsg, const ChunkCallback& callback,
-                        const Ravelin::ProgressPtr& progress);
+RIEGL_API std::string pofx2tessel(const std::string& fileName, Tessel::Grid& grid, const int& epsg,
+                                  const ChunkCallback& callback, const Ravelin::ProgressPtr& progress);
 
 // Turns the "GPSTime" chunk from GPS seconds of the week into seconds of the
 // day `weekDay` (Sunday = 0), by taking weekDay * 86400 off each value.  Chunks
 // of other fields are left alone.  When a time does not lie within that day
 // (0 <= t < 86400 after the change), or the chunk holds no doubles, the chunk is
 // left unchanged and `failure` gets a text, unless it already holds one.
-void modifyGPSTime(std::string& failure, const int& weekDay, const ChunkPtr& chunk, const std::string& fieldName);
+RIEGL_API void modifyGPSTime(std::string& failure, const int& weekDay, const ChunkPtr& chunk,
+                             const std::string& fieldName);
 
 // One record of a trajectory file.
 using Record = std::array<double, 7>;
 // Writes a trajectory file of this project's layout (for tests and samples).
-bool writeTrajectoryFile(const std::string& fileName, bool extended, std::int32_t epsg,
-                         const std::vector<Record>& records);
+RIEGL_API bool writeTrajectoryFile(const std::string& fileName, bool extended, std::int32_t epsg,
+                                   const std::vector<Record>& records);
 
 }  // namespace Riegl
 
 namespace Pallion {
 
 // Reads a .pof file.
-std::string convertPOFtoZ9(const std::string& fileName, Tessel::Grid& grid, const int& epsg,
-                           const Ravelin::ProgressPtr& progress);
+RIEGL_API std::string convertPOFtoZ9(const std::string& fileName, Tessel::Grid& grid, const int& epsg,
+                                     const Ravelin::ProgressPtr& progress);
 
 }  // namespace Pallion

@@ -12,6 +12,7 @@
 #include <type_traits>
 #include <typeinfo>
 
+#include "pallion/Export.hpp"
 #include "pallion/array/TesselTypeIndex.hpp"
 #include "pallion/values/Quillon.hpp"
 #include "ravelin/Support.hpp"
@@ -114,9 +115,10 @@ template <>
 struct ElementTraits<Colour> : TripleTraits<Colour, unsigned char, Quillon::RGB, 1, 0, names::rgb, names::rgbNames> {};
 
 // The index of T, built from its traits at first use and kept for the life of
-// the library; T's type object holds a copy of it.
+// the library; T's type object holds a copy of it.  Default visibility on
+// purpose: one index per process, whichever shared library asks first.
 template <class T>
-const TesselTypeIndex& typeIndexOf() {
+PALLION_API const TesselTypeIndex& typeIndexOf() {
     static const TesselTypeIndex index = [] {
         using Traits = ElementTraits<T>;
         using C = typename Traits::Component;

@@ -13,6 +13,7 @@
 #include <string>
 #include <type_traits>
 
+#include "pallion/Export.hpp"
 #include "pallion/array/ElementTraits.hpp"
 #include "pallion/array/Iterators.hpp"
 #include "pallion/array/TesselType.hpp"
@@ -152,7 +153,9 @@ protected:
 };
 
 template <int N, class T>
-class MemArray final : public ReferencingMemArray<N, T> {
+// Default visibility on purpose: typeRegistered is set once at load by the
+// library and read by every shared library that makes arrays.
+class PALLION_API MemArray final : public ReferencingMemArray<N, T> {
 public:
     using Array = MemBase::Array;
     using Component = typename ElementTraits<T>::Component;

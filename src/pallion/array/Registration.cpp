@@ -1,4 +1,4 @@
-#include "pallion/array/Registration.hpp"
+#include "pallion/array/detail/Registration.hpp"
 
 namespace Tessel {
 

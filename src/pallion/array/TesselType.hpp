@@ -4,6 +4,7 @@
 #include <string>
 #include <typeinfo>
 
+#include "pallion/Export.hpp"
 #include "pallion/array/ElementTraits.hpp"
 #include "pallion/memory/Chunk.hpp"
 #include "tessel/TesselTypeBase.hpp"
@@ -11,7 +12,9 @@
 namespace Tessel {
 
 template <class T>
-class TesselType : public TesselTypeBase {
+// Default visibility on purpose: get() holds the one type object of T, which
+// the grid library keeps and every shared library must find again.
+class PALLION_API TesselType : public TesselTypeBase {
 public:
     using Traits = ElementTraits<T>;
 

@@ -1,14 +1,15 @@
-#include "pallion/convert/Ascii2Z9.hpp"
+#include "pallion/convert/detail/Ascii2Z9.hpp"
 
 #include <algorithm>
 #include <cstring>
 
 #include "gridnotes/GridNotes.hpp"
-#include "pallion/convert/LineReader.hpp"
-#include "pallion/convert/Messages.hpp"
-#include "pallion/convert/NumberConversion.hpp"
-#include "pallion/convert/Parse.hpp"
-#include "pallion/convert/TokenConversion.hpp"
+#include "pallion/convert/detail/LineReader.hpp"
+#include "pallion/convert/detail/Messages.hpp"
+#include "pallion/convert/detail/NumberConversion.hpp"
+#include "pallion/convert/detail/Parse.hpp"
+#include "pallion/convert/detail/TokenConversion.hpp"
+#include "pallion/detail/Platform.hpp"
 
 namespace Pallion {
 
@@ -99,20 +100,44 @@ std::string Ascii2Z9::run() {
     return {};
 }
 
+std::size_t Ascii2Z9::splitLine(const char* line, std::size_t length) {
+    // A row needs the tokens up to the highest column, and the count test needs
+    // to know only whether there are that many: the rest stays unsplit.
+    std::vector<std::string>& tokens = parameter.Tokens;
+    const std::size_t needed = std::size_t{parameter.HighestColumnIndex} + 1;
+    const std::size_t more = tokens.size() < needed ? needed - tokens.size() : 0;
+    split(line, length, tokens, parameter.Delimiter, more);
+    return tokens.size();
+}
+
 std::string Ascii2Z9::readFile(const std::string& name) {
-    if (Tessel::isDirectory(name)) return std::string(Messages::CannotOpenFile) + name;
-    LineReader reader(name);
+    // Looked at before it is opened: a directory opens like a file but has no lines.
+    if (platform::statusOf(name).kind == platform::FileKind::Directory)
+        return std::string(Messages::CannotOpenFile) + name;
+    Ravelin::LoaderProgress* progress = parameter.Progress.get();
+    std::uint64_t estimate = UnknownLineCount;
+    // A wait in open or read (a FIFO, a pipe) that a signal interrupts, where a
+    // host's handler lets it, is one more progress report: a host that wants
+    // to stop says so there, as at any report.
+    auto stillWanted = [&] {
+        return progress == nullptr ||
+               progress->report(std::string(Messages::ProgressReadLine),
+                                static_cast<std::uint32_t>(std::min(estimate, parameter.LineCount)),
+                                static_cast<std::uint32_t>(estimate));
+    };
+    LineReader reader(name, parameter.LineSizeLimit, LineReader::DefaultBlockSize, false, stillWanted);
+    if (reader.interrupted()) return std::string(Messages::UserInterruption);
     if (!reader.isOpen()) return std::string(Messages::CannotOpenFile) + name;
     reader.skipLines(parameter.HeaderLines);
 
-    const std::uint64_t estimate = estimateLines(name, parameter.HeaderLines);
-    const std::uint64_t step = Tessel::progressStep(estimate);
+    // Only a regular file is judged; anything else (a FIFO, a pipe, a device)
+    // is opened this once and read only by the line loop.
+    if (reader.fileSize() > 0) estimate = estimateLines(name, parameter.HeaderLines, parameter.LineSizeLimit);
+    const std::uint64_t step = progressStep(estimate);
     parameter.CurrentFile = name;
 
-    Ravelin::LoaderProgress* progress = parameter.Progress.get();
     std::uint64_t reportAt = nextMultiple(parameter.LineCount, step);
     std::vector<std::string>& tokens = parameter.Tokens;
-    const char delimiter = parameter.Delimiter;
     const char* line;
     const char* end;
     while (reader.nextLine(line, end)) {
@@ -133,19 +158,23 @@ std::string Ascii2Z9::readFile(const std::string& name) {
         if (fastRows_ && tokens.empty()) {
             const char* stop = reader.sawNul() ? static_cast<const char*>(std::memchr(line, '\0', length)) : nullptr;
             if (plan_.store(line, stop != nullptr ? stop : end, parameter.BlockFill)) {
-                if (parameter.BlockFill + 1 == parameter.ChunkSize) split(line, length, tokens, delimiter);
+                if (parameter.BlockFill + 1 == parameter.ChunkSize) splitLine(line, length);
                 finishRow();
                 tokens.clear();
                 continue;
             }
         }
-        split(line, length, tokens, delimiter);
-        if (parameter.HighestColumnIndex >= tokens.size())
+        if (parameter.HighestColumnIndex >= splitLine(line, length))
             return std::string(Messages::ColumnIndexOutOfRange) + std::to_string(parameter.HighestColumnIndex) +
                    std::string(Messages::TokensInLine) + std::to_string(tokens.size());
         storeLine();
         tokens.clear();
     }
+    if (reader.interrupted()) return std::string(Messages::UserInterruption);
+    if (reader.lineTooLong())
+        return std::string(Messages::LineTooLong) + std::to_string(parameter.LineSizeLimit) +
+               std::string(Messages::LineTooLongAt) + std::to_string(reader.linesTaken() + 1) +
+               std::string(Messages::LineTooLongFile) + name;
     return {};
 }
 

@@ -1,4 +1,4 @@
-#include "pallion/convert/ColumnTypes.hpp"
+#include "pallion/convert/detail/ColumnTypes.hpp"
 
 #include "pallion/array/ElementTraits.hpp"
 

@@ -1,7 +1,7 @@
 // What runs when the library is loaded: the table of type names is built,
 // then the nine element types are announced to the grid library.
-#include "pallion/array/Registration.hpp"
-#include "pallion/convert/ColumnTypes.hpp"
+#include "pallion/array/detail/Registration.hpp"
+#include "pallion/convert/detail/ColumnTypes.hpp"
 
 namespace {
 struct LibraryLoad {

@@ -1,61 +1,72 @@
-#include "pallion/convert/LineReader.hpp"
+#include "pallion/convert/detail/LineReader.hpp"
 
-#include <cerrno>
 #include <cstring>
+#include <utility>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "pallion/detail/Platform.hpp"
 
 namespace Pallion {
 
-LineReader::LineReader(const std::string& name, std::size_t blockSize) : capacity_(blockSize) {
-    descriptor_ = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
+LineReader::LineReader(const std::string& name, std::uint64_t lineLimit, std::size_t blockSize, bool nonBlocking,
+                       std::function<bool()> stillWanted)
+    : stillWanted_(std::move(stillWanted)), lineLimit_(lineLimit), capacity_(blockSize) {
+    do descriptor_ = platform::openForReading(name, nonBlocking);
+    while (descriptor_ == platform::Interrupted && waitAgain());
+    if (descriptor_ < 0) descriptor_ = -1;
     if (descriptor_ >= 0) {
-        // A small file needs no block larger than itself (and one byte to see its end).
-        struct stat status {};
-        if (::fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode)) {
-            size_ = static_cast<std::int64_t>(status.st_size);
-            if (static_cast<std::uint64_t>(size_) < capacity_) capacity_ = static_cast<std::size_t>(size_) + 1;
+        const platform::FileStatus status = platform::statusOf(descriptor_);
+        if (status.kind == platform::FileKind::Regular) {
+            size_ = status.size;
+            // A small file needs no block larger than itself (and one byte to see
+            // its end); a file that shows no size (as those of /proc do) keeps the block.
+            if (size_ > 0 && static_cast<std::uint64_t>(size_) < capacity_)
+                capacity_ = static_cast<std::size_t>(size_) + 1;
         }
-#if defined(POSIX_FADV_SEQUENTIAL)
-        ::posix_fadvise(descriptor_, 0, 0, POSIX_FADV_SEQUENTIAL);
-#endif
+        platform::adviseSequential(descriptor_);
     }
     buffer_.reset(new char[capacity_]);
 }
 
 LineReader::~LineReader() {
-    if (descriptor_ >= 0) ::close(descriptor_);
+    if (descriptor_ >= 0) platform::closeFile(descriptor_);
+}
+
+bool LineReader::waitAgain() {
+    if (!stillWanted_ || stillWanted_()) return true;
+    interrupted_ = true;
+    return false;
 }
 
 bool LineReader::refill() {
     if (atEnd_) return false;
     // Keep the bytes not yet handed out at the front; a line longer than the
-    // buffer makes it grow, as a getline buffer would.
+    // buffer makes it grow, as a getline buffer would, but never much beyond
+    // the line limit: the callers refuse a line before it outgrows that.
     if (start_ > 0) {
         std::memmove(buffer_.get(), buffer_.get() + start_, filled_ - start_);
         filled_ -= start_;
         start_ = 0;
     }
     if (filled_ == capacity_) {
-        std::unique_ptr<char[]> larger(new char[capacity_ * 2]);
-        std::memcpy(larger.get(), buffer_.get(), filled_);
-        buffer_ = std::move(larger);
-        capacity_ *= 2;
+        std::size_t larger = capacity_ * 2;
+        // Room to see one byte more than the limit, reached without a step beyond it.
+        if (lineLimit_ <= larger) larger = static_cast<std::size_t>(lineLimit_) + 1;
+        std::unique_ptr<char[]> grown(new char[larger]);
+        std::memcpy(grown.get(), buffer_.get(), filled_);
+        buffer_ = std::move(grown);
+        capacity_ = larger;
     }
-    for (;;) {
-        const ssize_t got = ::read(descriptor_, buffer_.get() + filled_, capacity_ - filled_);
-        if (got > 0) {
-            if (!nulSeen_ && std::memchr(buffer_.get() + filled_, '\0', static_cast<std::size_t>(got)) != nullptr)
-                nulSeen_ = true;
-            filled_ += static_cast<std::size_t>(got);
-            return true;
-        }
-        if (got < 0 && errno == EINTR) continue;
+    std::int64_t got;
+    do got = platform::readSome(descriptor_, buffer_.get() + filled_, capacity_ - filled_);
+    while (got == platform::Interrupted && waitAgain());
+    if (got <= 0) {
         atEnd_ = true;  // the end of the file, or an error, which ends the lines the same way
         return false;
     }
+    if (!nulSeen_ && std::memchr(buffer_.get() + filled_, '\0', static_cast<std::size_t>(got)) != nullptr)
+        nulSeen_ = true;
+    filled_ += static_cast<std::size_t>(got);
+    return true;
 }
 
 bool LineReader::nextLine(const char*& begin, const char*& end) {
@@ -64,26 +75,44 @@ bool LineReader::nextLine(const char*& begin, const char*& end) {
         if (const void* feed = std::memchr(buffer_.get() + searched, '\n', filled_ - searched)) {
             begin = buffer_.get() + start_;
             end = static_cast<const char*>(feed);
+            if (static_cast<std::uint64_t>(end - begin) > lineLimit_) return refuse();
             start_ = static_cast<std::size_t>(end - buffer_.get()) + 1;
+            ++linesTaken_;
             return true;
         }
+        if (filled_ - start_ > lineLimit_) return refuse();
         searched = filled_ - start_;  // counted from the front, where refill moves the line
         if (!refill()) {
-            if (filled_ == start_) return false;
+            // A part of a line cut off by a stop is no line.
+            if (filled_ == start_ || interrupted_) return false;
             begin = buffer_.get() + start_;
             end = buffer_.get() + filled_;
             start_ = filled_;
+            ++linesTaken_;
             return true;
         }
     }
 }
 
 void LineReader::skipLines(std::uint64_t count) {
+    std::uint64_t length = 0;  // bytes of the line being skipped that lay in earlier blocks
     while (count > 0) {
         if (const void* feed = std::memchr(buffer_.get() + start_, '\n', filled_ - start_)) {
-            start_ = static_cast<std::size_t>(static_cast<const char*>(feed) - buffer_.get()) + 1;
+            const auto at = static_cast<std::size_t>(static_cast<const char*>(feed) - buffer_.get());
+            if (length + (at - start_) > lineLimit_) {
+                refuse();
+                return;
+            }
+            start_ = at + 1;
+            length = 0;
             --count;
+            ++linesTaken_;
             continue;
+        }
+        length += filled_ - start_;
+        if (length > lineLimit_) {
+            refuse();
+            return;
         }
         discard();
         if (!refill()) return;
@@ -101,13 +130,19 @@ std::uint64_t LineReader::nextLineLength() {
         }
         length += filled_ - start_;
         discard();
-        if (!refill()) return length;
+        if (length > lineLimit_ || !refill()) return length;
     }
 }
 
-std::uint64_t estimateLines(const std::string& name, std::uint32_t headerLines) {
-    LineReader reader(name, std::size_t{1} << 16);
-    if (!reader.isOpen() || reader.fileSize() < 0) return UnknownLineCount;
+std::uint64_t estimateLines(const std::string& name, std::uint32_t headerLines, std::uint64_t lineLimit) {
+    // Looked at before any open: a FIFO opened here would wait for a writer, or
+    // take away the bytes that the reading of the file is to see.
+    const platform::FileStatus status = platform::statusOf(name);
+    if (status.kind != platform::FileKind::Regular || status.size <= 0) return UnknownLineCount;
+    // Should the name have become something else since, the open does not wait
+    // and the reader's own look at the descriptor shows no size.
+    LineReader reader(name, lineLimit, std::size_t{1} << 16, true);
+    if (!reader.isOpen() || reader.fileSize() <= 0) return UnknownLineCount;
     reader.skipLines(headerLines);
     const std::uint64_t length = reader.nextLineLength();
     if (length == 0) return UnknownLineCount;  // nothing to divide by

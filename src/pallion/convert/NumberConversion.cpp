@@ -1,10 +1,10 @@
-#include "pallion/convert/NumberConversion.hpp"
+#include "pallion/convert/detail/NumberConversion.hpp"
 
 #include <langinfo.h>
 
 #include <string>
 
-#include "pallion/convert/FastNumbers.hpp"
+#include "pallion/convert/detail/FastNumbers.hpp"
 
 namespace Pallion {
 

@@ -1,6 +1,6 @@
 #include "pallion/convert/Parameter.hpp"
 
-#include "pallion/convert/Messages.hpp"
+#include "pallion/convert/detail/Messages.hpp"
 
 namespace Pallion {
 

@@ -35,10 +35,19 @@ struct Parameter {
     std::uint32_t ChunkSize = 10000000;
     std::int32_t EPSG = -1;
     Ravelin::ProgressPtr Progress;
+    // The longest line, in bytes without its line end, that a file may hold
+    // (header lines too).  A longer one (a file without line feeds, a device
+    // that never ends a line) ends the conversion with a failure text once that
+    // many bytes have been read, before memory runs out; a host may raise it
+    // for tables of longer lines.  Not told by speak.
+    std::uint64_t LineSizeLimit = std::uint64_t{1} << 28;
 
     // State of the conversion.
     std::uint32_t HighestColumnIndex = 0;
     std::vector<ContainerEntry> Container;
+    // The tokens of the line being read, as far as a row needs them: the
+    // first HighestColumnIndex + 1.  The rest of a line that holds more is
+    // not split, so a long line of many tokens costs no text per token.
     std::vector<std::string> Tokens;
     std::uint64_t BlockFill = 0;
     std::uint64_t LineCount = 0;
@@ -48,7 +57,7 @@ struct Parameter {
     std::string CurrentFile;
 
     // The caller's settings as a text, one line each, as it is noted in the grid.
-    std::string speak() const;
+    PALLION_API std::string speak() const;
 };
 
 }  // namespace Pallion

@@ -1,28 +1,38 @@
-#include "pallion/convert/Parse.hpp"
+#include "pallion/convert/detail/Parse.hpp"
 
 #include <cstring>
+#include <limits>
+#include <stdexcept>
 
 #include "pallion/array/ElementTraits.hpp"
-#include "pallion/convert/ColumnTypes.hpp"
-#include "pallion/convert/Messages.hpp"
+#include "pallion/convert/detail/ColumnTypes.hpp"
+#include "pallion/convert/detail/Messages.hpp"
 
 namespace Pallion {
 
-void split(const char* text, std::size_t length, std::vector<std::string>& out, char delimiter) {
-    if (length == 0) return;
+std::size_t split(const char* text, std::size_t length, std::vector<std::string>& out, char delimiter,
+                  std::size_t atMost) {
+    if (length == 0) return 0;
     if (const void* nul = std::memchr(text, '\0', length)) length = static_cast<const char*>(nul) - text;
     const char* end = text + length;
     const char* start = text;
-    while (start < end) {
+    std::size_t appended = 0;
+    while (start < end && appended < atMost) {
         const char* cut =
             static_cast<const char*>(std::memchr(start, delimiter, static_cast<std::size_t>(end - start)));
+        ++appended;
         if (cut == nullptr) {
             out.emplace_back(start, end);
-            return;
+            break;
         }
         out.emplace_back(start, cut);
         start = cut + 1;
     }
+    return appended;
+}
+
+void split(const char* text, std::size_t length, std::vector<std::string>& out, char delimiter) {
+    split(text, length, out, delimiter, static_cast<std::size_t>(-1));
 }
 
 namespace {
@@ -32,15 +42,29 @@ std::vector<std::string> splitText(const std::string& text, char delimiter) {
     return pieces;
 }
 
-}  // namespace
+// Whether std::stoi reads `piece` as a column number from 0 up: it has digits,
+// they fit, and no minus sign stands before them.
+bool isColumnNumber(const std::string& piece) {
+    try {
+        const long long value = std::stoll(piece);
+        return value >= 0 && value <= std::numeric_limits<int>::max();
+    } catch (const std::logic_error&) {  // invalid_argument and out_of_range
+        return false;
+    }
+}
 
-std::string parseUserInputToContainer(Parameter& parameter) {
+// The parser's walk.  `strict` has a column that is no column number reported
+// as a text; otherwise it is read as std::stoi reads it.
+std::string parseEntries(Parameter& parameter, bool strict) {
     for (const std::string& entry : splitText(parameter.Parse, ',')) {
         const std::vector<std::string> items = splitText(entry, ':');
         if (items.size() != 3) return std::string(Messages::ParseStringWrong) + parameter.Parse;
 
         std::vector<std::uint32_t> columns;
         for (const std::string& piece : splitText(items[2], '+')) {
+            if (strict && !isColumnNumber(piece))
+                return std::string(Messages::ColumnNotANumber) + piece + std::string(Messages::ColumnNotANumberEntry) +
+                       entry + std::string(Messages::ColumnNotANumberParse) + parameter.Parse;
             const auto column = static_cast<std::uint32_t>(std::stoi(piece));
             columns.push_back(column);
             if (column > parameter.HighestColumnIndex) parameter.HighestColumnIndex = column;
@@ -58,6 +82,16 @@ std::string parseUserInputToContainer(Parameter& parameter) {
         parameter.Container.push_back(ContainerEntry{std::move(columns), items[0], type->second});
     }
     return {};
+}
+
+}  // namespace
+
+std::string parseUserInputToContainer(Parameter& parameter) { return parseEntries(parameter, false); }
+
+std::string checkParseString(const std::string& parse) {
+    Parameter scratch;
+    scratch.Parse = parse;
+    return parseEntries(scratch, true);
 }
 
 }  // namespace Pallion

@@ -1,8 +1,8 @@
-#include "pallion/convert/RowPlan.hpp"
+#include "pallion/convert/detail/RowPlan.hpp"
 
 #include <algorithm>
 
-#include "pallion/convert/FastNumbers.hpp"
+#include "pallion/convert/detail/FastNumbers.hpp"
 
 namespace Pallion {
 

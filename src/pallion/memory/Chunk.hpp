@@ -71,9 +71,9 @@ public:
         account();
     }
     explicit Chunk(const std::vector<T>& values) : std::vector<T>(values) { account(); }
-    // Takes the vector's bytes as they stand now: a resize after construction
-    // is not tracked, so a chunk that was cut shorter gives back less than it added.
-    ~Chunk() override { ChunkBase::TotalMemsize.fetch_sub(bytes(), std::memory_order_relaxed); }
+    // Takes off what the constructor added: a resize after construction (a last
+    // block cut to its rows) is not tracked, so the counter comes back level.
+    ~Chunk() override { ChunkBase::TotalMemsize.fetch_sub(this->accountedBytes_, std::memory_order_relaxed); }
 
     std::size_t elementCount() const override { return std::vector<T>::size(); }
     std::size_t elementSize() const override { return sizeof(T); }
@@ -124,7 +124,10 @@ private:
     }
     std::int64_t bytes() const { return static_cast<std::int64_t>(std::vector<T>::size() * sizeof(T)); }
     // Runs last in each constructor, so a constructor that throws adds nothing.
-    void account() { ChunkBase::TotalMemsize.fetch_add(bytes(), std::memory_order_relaxed); }
+    void account() {
+        this->accountedBytes_ = bytes();
+        ChunkBase::TotalMemsize.fetch_add(this->accountedBytes_, std::memory_order_relaxed);
+    }
 };
 
 }  // namespace Ravelin

@@ -15,6 +15,7 @@
 #include <typeinfo>
 #include <utility>
 
+#include "pallion/Export.hpp"
 #include "ravelin/Support.hpp"
 
 namespace Ravelin {
@@ -84,7 +85,9 @@ void strongRelease(ControlBlock<D>* block) {
 // Common base of WeakPtr and StrongPtr: an id, the block and, where T is not
 // the domain itself, the result of the cast from D to T.  It owns no count.
 template <class T, class D>
-class DynPtr {
+// Default visibility on purpose: nullPointer() keeps one null pointer per
+// domain, and that must be the same object in every shared library.
+class PALLION_API DynPtr {
 public:
     static constexpr bool HasCache = !std::is_same_v<T, D>;
     using Block = ControlBlock<D>;
@@ -267,8 +270,10 @@ bool operator==(const DynPtr<T, D>& a, const DynPtr<U, E>& b) {
 
 // Base of every domain class D.  Makes the control block and holds `self`,
 // which counts 1 in `weak`; `serial` numbers the objects of the domain from 1.
+// Default visibility on purpose: serialCounter() numbers the objects of a
+// domain, and every shared library must count with the same counter.
 template <class D>
-class ReferenceBase {
+class PALLION_API ReferenceBase {
 public:
     DynPtr<D, D> self{detail::SelfTag{}};
     std::uint64_t serial = 0;

@@ -14,8 +14,8 @@
 #include <unistd.h>
 
 #include "pallion/array/ElementTraits.hpp"
-#include "pallion/convert/Messages.hpp"
-#include "pallion/convert/TokenConversion.hpp"
+#include "pallion/convert/detail/Messages.hpp"
+#include "pallion/convert/detail/TokenConversion.hpp"
 #include "pallion/tools/Lines.hpp"
 #include "pallion/tools/Messages.hpp"
 
@@ -173,7 +173,7 @@ FailureReport describeFailure(const Parameter& parameter, const std::string& fai
         if (!reason.empty()) report.hints.push_back(m::fill(m::HintCannotOpen, name.c_str(), reason.c_str()));
         return report;
     }
-    if (failure.find("line-size limit") != std::string::npos) {
+    if (failure.rfind(Pallion::Messages::LineTooLong, 0) == 0) {
         report.hints.push_back(
             m::fill(m::HintLineLimit, words == OptionWords::CommandLine ? "--max-line" : "max_line="));
         return report;

@@ -57,12 +57,6 @@ std::uint64_t medianLineLength(const std::string& name, std::uint64_t size) {
     return lengths[lengths.size() / 2];
 }
 
-// The library's limit on the bytes of one line, where the Parameter has one.
-template <class P>
-void setLineSizeLimit(P& parameter, std::uint64_t limit) {
-    if constexpr (requires { parameter.LineSizeLimit = limit; }) parameter.LineSizeLimit = limit;
-}
-
 }  // namespace
 
 std::optional<char> delimiterFromName(const std::string& name) {
@@ -123,7 +117,7 @@ void fillParameter(Parameter& parameter, const TableOptions& options, const Reso
     parameter.Delimiter = resolved.delimiter;
     parameter.Parse = resolved.parse;
     parameter.EPSG = options.epsg;
-    if (options.lineSizeLimit) setLineSizeLimit(parameter, *options.lineSizeLimit);
+    if (options.lineSizeLimit) parameter.LineSizeLimit = *options.lineSizeLimit;
     parameter.ChunkSize = options.block ? *options.block
                           : judgedRows  ? blockSizeFor(*judgedRows)
                                         : Parameter().ChunkSize;

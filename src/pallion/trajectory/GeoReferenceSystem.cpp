@@ -1,6 +1,6 @@
-#include "pallion/trajectory/GeoReferenceSystem.hpp"
+#include "pallion/trajectory/detail/GeoReferenceSystem.hpp"
 
-#include "pallion/trajectory/Messages.hpp"
+#include "pallion/trajectory/detail/Messages.hpp"
 
 namespace Pallion {
 

@@ -1,7 +1,7 @@
-#include "pallion/trajectory/GridAttributes.hpp"
+#include "pallion/trajectory/detail/GridAttributes.hpp"
 
 #include "pallion/memory/Chunk.hpp"
-#include "pallion/trajectory/Messages.hpp"
+#include "pallion/trajectory/detail/Messages.hpp"
 
 namespace Pallion {
 

@@ -1,11 +1,11 @@
-#include "pallion/trajectory/Trajectory.hpp"
+#include "pallion/trajectory/detail/Trajectory.hpp"
 
 #include <filesystem>
 
-#include "pallion/convert/Ascii2Z9.hpp"
-#include "pallion/trajectory/FilenameDatum.hpp"
-#include "pallion/trajectory/GridAttributes.hpp"
-#include "pallion/trajectory/Messages.hpp"
+#include "pallion/convert/detail/Ascii2Z9.hpp"
+#include "pallion/trajectory/detail/FilenameDatum.hpp"
+#include "pallion/trajectory/detail/GridAttributes.hpp"
+#include "pallion/trajectory/detail/Messages.hpp"
 #include "riegl/Riegl.hpp"
 
 namespace Pallion {

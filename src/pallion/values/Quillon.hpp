@@ -9,6 +9,12 @@
 #include <cstddef>
 #include <type_traits>
 
+// The value types are element types of the typed arrays, whose static
+// objects are shared between shared libraries (see pallion/Export.hpp); a
+// template instantiated over a hidden type would be hidden too, so the value
+// types keep default visibility.
+#pragma GCC visibility push(default)
+
 namespace Quillon {
 
 template <class T, int N>
@@ -90,3 +96,5 @@ static_assert(!std::is_base_of_v<Vector<double, 3>, PhysicalSpace::point>, "a po
 static_assert(std::is_base_of_v<Vector<double, 3>, PhysicalSpace::vector>);
 
 }  // namespace Quillon
+
+#pragma GCC visibility pop

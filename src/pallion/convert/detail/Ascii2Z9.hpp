@@ -6,9 +6,9 @@
 
 #include "pallion/Pallion.hpp"
 #include "pallion/array/ElementTraits.hpp"
-#include "pallion/convert/Columns.hpp"
 #include "pallion/convert/Parameter.hpp"
-#include "pallion/convert/RowPlan.hpp"
+#include "pallion/convert/detail/Columns.hpp"
+#include "pallion/convert/detail/RowPlan.hpp"
 #include "tessel/Grid.hpp"
 
 namespace Pallion {
@@ -41,6 +41,8 @@ public:
 
 private:
     std::string readFile(const std::string& name);
+    // Splits the line into `Tokens` as far as a row needs it; gives the token count.
+    std::size_t splitLine(const char* line, std::size_t length);
     // Counts the row just written, and flushes the block when it is full.
     void finishRow();
     // Plans the fast rows for the chunks the columns hold now.

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "pallion/array/ElementTraits.hpp"
-#include "pallion/array/Fragments.hpp"
 #include "pallion/convert/Parameter.hpp"
+#include "pallion/convert/detail/Fragments.hpp"
 #include "pallion/memory/Chunk.hpp"
 #include "ravelin/Cacheable.hpp"
 #include "tessel/Grid.hpp"
@@ -32,9 +32,9 @@ struct ColumnContainer {
     // Hands the chunk to the field as one fragment, without copying it.
     void flushColumn(const std::uint64_t& fragmentCount, const std::string& currentFile,
                      const FragmentHook& onFragment) {
-        const Tessel::FragmentPtr fragment = Field->makeFragmentID(Tessel::fragmentName(currentFile, fragmentCount));
+        const Tessel::FragmentPtr fragment = Field->makeFragmentID(fragmentName(currentFile, fragmentCount));
         if (onFragment) onFragment(ChunkPtr(Chunk), FieldName, currentFile);
-        Tessel::storeAsFragment(*Field, fragment, Chunk);
+        storeAsFragment(*Field, fragment, Chunk);
     }
 };
 

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "pallion/array/ElementTraits.hpp"
-#include "pallion/convert/Columns.hpp"
+#include "pallion/convert/detail/Columns.hpp"
 
 namespace Pallion {
 

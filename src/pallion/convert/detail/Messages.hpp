@@ -10,6 +10,11 @@ namespace Pallion::Messages {
 inline constexpr std::string_view ParseStringWrong = "\nparseUserInputToContainer: parse string wrong: ";
 inline constexpr std::string_view ColumnNumberWrong = "parseUserInputToContainer: column number wrong: ";
 inline constexpr std::string_view TypeNotSupported = "parseUserInputToContainer: type not supported: ";
+// checkParseString: "... column \"-1\" is no column number (0 to 2147483647) in the entry
+// \"P:double:-1\" of the parse string: P:double:-1"
+inline constexpr std::string_view ColumnNotANumber = "parseUserInputToContainer: column \"";
+inline constexpr std::string_view ColumnNotANumberEntry = "\" is no column number (0 to 2147483647) in the entry \"";
+inline constexpr std::string_view ColumnNotANumberParse = "\" of the parse string: ";
 
 // The reading loop.
 inline constexpr std::string_view NoInputFiles = "Ascii2Z9::run: no input files";
@@ -21,6 +26,10 @@ inline constexpr std::string_view ColumnIndexOutOfRange =
     "Ascii2Z9::run: User column index out of range: Highest Column Index: ";
 inline constexpr std::string_view TokensInLine = ". Number of tokens in this line: ";
 inline constexpr std::string_view ProgressReadLine = "Read line nr.:";
+// "... of <limit> bytes: line <n> of file: <name>"
+inline constexpr std::string_view LineTooLong = "Ascii2Z9::run: line longer than the line-size limit of ";
+inline constexpr std::string_view LineTooLongAt = " bytes: line ";
+inline constexpr std::string_view LineTooLongFile = " of file: ";
 
 // The settings as noted in a grid.
 inline constexpr std::string_view SpeakDelimiter = "\nDelimiter: <";

@@ -13,6 +13,23 @@ inline constexpr std::string_view GeoReferenceFailed = "convertTrajectory2Z9: co
 inline constexpr std::string_view UnknownExtension = "convertTrajectory2Z9: unknown file extension: ";
 inline constexpr std::string_view LayoutDoesNotFit =
     "parseFilenameForGeoDatum: QVT Parse layout for trajectory does not fit: ";
+// checkTrajectoryName: which piece of a name fails, and the layout it must have.
+inline constexpr std::string_view NameLayout =
+    "; the layout is six pieces parted by underscores: anything_project_fileNumber_date_xxxxEPSG_xxxxEPSG "
+    "(the last two: four characters, then the EPSG code of the spatial and of the height reference)";
+inline constexpr std::string_view NamePieceCount = "parseFilenameForGeoDatum: the name \"";
+inline constexpr std::string_view NamePieceCountHas = "\" has ";
+inline constexpr std::string_view NamePieceCountEnd = " pieces, not six";
+inline constexpr std::string_view NamePiece = "parseFilenameForGeoDatum: piece ";
+inline constexpr std::string_view NamePieceOf = " of the name \"";
+inline constexpr std::string_view NamePieceIs = "\", \"";
+inline constexpr std::string_view NamePieceNoNumber = "\", is no number from -2147483648 to 2147483647";
+inline constexpr std::string_view NamePieceNoNumberAfter = " behind its first four characters";
+inline constexpr std::string_view NamePieceNoDate = "\", is no date: ";
+inline constexpr std::string_view FileNumberPiece = " (the file number)";
+inline constexpr std::string_view DatePiece = " (the date)";
+inline constexpr std::string_view SpatialPiece = " (the EPSG code of the spatial reference)";
+inline constexpr std::string_view HeightPiece = " (the EPSG code of the height reference)";
 inline constexpr std::string_view AttributeMismatch = "addAttributeToGrid:: Different ";
 inline constexpr std::string_view AttributeMismatchEnd = "! cannot merge file.";
 inline constexpr std::string_view WeekDayLegend = " (Sun=0, Mo=1,Tu=2,We=3,Th=4,Fr=5,Sa=6)";

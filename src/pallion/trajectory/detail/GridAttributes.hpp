@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "pallion/trajectory/GeoReferenceSystem.hpp"
+#include "pallion/trajectory/detail/GeoReferenceSystem.hpp"
 #include "tessel/Grid.hpp"
 
 namespace Pallion {

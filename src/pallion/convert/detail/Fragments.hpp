@@ -1,7 +1,6 @@
-// What every reader that fills a grid does alike: it names its blocks after
-// the file, stores each block's chunk as a fragment without copying it,
-// spaces its progress reports and refuses a directory.  The text converter
-// and the trajectory readers share these steps.
+// What the text converter does with each block and each file: it names its
+// blocks after the file, stores each block's chunk as a fragment without
+// copying it, spaces its progress reports and refuses a directory.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +13,7 @@
 #include "ravelin/Cacheable.hpp"
 #include "tessel/Grid.hpp"
 
-namespace Tessel {
+namespace Pallion {
 
 // The name of block `number` of `file`: the file's stem and the number, with
 // nothing between them ("points.txt", 0: "points0").
@@ -25,11 +24,12 @@ inline std::string fragmentName(const std::string& file, std::uint64_t number) {
 // Hands `chunk` to `field` as the data of `fragment`: the chunk, at its present
 // size, becomes the storage of a one-dimensional array.
 template <class T>
-void storeAsFragment(Field& field, const FragmentPtr& fragment,
+void storeAsFragment(Tessel::Field& field, const Tessel::FragmentPtr& fragment,
                      const Ravelin::StrongPtr<Ravelin::Chunk<T>, Ravelin::ChunkBase>& chunk) {
     const auto& cache = Ravelin::Cache::MemCache();
     const std::uint64_t count = chunk->size();
-    const MemBase::Array array(new MemArray<1, T>(Ravelin::ChunkPtr(chunk), {count}, CreatorPtr()));
+    const Tessel::MemBase::Array array(
+        new Tessel::MemArray<1, T>(Ravelin::ChunkPtr(chunk), {count}, Tessel::CreatorPtr()));
     field.setPersistentData(array, fragment, cache, std::string());
 }
 
@@ -44,4 +44,4 @@ inline bool isDirectory(const std::string& name) {
     return std::filesystem::is_directory(name, ignored);
 }
 
-}  // namespace Tessel
+}  // namespace Pallion

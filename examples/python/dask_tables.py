@@ -1,0 +1,55 @@
+"""Converts every table of a folder on a Dask cluster, one file per partition,
+and prints what each field holds.
+
+    python3 dask_tables.py FOLDER [--scheduler tcp://host:8786] [--parse ...] [--header N] [--delimiter NAME]
+
+Without --scheduler it starts a local cluster of worker processes on this
+machine (--workers, default 2).  Every worker must be able to import pallion
+and read the files under the same path.
+"""
+import argparse
+import pathlib
+import time
+
+import dask
+from distributed import Client, LocalCluster
+
+import pallion.dask
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
+    parser.add_argument("folder", type=pathlib.Path)
+    parser.add_argument("--scheduler", help="address of a running scheduler (default: a local cluster)")
+    parser.add_argument("--workers", type=int, default=2, help="worker processes of the local cluster")
+    parser.add_argument("--pattern", default="*.txt")
+    parser.add_argument("--parse", default=pallion.DEFAULT_PARSE)
+    parser.add_argument("--delimiter", default=" ")
+    parser.add_argument("--header", type=int, default=0)
+    args = parser.parse_args()
+
+    files = sorted(args.folder.glob(args.pattern))
+    if not files:
+        parser.error(f"no {args.pattern} in {args.folder}")
+    if args.scheduler:
+        client, cluster = Client(args.scheduler), None
+    else:
+        cluster = LocalCluster(n_workers=args.workers, threads_per_worker=1, processes=True, dashboard_address=None)
+        client = Client(cluster)
+    try:
+        start = time.perf_counter()
+        fields = pallion.dask.read_tables(files, parse=args.parse, delimiter=args.delimiter, header=args.header)
+        names = list(fields)
+        values = dask.compute(*fields.values())  # one conversion per file, whatever the number of fields
+        seconds = time.perf_counter() - start
+        print(f"{len(files)} files on {len(client.scheduler_info()['workers'])} workers in {seconds:.2f} s")
+        for name, array in zip(names, values):
+            print(f"{name:12s} {array.dtype}  {array.shape}  min {array.min(axis=0)}  max {array.max(axis=0)}")
+    finally:
+        client.close()
+        if cluster is not None:
+            cluster.close()
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,24 @@
+// Every text of the Python package, in one place: what the module says about
+// an argument it refuses before a conversion starts, and the texts of the
+// package's .py files, which read them from the module.
+#pragma once
+
+#include <string_view>
+
+namespace Pallion::Python::messages {
+
+inline constexpr std::string_view NotAPath = "files: expected a path (str or os.PathLike) or a list of them, not %s";
+inline constexpr std::string_view NoFiles = "files: the list is empty";
+inline constexpr std::string_view NotAText = "%s: expected a str, not %s";
+inline constexpr std::string_view NotAWholeNumber = "%s: expected a whole number, not %s";
+inline constexpr std::string_view OutOfRange = "%s: %lld is outside %lld..%lld";
+inline constexpr std::string_view UnknownDelimiter =
+    "delimiter: \"%s\" is neither one character nor a name (tab, comma, semicolon, space, pipe) nor \"auto\"";
+// For the package's .py files, which take them from the module.
+inline constexpr std::string_view UnequalCounts =
+    "to_pandas: the fields hold different numbers of elements (%s); one DataFrame needs equal counts";
+inline constexpr std::string_view FilesPerPartition = "files_per_partition: expected a whole number from 1 up, not %r";
+
+inline constexpr std::string_view NotCallable = "progress: expected a callable or None, not %s";
+
+}  // namespace Pallion::Python::messages

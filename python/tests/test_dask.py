@@ -1,0 +1,44 @@
+"""The Dask route on a local cluster of two worker processes."""
+import dask
+import numpy
+import pytest
+from distributed import Client, LocalCluster, get_task_stream
+
+import pallion
+import pallion.dask
+
+
+def test_read_tables_on_two_workers_equals_read_table_per_file(tmp_path):
+    rng = numpy.random.default_rng(3)
+    files = []
+    for i in range(8):
+        path = tmp_path / f"part{i}.txt"
+        rows = numpy.column_stack([rng.uniform(-100, 100, (50 + 10 * i, 3)).round(3), rng.integers(0, 255, 50 + 10 * i)])
+        numpy.savetxt(path, rows, fmt=["%.3f"] * 3 + ["%d"], header="x y z class", comments="")
+        files.append(path)
+    parse = "Positions:point:0+1+2,Class:uint8_t:3"
+    each = [pallion.read_table(f, parse=parse, header=1) for f in files]
+
+    with LocalCluster(n_workers=2, threads_per_worker=1, processes=True, host="127.0.0.1",
+                      dashboard_address=None) as cluster, Client(cluster) as client:
+        fields = pallion.dask.read_tables(files, parse=parse, header=1)
+        assert fields["Positions"].numblocks == (8, 1) and fields["Class"].dtype == numpy.uint8
+        with get_task_stream(client) as stream:
+            positions, classes = dask.compute(fields["Positions"], fields["Class"])
+        # Both fields came from one conversion per file, run by the worker processes.
+        conversions = [task for task in stream.data if task["key"].startswith("_convert")]
+        assert len(conversions) == 8 and {task["worker"] for task in conversions} <= set(client.scheduler_info()["workers"])
+        # Columns by header name, the header lines guessed once for every worker.
+        grouped = pallion.dask.read_tables(files, parse="Positions:point:x+y+z,Class:uint8_t:class", header="auto",
+                                           files_per_partition=3)
+        assert grouped["Class"].numblocks == (3,)
+        numpy.testing.assert_array_equal(grouped["Class"].compute(), classes)
+        bad = tmp_path / "bad.txt"
+        bad.write_text("x y z class\n1 2 3 oops\n")
+        with pytest.raises(pallion.TokenError, match="oops"):
+            pallion.dask.read_tables([files[0], bad], parse=parse, header=1)["Class"].compute()
+
+    numpy.testing.assert_array_equal(positions, numpy.concatenate([g.fields["Positions"].to_numpy() for g in each]))
+    numpy.testing.assert_array_equal(classes, numpy.concatenate([g.fields["Class"].to_numpy() for g in each]))
+    with pytest.raises(pallion.ConversionError, match="type not supported"):
+        pallion.dask.read_tables(files, parse="P:pt:0+1+2")
