@@ -7,6 +7,7 @@
 #include <png.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 #include <nlohmann/json.hpp>
 
 #include "Options.hpp"
@@ -15,6 +16,7 @@
 #include "pallion/Pallion.hpp"
 #include "pallion/tools/FailureContext.hpp"
 #include "pallion/tools/Sniff.hpp"
+#include "pallion/tools/Writers.hpp"
 
 namespace {
 
@@ -131,6 +133,9 @@ TEST(HostSniff, DelimiterHeaderAndFieldsFromTheFirstLines) {
         {"1\n1 2 3 9 8 7\n", "auto", "auto", "auto", ' ', 1, "Positions:point:0+1+2,Colours:rgb:3+4+5"},
         {"1\r\n1 2 3 5 9 8 7\r\n", "auto", "auto", "auto", ' ', 1,
          "Positions:point:0+1+2,Intensity:float:3,Colours:rgb:4+5+6"},
+        {"3\n1 2 3 9\n", "auto", "1", "auto", ' ', 1, "Positions:point:0+1+2,Intensity:float:3"},
+        {"Z, Y, X\n\n\n\n1 , 2 , 3\n", "comma", "4", "auto", ',', 4, "Positions:point:2+1+0"},
+        {"1 2 3\n4 5 6\n", "auto", "1", "auto", ' ', 1, "Positions:point:0+1+2"},
         // What the user names stays, and names in the parse string become numbers.
         {"x y z\n1 2 3\n", "comma", "0", "P:point:0+1+2", ',', 0, "P:point:0+1+2"},
         {"east,north,up\n1,2,3\n", "auto", "auto", "P:point:north+east+UP", ',', 1, "P:point:1+0+2"},
@@ -190,6 +195,14 @@ TEST(HostFailure, FileLineAndTokenInTheMiddleOfTheSecondFile) {
     EXPECT_TRUE(
         has(count, "line:  3\n  text:  4 5\n  the line has 2 token(s) split at space; the parse string reads column 2"))
         << count;
+
+    // A long failing line is read again only in part, and shown cut with its length.
+    options.files[1] = dir.write("d.txt", "x y z\n1 2 " + std::string(3'000'000, '7') + "x\n");
+    const auto place = Pallion::Tools::findFailingLine({options.files[1]}, 1, 0);
+    EXPECT_EQ(place.length, 3'000'005u);
+    EXPECT_EQ(place.line.size(), 64u * 1024);
+    EXPECT_TRUE(has(failureOf(options), "7777... (3000005 bytes)\n  token: column 2"))
+        << failureOf(options).substr(0, 400);
 }
 
 TEST(HostFailure, HintsForTheCommonCauses) {
@@ -340,6 +353,15 @@ TEST(HostInput, FifoAndPipeGiveEveryRowOfTheFile) {
         // Not judged: one block of the library's default size, not a few rows.
         EXPECT_EQ(fields[0]["fragments"].size(), 1u) << input;
     }
+    // Twenty times in a row through a FIFO: opened once, never a hang, every row.
+    const std::string some = rows.substr(0, rows.find('\n', 200'000) + 1);
+    dir.write("some.txt", some);
+    const auto count = static_cast<std::uint64_t>(std::count(some.begin(), some.end(), '\n'));
+    for (int i = 0; i < 20; ++i) {
+        const auto run = runHost(dir, "(cat some.txt > fifo &) && timeout 20 $P -q --json fifo");
+        ASSERT_EQ(run.status, 0) << "run " << i << ": " << run.err;
+        EXPECT_EQ(nlohmann::json::parse(run.out)["fields"][0]["elements"], count) << "run " << i;
+    }
 }
 
 // Warnings of the pre-flight check, a refusal with --strict, the Autzen
@@ -383,4 +405,36 @@ TEST(HostInput, PreflightStrictHeaderNamesAndOutputFailures) {
     EXPECT_TRUE(has(absent.err, "hint: absent.txt: No such file or directory")) << absent.err;
     EXPECT_TRUE(has(runHost(dir, "$P -q .").err, "hint: .: is a directory"));
     EXPECT_TRUE(has(runHost(dir, "$P --version").out, "pallion "));
+
+    // Ctrl-C while the open of a FIFO without a writer blocks: it returns, and the status is 130.
+    ASSERT_EQ(mkfifo((dir.path() / "silent").c_str(), 0600), 0);
+    EXPECT_EQ(runHost(dir, "timeout --preserve-status -k 5 -s INT 1 $P -q silent").status, 130);
+}
+
+// A PLY file needs one count for all fields; a refused or failed write leaves no file behind.
+TEST(HostOutput, PlyRefusesDifferentCountsAndLeavesNothingBehind) {
+    testsupport::TempDir dir;
+    Tessel::Grid grid;
+    Pallion::Parameter points, heights;
+    points.Files = testsupport::fileList({dir.write("a.txt", "1 2 3\n4 5 6\n")});
+    heights.Files = testsupport::fileList({dir.write("b.txt", "7\n")});
+    heights.Parse = "H:float:0";
+    ASSERT_EQ(Pallion::ascii2z9(grid, points), "");
+    ASSERT_EQ(Pallion::ascii2z9(grid, heights), "");
+    const auto ply = (dir.path() / "out.ply").string();
+    EXPECT_EQ(Pallion::Tools::writePly(grid, ply),
+              "cannot write " + ply +
+                  ": a PLY vertex takes one element of every field, but the fields' element counts differ: "
+                  "Positions 2, H 1");
+    const auto folder = dir.path() / "locked";
+    std::filesystem::create_directory(folder);
+    std::filesystem::permissions(folder, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+    if (::geteuid() != 0) {  // root writes anywhere
+        EXPECT_TRUE(has(Pallion::Tools::writeGrid(grid, (folder / "x.h5").string()), "Permission denied"));
+    }
+    std::filesystem::permissions(folder, std::filesystem::perms::owner_all);
+    std::size_t files = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir.path()))
+        files += entry.is_regular_file();
+    EXPECT_EQ(files, 2u);  // a.txt and b.txt, no temporary file
 }

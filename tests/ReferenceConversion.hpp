@@ -25,6 +25,7 @@
 #include "pallion/convert/detail/Ascii2Z9.hpp"
 #include "pallion/convert/detail/Messages.hpp"
 #include "pallion/convert/detail/Parse.hpp"
+#include "pallion/tools/Sniff.hpp"
 #include "tessel/Grid.hpp"
 
 namespace reference {
@@ -280,12 +281,13 @@ inline Outcome libraryReading(const Settings& settings) {
     Outcome out;
     Tessel::Grid grid;
     Pallion::Parameter p;
-    p.Files = new Ravelin::StringList;
-    p.Files->assign(settings.files.begin(), settings.files.end());
-    p.HeaderLines = settings.headerLines;
-    p.Parse = settings.parse;
-    p.Delimiter = settings.delimiter;
-    p.ChunkSize = settings.chunkSize;
+    Pallion::Tools::TableOptions options;
+    options.files = settings.files;
+    options.headerLines = settings.headerLines;
+    options.parse = settings.parse;
+    options.delimiter = settings.delimiter;
+    options.block = settings.chunkSize;
+    Pallion::Tools::fillParameter(p, options, Pallion::Tools::namedOptions(options), std::nullopt);
     p.Progress = new RecordingProgress(out.reports, settings.stopAtReport);
     p.OnFragment = [&](const Pallion::ChunkPtr& chunk, const std::string& field, const std::string& file) {
         out.hookCalls.push_back(hookCall(field, file, chunk->elementCount(), p.Tokens));

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "pallion/array/MemArray.hpp"
+#include "pallion/tools/GridValues.hpp"
 #include "ravelin/StringList.hpp"
 #include "tessel/Grid.hpp"
 
@@ -61,13 +62,7 @@ inline Ravelin::StringListPtr fileList(std::initializer_list<std::string> names)
 // The elements of every fragment of a field, one after the other.
 template <class T>
 std::vector<T> fieldValues(const Tessel::Grid& grid, const std::string& field) {
-    std::vector<T> values;
-    for (const auto& fragment : grid.field(field)->fragments())
-        for (const auto& array : fragment.arrays) {
-            const T* data = static_cast<const T*>(array->rawData());
-            values.insert(values.end(), data, data + array->elementCount());
-        }
-    return values;
+    return Pallion::Tools::fieldValues<T>(*grid.field(field));
 }
 
 // The names of a field's fragments, in the order they were made.

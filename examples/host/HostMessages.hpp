@@ -26,7 +26,7 @@ inline constexpr std::string_view Prefix = "pallion: ";
 
 // Options.
 inline constexpr std::string_view HeaderHelp =
-    "lines skipped at the head of every file; auto: one where the first line is not numbers or is a .pts point "
+    "lines skipped at the head of every file; auto: one where the first line is mostly words or a .pts point "
     "count, else none";
 inline constexpr std::string_view BadHeader = "\"%s\" is neither auto nor a whole number from 0 to 4294967295";
 inline constexpr std::string_view DelimiterHelp =

@@ -95,7 +95,7 @@ int run(int argc, char** argv) {
                 for (const std::string& line : resolved.guessed) say(line);
                 if (!resolved.failure.empty()) {
                     std::cerr << m::Prefix << resolved.failure << '\n';
-                    return Usage;
+                    return resolved.aboutTheOptions ? Usage : Failed;
                 }
                 report.guessed = resolved.guessed;
                 report.delimiter = Pallion::Tools::delimiterName(resolved.delimiter);

@@ -48,7 +48,7 @@ bool BarProgress::report(const std::string&, std::uint32_t value, std::uint32_t 
 
 void BarProgress::finish() {
     if (rows_ == 0)
-        drawCount(parameter_ != nullptr ? parameter_->LineCount : 0);
+        drawCount(parameter_ != nullptr ? parameter_->LineCount : 0, true);
     else
         draw(1.0, parameter_ != nullptr ? parameter_->LineCount : rows_);
 }
@@ -65,10 +65,10 @@ std::uint64_t bytesReadByProcess() {
 }
 }  // namespace
 
-void BarProgress::drawCount(std::uint64_t rowsRead) {
+void BarProgress::drawCount(std::uint64_t rowsRead, bool last) {
     if (!terminal_) return;
     const auto now = std::chrono::steady_clock::now();
-    if (drawn_ && now - lastDraw_ < std::chrono::milliseconds(200)) return;
+    if (drawn_ && !last && now - lastDraw_ < std::chrono::milliseconds(200)) return;
     lastDraw_ = now;
     if (startBytes_ == 0) startBytes_ = bytesReadByProcess() + 1;
     const double seconds = std::max(1e-6, std::chrono::duration<double>(now - start_).count());

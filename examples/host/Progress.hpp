@@ -31,7 +31,7 @@ public:
 
 private:
     void draw(double share, std::uint64_t rowsRead);
-    void drawCount(std::uint64_t rowsRead);
+    void drawCount(std::uint64_t rowsRead, bool last = false);
 
     const Pallion::Parameter* parameter_;
     std::uint64_t rows_, bytes_;

@@ -25,7 +25,7 @@ namespace {
 
 constexpr std::size_t ShownLength = 120;
 
-constexpr std::size_t KeptLine = 64 * 1024;
+constexpr std::size_t KeptLine = std::size_t{64} * 1024;
 
 // The tokens the library cuts a line into at `delimiter`, counted without
 // cutting: every delimiter closes one, and what follows the last is one if it
@@ -173,7 +173,7 @@ FailureReport describeFailure(const Parameter& parameter, const std::string& fai
         if (!reason.empty()) report.hints.push_back(m::fill(m::HintCannotOpen, name.c_str(), reason.c_str()));
         return report;
     }
-    if (failure.find("line-size limit") != std::string::npos) {
+    if (failure.rfind(Pallion::Messages::LineTooLong, 0) == 0) {
         report.hints.push_back(
             m::fill(m::HintLineLimit, words == OptionWords::CommandLine ? "--max-line" : "max_line="));
         return report;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "pallion/array/ElementTraits.hpp"
@@ -13,18 +14,24 @@
 
 namespace Pallion::Tools {
 
-// Calls f.template operator()<T>() with the element type of `array`, one of
-// the nine; gives false, calling nothing, for any other type.
+// Calls f.template operator()<T>() with the element type that `type` stands
+// for, one of the nine; gives false, calling nothing, for any other type.
 template <class F>
-bool withElementType(const Tessel::MemBase& array, F&& f) {
+bool withElementType(const Tessel::TesselTypeIndex& type, F&& f) {
     bool found = false;
     Tessel::forEachElementType([&]<class T>() {
-        if (!found && array.typeIndex() == Tessel::typeIndexOf<T>()) {
+        if (!found && type == Tessel::typeIndexOf<T>()) {
             found = true;
             f.template operator()<T>();
         }
     });
     return found;
+}
+
+// The same with the element type of `array`.
+template <class F>
+bool withElementType(const Tessel::MemBase& array, F&& f) {
+    return withElementType(array.typeIndex(), std::forward<F>(f));
 }
 
 // The name a parse string gives the element type of `array` ("point", "rgb",

@@ -61,6 +61,7 @@ bool writeAttribute(hid_t parent, const std::string& name, hid_t type, const voi
 // Variable-length strings, as a dataset or an attribute.
 bool writeTexts(hid_t parent, const std::string& name, const std::vector<std::string>& texts, bool attribute) {
     std::vector<const char*> pointers;
+    pointers.reserve(texts.size());
     for (const std::string& text : texts) pointers.push_back(text.c_str());
     const Handle type(H5Tcopy(H5T_C_S1), H5Tclose);
     H5Tset_size(type, H5T_VARIABLE);

@@ -4,14 +4,18 @@
 #pragma once
 
 #include <cstddef>
+#include <ios>
 #include <istream>
 #include <string>
 
 namespace Pallion::Tools {
 
 // Reads the next line (its line end removed) into `line`, keeping at most
-// `keep` bytes of it; `length` gets its full length.  False at the end of the input.
-inline bool readLine(std::istream& in, std::string& line, std::size_t keep, std::size_t& length) {
+// `keep` bytes of it; `length` gets its full length, or stops at `stopAfter`
+// bytes where the line is longer (the rest stays unread).  False at the end
+// of the input.
+inline bool readLine(std::istream& in, std::string& line, std::size_t keep, std::size_t& length,
+                     std::size_t stopAfter = static_cast<std::size_t>(-1)) {
     line.clear();
     length = 0;
     std::streambuf* buffer = in.rdbuf();
@@ -20,7 +24,7 @@ inline bool readLine(std::istream& in, std::string& line, std::size_t keep, std:
         any = true;
         if (c == '\n') return true;
         if (line.size() < keep) line += static_cast<char>(c);
-        ++length;
+        if (++length == stopAfter) return true;
     }
     in.setstate(std::ios::eofbit);
     return any;

@@ -81,7 +81,7 @@ inline constexpr std::string_view UnknownFormat =
     "cannot write %s: the format is taken from the extension, .ply or .h5";
 inline constexpr std::string_view NoHdf5 =
     "cannot write %s: this build has no HDF5 (libhdf5-dev); build it again with it";
-inline constexpr std::string_view NoPointField = "cannot write %s: no point field with elements to give x, y, z";
+inline constexpr std::string_view NoPointField = "cannot write %s: no point field to give x, y, z";
 inline constexpr std::string_view CountsDiffer =
     "cannot write %s: a PLY vertex takes one element of every field, but the fields' element counts differ: %s";
 inline constexpr std::string_view Hdf5Failed = "cannot write %s: HDF5 failed to %s";

@@ -5,8 +5,8 @@
 #include <limits>
 #include <stdexcept>
 
-#include "pallion/array/ElementTraits.hpp"
 #include "pallion/convert/detail/Parse.hpp"
+#include "pallion/tools/GridValues.hpp"
 #include "pallion/tools/Lines.hpp"
 #include "pallion/tools/Messages.hpp"
 #include "pallion/tools/TableOptions.hpp"
@@ -122,12 +122,13 @@ Preflight preflight(const Parameter& parameter, std::uint64_t rows) {
             if (!skipLine(in)) break;
         std::string line;
         std::size_t length = 0;
-        for (std::uint64_t row = 0; result.rowsChecked < rows && readLine(in, line, KeptLine, length); ++row) {
+        for (std::uint64_t row = 0; result.rowsChecked < rows && readLine(in, line, KeptLine, length, KeptLine + 1);
+             ++row) {
+            if (length > KeptLine) break;  // a line this long is left to the conversion and its line-size limit
             ++result.rowsChecked;
             const auto tokens = cutLine(line, delimiter, wanted);
             for (const ContainerEntry& entry : parsed.Container)
-                Tessel::forEachElementType([&]<class T>() {
-                    if (!(entry.TypeId == Tessel::typeIndexOf<T>())) return;
+                withElementType(entry.TypeId, [&]<class T>() {
                     using Traits = Tessel::ElementTraits<T>;
                     for (std::uint32_t column : entry.Columns) {
                         if (column >= tokens.size()) continue;

@@ -21,7 +21,7 @@ struct PreflightWarning {
     std::string token;             // as shown: control bytes visible, long tokens cut
     std::string stored;            // the value the conversion will store, as text
     bool cutShort = false;         // else: out of its type's range
-    std::string range;  // out of range: the type and its range, "uint8_t (0 to 255)"
+    std::string range;             // out of range: the type and its range, "uint8_t (0 to 255)"
     std::string text() const;      // one line for a person
 };
 

@@ -17,7 +17,7 @@ namespace Pallion::Tools {
 
 namespace {
 
-constexpr std::size_t SampleBytes = 64 * 1024;
+constexpr std::size_t SampleBytes = std::size_t{64} * 1024;
 constexpr std::size_t SampleLines = 100;
 // The candidates, in the order that settles a tie: a semicolon before a
 // comma, since a comma inside a semicolon table is a decimal comma.
@@ -126,6 +126,18 @@ std::vector<std::string> firstLines(const std::string& name, std::string& wideBo
     return lines;
 }
 
+// Words, not numbers, in most of its tokens: a header line.  A data row with
+// one bad token is not one.
+bool mostlyWords(const std::string& line, char delimiter) {
+    std::size_t filled = 0, words = 0;
+    for (const std::string& token : cut(line, delimiter)) {
+        if (trimmed(token).empty()) continue;
+        ++filled;
+        words += isNumber(unquoted(token)) ? 0 : 1;
+    }
+    return words * 2 > filled;
+}
+
 struct DelimiterGuess {
     char delimiter = ' ';
     std::size_t columns = 0;
@@ -219,7 +231,7 @@ std::string parseFromNames(const std::vector<std::string>& names) {
 }
 
 std::string parseForPts(std::size_t columns) {
-    const std::string points(DefaultParse);
+    std::string points(DefaultParse);
     switch (columns) {
         case 4:
             return points + ",Intensity:float:3";
@@ -266,6 +278,14 @@ std::string parseWithNumbers(const std::string& parse, const std::vector<std::st
     return out;
 }
 
+Resolved namedOptions(const TableOptions& options) {
+    Resolved resolved;
+    resolved.delimiter = options.delimiter.value_or(' ');
+    resolved.headerLines = options.headerLines.value_or(0);
+    resolved.parse = options.parse == AutoParse ? std::string(DefaultParse) : options.parse;
+    return resolved;
+}
+
 Resolved resolveOptions(const TableOptions& options) {
     namespace m = messages;
     Resolved resolved;
@@ -287,7 +307,10 @@ Resolved resolveOptions(const TableOptions& options) {
         std::string wideBom;
         lines = firstLines(first, wideBom, resolved.failure);
         if (!wideBom.empty()) resolved.failure = m::fill(m::WideBom, first.c_str(), wideBom.c_str());
-        if (!resolved.failure.empty()) return resolved;
+        if (!resolved.failure.empty()) {
+            resolved.aboutTheOptions = false;
+            return resolved;
+        }
         resolved.readAhead = true;
     }
 
@@ -296,8 +319,8 @@ Resolved resolveOptions(const TableOptions& options) {
     for (const std::string& line : lines)
         if (!line.empty()) filled.push_back(&line);
     // A .pts table begins with its point count alone on a line, above rows of more columns.
-    const bool pointCount =
-        !options.headerLines && filled.size() > 1 && filled[0] == &lines[0] && allDigits(trimmed(lines[0]));
+    const bool pointCount = options.headerLines.value_or(1) == 1 && filled.size() > 1 && filled[0] == &lines[0] &&
+                            allDigits(trimmed(lines[0]));
     std::vector<const std::string*> rows(filled.begin() + (pointCount ? 1 : 0), filled.end());
 
     if (options.delimiter) {
@@ -312,24 +335,21 @@ Resolved resolveOptions(const TableOptions& options) {
                                                delimiterName(guess.delimiter).c_str(), guess.columns));
         }
     }
-    const bool ptsTable = pointCount && rows.size() > 0 && countOf(*rows[0], resolved.delimiter) > 1;
+    const bool ptsTable = pointCount && !rows.empty() && countOf(*rows[0], resolved.delimiter) > 1;
 
     if (options.headerLines) {
         resolved.headerLines = *options.headerLines;
     } else if (resolved.readAhead && !lines.empty()) {
-        // Words, not numbers, in most of its tokens: a data row with one bad token is no header.
-        std::size_t filledTokens = 0, wordTokens = 0;
-        for (const std::string& token : cut(lines[0], resolved.delimiter)) {
-            if (trimmed(token).empty()) continue;
-            ++filledTokens;
-            wordTokens += isNumber(unquoted(token)) ? 0 : 1;
-        }
-        const bool words = wordTokens * 2 > filledTokens;
+        const bool words = mostlyWords(lines[0], resolved.delimiter);
         resolved.headerLines = ptsTable || words ? 1 : 0;
         resolved.guessed.emplace_back(ptsTable ? m::GuessedPointCount : words ? m::GuessedHeader : m::GuessedNoHeader);
     }
-    if (resolved.headerLines > 0 && resolved.headerLines <= lines.size() && !ptsTable)
-        resolved.headerNames = headerNamesOf(lines[resolved.headerLines - 1], resolved.delimiter);
+    // The names: the last header line that is words (a point count or an empty line names nothing).
+    for (std::size_t i = std::min<std::size_t>(resolved.headerLines, lines.size()); i > 0 && !ptsTable; --i)
+        if (mostlyWords(lines[i - 1], resolved.delimiter)) {
+            resolved.headerNames = headerNamesOf(lines[i - 1], resolved.delimiter);
+            break;
+        }
 
     if (autoParse) {
         if (!resolved.headerNames.empty()) {

@@ -24,11 +24,17 @@ struct Resolved {
     std::vector<std::string> headerNames;           // the last header line's names, unquoted; empty without a header
     std::vector<std::string> guessed;  // one line per guess, for display ("delimiter: comma (guessed ...)")
     std::string failure;               // not empty: the options cannot be used, and why
+    bool aboutTheOptions = true;       // the failure is about the options (a parse string), not the file's bytes
     bool readAhead = false;            // the first file was sampled (a regular file)
 };
 
 // Resolves `options` against the first lines of the first file.
 Resolved resolveOptions(const TableOptions& options);
+
+// The options as named, with nothing read and nothing guessed: a blank
+// delimiter, no header lines and the plain parse string where none is named.
+// For a caller that names everything, such as a test or a fuzz target.
+Resolved namedOptions(const TableOptions& options);
 
 // The header names of one header line split at `delimiter`: blanks around a
 // name and the double quotes around it removed.

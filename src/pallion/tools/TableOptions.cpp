@@ -12,7 +12,7 @@ namespace Pallion::Tools {
 namespace {
 
 constexpr std::size_t SampleWindows = 16;
-constexpr std::size_t WindowBytes = 64 * 1024;
+constexpr std::size_t WindowBytes = std::size_t{64} * 1024;
 
 // The median length (line end included) of the lines sampled in windows
 // spread evenly across a file of `size` bytes; a line longer than a window
@@ -55,12 +55,6 @@ std::uint64_t medianLineLength(const std::string& name, std::uint64_t size) {
     if (lengths.empty()) return 0;
     std::nth_element(lengths.begin(), lengths.begin() + static_cast<std::ptrdiff_t>(lengths.size() / 2), lengths.end());
     return lengths[lengths.size() / 2];
-}
-
-// The library's limit on the bytes of one line, where the Parameter has one.
-template <class P>
-void setLineSizeLimit(P& parameter, std::uint64_t limit) {
-    if constexpr (requires { parameter.LineSizeLimit = limit; }) parameter.LineSizeLimit = limit;
 }
 
 }  // namespace
@@ -123,7 +117,7 @@ void fillParameter(Parameter& parameter, const TableOptions& options, const Reso
     parameter.Delimiter = resolved.delimiter;
     parameter.Parse = resolved.parse;
     parameter.EPSG = options.epsg;
-    if (options.lineSizeLimit) setLineSizeLimit(parameter, *options.lineSizeLimit);
+    if (options.lineSizeLimit) parameter.LineSizeLimit = *options.lineSizeLimit;
     parameter.ChunkSize = options.block ? *options.block
                           : judgedRows  ? blockSizeFor(*judgedRows)
                                         : Parameter().ChunkSize;

@@ -95,8 +95,7 @@ OutputFormat outputFormatOf(const std::string& file) {
 std::string writePly(const Tessel::Grid& grid, const std::string& file) {
     namespace m = messages;
     std::vector<PlyColumn> columns = plyColumns(grid);
-    if (columns.empty() || columns[0].names[0] != "x" || elementCountOf(*columns[0].field) == 0)
-        return m::fill(m::NoPointField, file.c_str());
+    if (columns.empty() || columns[0].names[0] != "x") return m::fill(m::NoPointField, file.c_str());
     const std::uint64_t vertices = elementCountOf(*columns[0].field);
     std::string counts;
     bool differ = false;
