@@ -144,8 +144,9 @@ TEST(HostSniff, DelimiterHeaderAndFieldsFromTheFirstLines) {
          "the header's names: east, north, up"},
         {"1 2 3\n", "auto", "auto", "P:point:X+Y+Z", ' ', 0, "parse string: column \"X\" of the entry"},
         {"1 2 3\n", "auto", "auto", "P:double:4294967296", ' ', 0,
-         "parse string: column \"4294967296\" of the entry \"P:double:4294967296\" is no column number"},
-        {"1 2 3\n", "auto", "auto", "P:double:-1", ' ', 0, "parse string: column \"-1\""},
+         "parseUserInputToContainer: column \"4294967296\" is no column number (0 to 2147483647) in the entry "
+         "\"P:double:4294967296\""},
+        {"1 2 3\n", "auto", "auto", "P:double:-1", ' ', 0, "parseUserInputToContainer: column \"-1\""},
         {std::string("\xFF\xFE"
                      "1\0 \0"
                      "2\0",

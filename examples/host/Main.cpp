@@ -163,7 +163,13 @@ int run(int argc, char** argv) {
         std::cerr << m::Prefix << m::Interrupted << '\n';
         return Interrupted;
     }
-    if (options.trajectory && console.nameMisfit()) std::cerr << m::HintTrajectoryName << '\n';
+    if (options.trajectory) {
+        const std::string wrongName = Pallion::Tools::trajectoryNameFailure(options.table.files);
+        if (!wrongName.empty())
+            std::cerr << m::Prefix << wrongName << '\n';
+        else if (console.nameMisfit())
+            std::cerr << m::HintTrajectoryName << '\n';
+    }
     std::cerr << report.failure.text();
     return Failed;
 }

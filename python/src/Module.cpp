@@ -22,6 +22,7 @@
 #include "pallion/array/ElementTraits.hpp"
 #include "pallion/memory/Chunk.hpp"
 #include "pallion/tools/FailureContext.hpp"
+#include "pallion/tools/GridValues.hpp"
 #include "pallion/tools/Messages.hpp"
 #include "pallion/tools/Sniff.hpp"
 #include "pallion/tools/TableOptions.hpp"
@@ -243,19 +244,18 @@ py::dict readTrajectories(const py::handle& files, const py::object& progress) {
         outcome = guarded([&] { return Pallion::convertTrajectory2Z9(*handle.grid, list, watching); });
     }
     py::dict out = outcomeOf(std::move(handle), outcome, *watcher);
+    if (!outcome.kind.empty() && outcome.kind != "memory") {
+        // The piece of a name that does not fit the layout, where one does not.
+        Pallion::Tools::FailureReport report;
+        const std::string wrongName = Pallion::Tools::trajectoryNameFailure(paths);
+        if (!wrongName.empty()) report.hints.push_back(wrongName);
+        out["report"] = reportOf(report);
+    }
     watching.reset();
     return out;
 }
 
 // ---- What a grid holds, for the package's Grid and Field.
-
-// Runs f.template operator()<T>() with the element type of `array`, one of the nine.
-template <class F>
-void withElementType(const Tessel::MemBase& array, F&& f) {
-    Tessel::forEachElementType([&]<class T>() {
-        if (array.typeIndex() == Tessel::typeIndexOf<T>()) f.template operator()<T>();
-    });
-}
 
 // A numpy array over `count` elements of T at `data`: (n,) for a scalar,
 // (n, 3) for a point, vector or colour.  With a keeper it views the chunk;
@@ -300,7 +300,7 @@ py::list fieldsOf(const GridHandle& handle) {
         for (const Tessel::Field::Fragment& fragment : field->fragments()) {
             py::list arrays;
             for (const Tessel::MemBase::Array& array : fragment.arrays)
-                withElementType(*array, [&]<class T>() {
+                Pallion::Tools::withElementType(*array, [&]<class T>() {
                     type = Tessel::ElementTraits<T>::parseName;
                     const py::object keeper = py::cast(ChunkKeeper{array->chunkPointer()});
                     arrays.append(arrayOf<T>(array->rawData(), array->elementCount(), keeper));

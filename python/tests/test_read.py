@@ -217,13 +217,19 @@ def test_two_threads_convert_at_the_same_time(tmp_path):
         numpy.testing.assert_array_equal(results[name].fields["Positions"].to_numpy(), rows)
 
 
-def test_trajectories_and_attributes():
+def test_trajectories_and_attributes(tmp_path):
     data = pathlib.Path(__file__).resolve().parents[2] / "examples" / "data" / "trajectory"
     grid = pallion.read_trajectories(sorted(data.iterdir()))
     assert grid.attributes["EPSG_SPATIAL"] == 25832 and grid.attributes["NameOfProject"] == "Harbour"
     assert grid.attributes["Date"] == ["10.03.2026", "11.03.2026", "12.03.2026", "13.03.2026"]
     assert grid.fields["Positions"].type == "point" and grid.fields["GPSTime"].to_numpy().dtype == numpy.float64
     assert len({len(f) for f in grid.fields.values()}) == 1
+    # A name whose EPSG piece is no number: the piece is named, with the layout.
+    bad = tmp_path / "QVT_Harbour_001_20260310_EPSG99999999999_EPSG7837.txt"
+    bad.write_bytes((data / "QVT_Harbour_001_20260310_EPSG25832_EPSG7837.txt").read_bytes())
+    with pytest.raises(Exception, match="piece 4") as failure:
+        pallion.read_trajectories([bad])
+    assert "EPSG99999999999" in str(failure.value)
     # One field from two entries holds twice the rows of the other: no single DataFrame.
     table = data.parent / "sample_points.txt"
     twice = pallion.read_table(table, parse="A:double:0,A:double:1,B:int:8", header=1)

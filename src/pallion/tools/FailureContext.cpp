@@ -1,5 +1,7 @@
 #include "pallion/tools/FailureContext.hpp"
 
+#include <filesystem>
+
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -18,6 +20,7 @@
 #include "pallion/convert/detail/TokenConversion.hpp"
 #include "pallion/tools/Lines.hpp"
 #include "pallion/tools/Messages.hpp"
+#include "pallion/trajectory/detail/FilenameDatum.hpp"
 
 namespace Pallion::Tools {
 
@@ -220,6 +223,14 @@ FailureReport describeFailure(const Parameter& parameter, const std::string& fai
     }
     if (failed && failed->text.empty()) report.hints.emplace_back(m::HintEmptyToken);
     return report;
+}
+
+std::string trajectoryNameFailure(const std::vector<std::string>& files) {
+    for (const std::string& name : files) {
+        std::string wrong = checkTrajectoryName(std::filesystem::path(name).stem());
+        if (!wrong.empty()) return wrong;
+    }
+    return {};
 }
 
 }  // namespace Pallion::Tools

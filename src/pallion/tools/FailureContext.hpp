@@ -58,4 +58,9 @@ struct FailureReport {
 FailureReport describeFailure(const Parameter& parameter, const std::string& failure, bool exception,
                               OptionWords words = OptionWords::CommandLine);
 
+// For a trajectory conversion that stopped: what is wrong with the name of
+// the first listed file whose name does not fit the six-piece layout (the
+// piece, what it stands for, the layout); empty where every name fits.
+std::string trajectoryNameFailure(const std::vector<std::string>& files);
+
 }  // namespace Pallion::Tools

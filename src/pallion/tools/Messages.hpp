@@ -68,8 +68,6 @@ inline constexpr std::string_view NameWithoutHeader =
 inline constexpr std::string_view NameNotReadAhead =
     "parse string: column \"%s\" of the entry \"%s\" is a name, but %s is not a regular file and is not read "
     "ahead for its header; give column numbers";
-inline constexpr std::string_view ColumnNotANumber =
-    "parse string: column \"%s\" of the entry \"%s\" is no column number: columns count from 0 to 2147483647";
 inline constexpr std::string_view WideBom =
     "%s begins with a %s byte order mark: it is not 8-bit text; save it as UTF-8 (without a byte order mark) or "
     "ASCII";

@@ -11,6 +11,7 @@
 
 #include <sys/stat.h>
 
+#include "pallion/convert/detail/Parse.hpp"
 #include "pallion/tools/Messages.hpp"
 
 namespace Pallion::Tools {
@@ -252,20 +253,16 @@ std::string parseWithNumbers(const std::string& parse, const std::vector<std::st
         if (items.size() == 3) {
             std::string columns;
             for (const std::string& piece : cut(items[2], '+')) {
+                // Numbers stay as written: the library's own check of the parse string judges them.
                 std::string number = piece;
-                if (allDigits(piece)) {
-                    if (piece.size() > 10 || std::stoull(piece) > 2147483647ull) {
-                        failure = m::fill(m::ColumnNotANumber, piece.c_str(), entry.c_str());
+                const bool numeric = !piece.empty() && piece.find_first_not_of("+-0123456789") == std::string::npos;
+                if (!numeric) {
+                    if (const auto column = columnNamed(names, piece)) {
+                        number = std::to_string(*column);
+                    } else {
+                        failure = m::fill(m::NameNotInHeader, piece.c_str(), entry.c_str(), joined(names).c_str());
                         return parse;
                     }
-                } else if ((piece[0] == '-' || piece[0] == '+') && allDigits(piece.substr(1))) {
-                    failure = m::fill(m::ColumnNotANumber, piece.c_str(), entry.c_str());
-                    return parse;
-                } else if (const auto column = columnNamed(names, piece)) {
-                    number = std::to_string(*column);
-                } else {
-                    failure = m::fill(m::NameNotInHeader, piece.c_str(), entry.c_str(), joined(names).c_str());
-                    return parse;
                 }
                 columns += (columns.empty() ? "" : "+") + number;
             }
@@ -376,6 +373,7 @@ Resolved resolveOptions(const TableOptions& options) {
                     }
             }
         resolved.parse = parseWithNumbers(options.parse, resolved.headerNames, resolved.failure);
+        if (resolved.failure.empty()) resolved.failure = checkParseString(resolved.parse);
         if (namesColumns && resolved.failure.empty())
             resolved.guessed.push_back(m::fill(m::ParseNamesReplaced, resolved.parse.c_str()));
     }
