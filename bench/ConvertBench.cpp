@@ -23,12 +23,12 @@
 #include <string>
 #include <vector>
 
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "pallion/convert/Ascii2Z9.hpp"
-#include "pallion/memory/LargeBlocks.hpp"
 #include "pallion/trajectory/Messages.hpp"
 
 namespace {
@@ -62,7 +62,9 @@ std::uint64_t writeTable(const std::filesystem::path& file, std::uint64_t rows, 
 std::uint64_t parseOnly(const std::filesystem::path& file, std::uint64_t numbers) {
     std::vector<double> values;
     values.reserve(numbers);
-    Ravelin::adviseHugePages(values.data(), numbers * sizeof(double));
+    const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    const std::uintptr_t first = (reinterpret_cast<std::uintptr_t>(values.data()) + page - 1) / page * page;
+    madvise(reinterpret_cast<void*>(first), numbers * sizeof(double) - page, MADV_HUGEPAGE);
     values.resize(numbers);
     std::FILE* in = std::fopen(file.c_str(), "rb");
     std::vector<char> block(std::size_t{1} << 20);

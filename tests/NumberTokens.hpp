@@ -16,6 +16,7 @@
 #include <variant>
 #include <vector>
 
+#include "pallion/convert/FastNumbers.hpp"
 #include "pallion/convert/NumberConversion.hpp"
 
 namespace numbertokens {
@@ -201,14 +202,7 @@ bool sameOutcome(const Outcome<C>& a, const Outcome<C>& b) {
 template <class C>
 bool sameAsStandard(const std::string& token) {
     const Outcome<C> fast = outcomeOf<C>([&] { return Pallion::convertNumber<C>(token); });
-    const Outcome<C> expected = outcomeOf<C>([&]() -> C {
-        if constexpr (std::is_same_v<C, double>)
-            return std::stod(token);
-        else if constexpr (std::is_same_v<C, float>)
-            return std::stof(token);
-        else
-            return std::stoi(token);
-    });
+    const Outcome<C> expected = outcomeOf<C>([&] { return Pallion::standardNumber<C>(token); });
     return sameOutcome(fast, expected);
 }
 
@@ -221,12 +215,13 @@ inline std::vector<std::string> differingTokens(std::uint64_t seed, std::uint64_
     fast = 0;
     for (std::uint64_t i = 0; i < count; ++i) {
         const std::string token = maker.next();
-        if (!(sameAsStandard<double>(token) && sameAsStandard<float>(token) && sameAsStandard<int>(token)) &&
+        if (!(sameAsStandard<double>(token) && sameAsStandard<float>(token) && sameAsStandard<int>(token) &&
+              sameAsStandard<unsigned char>(token)) &&
             differing.size() < keep)
             differing.push_back(token);
         double value;
         const char* end;
-        fast += Pallion::fastDouble(token.data(), token.data() + token.size(), value, end);
+        fast += Pallion::detail::fastNumber(token.data(), token.data() + token.size(), value, end);
     }
     return differing;
 }

@@ -1,5 +1,5 @@
 // A plain reading of text tables, written straight from the documented
-// behaviour with std::getline, split and std::stod / std::stof / std::stoi,
+// behaviour with std::getline, split and the standard conversions (standardNumber),
 // and the same conversion through ascii2z9, each recorded as an Outcome:
 // result text or exception, counters, tokens, progress reports, hook calls
 // and every fragment with its bytes.  Two equal outcomes mean that the fast
@@ -24,6 +24,7 @@
 #include "pallion/array/ElementTraits.hpp"
 #include "pallion/convert/Ascii2Z9.hpp"
 #include "pallion/convert/Messages.hpp"
+#include "pallion/convert/NumberConversion.hpp"
 #include "pallion/convert/Parse.hpp"
 #include "tessel/Grid.hpp"
 
@@ -168,13 +169,7 @@ private:
         using C = typename Traits::Component;
         C values[Traits::components];
         for (unsigned i = 0; i < Traits::components; ++i) {
-            const std::string& token = tokens[columns[i]];
-            if constexpr (std::is_same_v<C, double>)
-                values[i] = std::stod(token);
-            else if constexpr (std::is_same_v<C, float>)
-                values[i] = std::stof(token);
-            else
-                values[i] = static_cast<C>(std::stoi(token));
+            values[i] = Pallion::standardNumber<C>(tokens[columns[i]]);
         }
         std::memcpy(into, values, sizeof values);
     }

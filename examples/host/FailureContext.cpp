@@ -10,8 +10,8 @@
 #include "HostMessages.hpp"
 #include "pallion/array/ElementTraits.hpp"
 #include "pallion/convert/Messages.hpp"
+#include "pallion/convert/NumberConversion.hpp"
 #include "pallion/convert/Parse.hpp"
-#include "pallion/convert/TokenConversion.hpp"
 
 namespace host {
 
@@ -80,7 +80,7 @@ std::optional<FailedToken> failingToken(const Pallion::Parameter& parameter) {
                 if (entry.Columns[i] >= parameter.Tokens.size()) continue;
                 const std::string& token = parameter.Tokens[entry.Columns[i]];
                 try {
-                    (void)Pallion::convertToken<C>(token);
+                    (void)Pallion::convertNumber<C>(token);
                 } catch (const std::out_of_range&) {
                     failed = FailedToken{entry.Columns[i], token, "out of range for a " + kind};
                 } catch (const std::invalid_argument&) {

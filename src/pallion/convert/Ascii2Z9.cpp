@@ -4,9 +4,9 @@
 #include <cstring>
 
 #include "gridnotes/GridNotes.hpp"
+#include "pallion/convert/FastNumbers.hpp"
 #include "pallion/convert/LineReader.hpp"
 #include "pallion/convert/Messages.hpp"
-#include "pallion/convert/NumberConversion.hpp"
 #include "pallion/convert/Parse.hpp"
 #include "pallion/convert/TokenConversion.hpp"
 
@@ -36,6 +36,7 @@ void Ascii2Z9::openColumns(TypedColumns<T>& holder) {
 
 void Ascii2Z9::storeLine() {
     const std::vector<std::string>& tokens = parameter.Tokens;
+    makeRoom();
     const std::uint64_t row = parameter.BlockFill;
     forEachHolder([&](auto& holder) {
         for (auto& column : holder.Entries) storeElement(column.rows[row], tokens, column.Columns);
@@ -50,6 +51,7 @@ void Ascii2Z9::finishRow() {
     flushBlock();
     ++parameter.FragmentCount;
     parameter.BlockFill = 0;
+    grown_ = 0;
     if (fastRows_) planRows();
 }
 
@@ -61,11 +63,28 @@ void Ascii2Z9::planRows() {
     plan_.finish();
 }
 
+void Ascii2Z9::growColumns() {
+    grown_ = std::min<std::uint64_t>(parameter.ChunkSize, parameter.BlockFill + GrowthStep);
+    forEachHolder([&](auto& holder) {
+        for (auto& column : holder.Entries) column.resize(grown_);
+    });
+}
+
+void Ascii2Z9::releaseColumns() {
+    forEachHolder([&](auto& holder) {
+        for (auto& column : holder.Entries) {
+            column.Chunk = nullptr;
+            column.rows = nullptr;
+        }
+    });
+    grown_ = 0;
+}
+
 void Ascii2Z9::flushBlock() {
     forEachHolder([&](auto& holder) {
         for (auto& column : holder.Entries) {
             column.flushColumn(parameter.FragmentCount, parameter.CurrentFile, parameter.OnFragment);
-            column.renew(column.Chunk->size());
+            column.renew(parameter.ChunkSize);
         }
     });
 }
@@ -73,7 +92,7 @@ void Ascii2Z9::flushBlock() {
 void Ascii2Z9::flushRemainder() {
     forEachHolder([&](auto& holder) {
         for (auto& column : holder.Entries) {
-            column.Chunk->resize(parameter.BlockFill);
+            column.resize(parameter.BlockFill);
             column.flushColumn(parameter.FragmentCount, parameter.CurrentFile, parameter.OnFragment);
         }
     });
@@ -86,9 +105,20 @@ std::string Ascii2Z9::run() {
     if (parameter.ChunkSize == 0) return std::string(Messages::ChunkSizeZero);
 
     forEachHolder([&](auto& holder) { openColumns(holder); });
-    // The fast number conversion reads '.' as the decimal point; under a locale
-    // that writes it otherwise, every line goes the standard way.
-    fastRows_ = decimalPointIsDot();
+    // A chunk that is being grown is seen by no one until it has its full
+    // size; a failure, a returned text or an exception, loses the block being
+    // filled, and with it the columns' chunks.
+    struct LoseBlockUnlessDone {
+        Ascii2Z9& converter;
+        bool done = false;
+        ~LoseBlockUnlessDone() {
+            if (!done) converter.releaseColumns();
+        }
+    } guard{*this};
+    // The fast number conversion reads '.' as the decimal point and rounds to
+    // nearest; under a locale or a rounding mode of another kind, every line
+    // goes the standard way.
+    fastRows_ = detail::fastFloatingHolds();
     if (fastRows_) planRows();
 
     for (const std::string& name : *parameter.Files) {
@@ -96,6 +126,7 @@ std::string Ascii2Z9::run() {
         if (!failure.empty()) return failure;
     }
     if (parameter.BlockFill < parameter.ChunkSize) flushRemainder();
+    guard.done = true;
     return {};
 }
 
@@ -132,6 +163,7 @@ std::string Ascii2Z9::readFile(const std::string& name) {
         // send its first line the standard way, which appends to them.
         if (fastRows_ && tokens.empty()) {
             const char* stop = reader.sawNul() ? static_cast<const char*>(std::memchr(line, '\0', length)) : nullptr;
+            makeRoom();
             if (plan_.store(line, stop != nullptr ? stop : end, parameter.BlockFill)) {
                 if (parameter.BlockFill + 1 == parameter.ChunkSize) split(line, length, tokens, delimiter);
                 finishRow();

@@ -6,26 +6,6 @@
 
 namespace Pallion {
 
-namespace {
-
-// Converts the number at the start of [first, last) into one component and
-// gives the end of the number; false where the standard conversion decides.
-template <class C>
-inline bool storeComponent(const char* first, const char* last, std::byte* into, const char*& end) noexcept {
-    C value;
-    if constexpr (std::is_floating_point_v<C>) {
-        if (!detail::fastFloating(first, last, value, end)) return false;
-    } else {
-        int wide;
-        if (!detail::fastInteger(first, last, wide, end)) return false;
-        value = static_cast<C>(wide);  // a value too wide keeps its low bits
-    }
-    std::memcpy(into, &value, sizeof value);
-    return true;
-}
-
-}  // namespace
-
 RowPlan::Kind RowPlan::kindOf(bool floating, std::size_t width) {
     if (floating) return width == sizeof(double) ? Kind::Double : Kind::Float;
     if (width == 1) return Kind::Bits8;
@@ -75,22 +55,29 @@ bool RowPlan::store(const char* p, const char* end, std::uint64_t row) const {
         for (std::uint32_t t = token.firstTarget; t < token.firstTarget + token.targetCount; ++t) {
             const Target& target = targets_[t];
             std::byte* into = target.rows + row * target.stride + target.offset;
+            // The component's number, written where the target says; false where the standard way decides.
+            const auto store = [&]<class C>() {
+                C value;
+                if (!detail::fastNumber(p, stop, value, numberEnd)) return false;
+                std::memcpy(into, &value, sizeof value);
+                return true;
+            };
             bool stored = false;
             switch (target.kind) {
                 case Kind::Double:
-                    stored = storeComponent<double>(p, stop, into, numberEnd);
+                    stored = store.template operator()<double>();
                     break;
                 case Kind::Float:
-                    stored = storeComponent<float>(p, stop, into, numberEnd);
+                    stored = store.template operator()<float>();
                     break;
                 case Kind::Bits8:
-                    stored = storeComponent<std::uint8_t>(p, stop, into, numberEnd);
+                    stored = store.template operator()<std::uint8_t>();
                     break;
                 case Kind::Bits16:
-                    stored = storeComponent<std::uint16_t>(p, stop, into, numberEnd);
+                    stored = store.template operator()<std::uint16_t>();
                     break;
                 case Kind::Bits32:
-                    stored = storeComponent<std::uint32_t>(p, stop, into, numberEnd);
+                    stored = store.template operator()<std::uint32_t>();
                     break;
             }
             if (!stored) return false;
