@@ -195,7 +195,7 @@ int main(int argc, char** argv) {
     writeTable(tiny, 3, false);
 
     table("points", points, "Positions:point:0+1+2", rows, rows * 3, 24);
-    table("trajectory", trajectory, std::string(Pallion::TrajectoryMessages::TrajectoryParse), trajectoryRows,
+    table("trajectory", trajectory, std::string(Pallion::messages::trajectory::TrajectoryParse), trajectoryRows,
           trajectoryRows * 7, 24 + 4 * 8);
     Measure small{1e9, 0};
     for (int i = 0; i < runs; ++i) {

@@ -179,9 +179,9 @@ private:
         p.Delimiter = settings.delimiter == 't' ? '\t' : settings.delimiter;
         std::string parsed = Pallion::parseUserInputToContainer(p);
         if (!parsed.empty()) return parsed;
-        if (settings.files.empty()) return std::string(Pallion::Messages::NoInputFiles);
-        if (p.Container.empty()) return std::string(Pallion::Messages::NoContainer);
-        if (settings.chunkSize == 0) return std::string(Pallion::Messages::ChunkSizeZero);
+        if (settings.files.empty()) return std::string(Pallion::messages::convert::NoInputFiles);
+        if (p.Container.empty()) return std::string(Pallion::messages::convert::NoContainer);
+        if (settings.chunkSize == 0) return std::string(Pallion::messages::convert::ChunkSizeZero);
         Tessel::forEachElementType([&]<class T>() {
             const auto type = Tessel::typeIndexOf<T>();
             for (const Pallion::ContainerEntry& entry : p.Container)
@@ -199,9 +199,10 @@ private:
 
     std::string readFile(const std::string& name) {
         std::error_code ignored;
-        if (std::filesystem::is_directory(name, ignored)) return std::string(Pallion::Messages::CannotOpenFile) + name;
+        if (std::filesystem::is_directory(name, ignored))
+            return std::string(Pallion::messages::convert::CannotOpenFile) + name;
         std::ifstream stream(name, std::ios_base::in);
-        if (!stream.is_open()) return std::string(Pallion::Messages::CannotOpenFile) + name;
+        if (!stream.is_open()) return std::string(Pallion::messages::convert::CannotOpenFile) + name;
         for (std::uint32_t i = 0; i < settings.headerLines; ++i)
             stream.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
         const std::uint64_t estimate = estimateLines(name);
@@ -213,12 +214,13 @@ private:
                 out.reports.emplace_back(static_cast<std::uint32_t>(std::min(estimate, p.LineCount)),
                                          static_cast<std::uint32_t>(estimate));
                 if (out.reports.size() == settings.stopAtReport)
-                    return std::string(Pallion::Messages::UserInterruption);
+                    return std::string(Pallion::messages::convert::UserInterruption);
             }
             Pallion::split(line.data(), line.size(), p.Tokens, p.Delimiter);
             if (p.HighestColumnIndex >= p.Tokens.size())
-                return std::string(Pallion::Messages::ColumnIndexOutOfRange) + std::to_string(p.HighestColumnIndex) +
-                       std::string(Pallion::Messages::TokensInLine) + std::to_string(p.Tokens.size());
+                return std::string(Pallion::messages::convert::ColumnIndexOutOfRange) +
+                       std::to_string(p.HighestColumnIndex) + std::string(Pallion::messages::convert::TokensInLine) +
+                       std::to_string(p.Tokens.size());
             for (Column& column : columns)
                 column.store(column.rows.data() + p.BlockFill * column.elementSize, p.Tokens, column.columns);
             ++p.BlockFill;

@@ -123,7 +123,7 @@ FailurePlace findFailingLine(const Options& options, std::uint64_t rowsStored) {
 std::string describeFailure(const Options& options, const Pallion::Parameter& parameter, const std::string& failure,
                             bool exception) {
     namespace m = messages;
-    const bool countFailure = failure.rfind(Pallion::Messages::ColumnIndexOutOfRange, 0) == 0;
+    const bool countFailure = failure.rfind(Pallion::messages::convert::ColumnIndexOutOfRange, 0) == 0;
     if (!exception && !countFailure) return {};
     const FailurePlace place = findFailingLine(options, parameter.LineCount);
     if (place.file.empty()) return {};

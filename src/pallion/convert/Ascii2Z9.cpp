@@ -99,10 +99,10 @@ void Ascii2Z9::flushRemainder() {
 }
 
 std::string Ascii2Z9::run() {
-    if (parameter.Files.isNull() || parameter.Files->empty()) return std::string(Messages::NoInputFiles);
-    if (parameter.Container.empty()) return std::string(Messages::NoContainer);
+    if (parameter.Files.isNull() || parameter.Files->empty()) return std::string(messages::convert::NoInputFiles);
+    if (parameter.Container.empty()) return std::string(messages::convert::NoContainer);
     // A block needs at least one row: with 0 no chunk could hold the first row.
-    if (parameter.ChunkSize == 0) return std::string(Messages::ChunkSizeZero);
+    if (parameter.ChunkSize == 0) return std::string(messages::convert::ChunkSizeZero);
 
     forEachHolder([&](auto& holder) { openColumns(holder); });
     // A chunk that is being grown is seen by no one until it has its full
@@ -131,9 +131,9 @@ std::string Ascii2Z9::run() {
 }
 
 std::string Ascii2Z9::readFile(const std::string& name) {
-    if (Tessel::isDirectory(name)) return std::string(Messages::CannotOpenFile) + name;
+    if (Tessel::isDirectory(name)) return std::string(messages::convert::CannotOpenFile) + name;
     LineReader reader(name);
-    if (!reader.isOpen()) return std::string(Messages::CannotOpenFile) + name;
+    if (!reader.isOpen()) return std::string(messages::convert::CannotOpenFile) + name;
     reader.skipLines(parameter.HeaderLines);
 
     const std::uint64_t estimate = estimateLines(name, parameter.HeaderLines);
@@ -151,9 +151,9 @@ std::string Ascii2Z9::readFile(const std::string& name) {
             reportAt += step;
             if (progress != nullptr) {
                 const std::uint64_t value = std::min(estimate, parameter.LineCount);
-                if (!progress->report(std::string(Messages::ProgressReadLine), static_cast<std::uint32_t>(value),
-                                      static_cast<std::uint32_t>(estimate)))
-                    return std::string(Messages::UserInterruption);
+                if (!progress->report(std::string(messages::convert::ProgressReadLine),
+                                      static_cast<std::uint32_t>(value), static_cast<std::uint32_t>(estimate)))
+                    return std::string(messages::convert::UserInterruption);
             }
         }
         const auto length = static_cast<std::size_t>(end - line);
@@ -173,8 +173,9 @@ std::string Ascii2Z9::readFile(const std::string& name) {
         }
         split(line, length, tokens, delimiter);
         if (parameter.HighestColumnIndex >= tokens.size())
-            return std::string(Messages::ColumnIndexOutOfRange) + std::to_string(parameter.HighestColumnIndex) +
-                   std::string(Messages::TokensInLine) + std::to_string(tokens.size());
+            return std::string(messages::convert::ColumnIndexOutOfRange) +
+                   std::to_string(parameter.HighestColumnIndex) + std::string(messages::convert::TokensInLine) +
+                   std::to_string(tokens.size());
         storeLine();
         tokens.clear();
     }
@@ -194,13 +195,14 @@ std::string ascii2z9(Tessel::Grid& grid, Parameter& parameter) {
     if (parameter.EPSG > 0) {
         Ravelin::StrongPtr<Ravelin::Chunk<int>, Ravelin::ChunkBase> code(new Ravelin::Chunk<int>(1));
         (*code)[0] = parameter.EPSG;
-        grid.attributes().setAttribute(std::string(Messages::EPSGAttribute), ChunkPtr(code));
+        grid.attributes().setAttribute(std::string(messages::convert::EPSGAttribute), ChunkPtr(code));
         grid.setTimeStamp(Ravelin::Ageable::tick());
     }
 
     const Tessel::GridPtr noGrid;
     const int zero = 0, one = 1;
-    GridNotes::addInfoToGrid(parameter.speak(), grid, std::string(Messages::TextConverterName), noGrid, zero, one);
+    GridNotes::addInfoToGrid(parameter.speak(), grid, std::string(messages::convert::TextConverterName), noGrid, zero,
+                             one);
     return result;
 }
 

@@ -64,9 +64,9 @@ private:
 
     // The converter's documented fields keep their names; the constructor's
     // arguments are named apart from them.
-    Parameter& parameter;  // NOLINT(readability-identifier-naming)
-    Tessel::Grid& grid;    // NOLINT(readability-identifier-naming)
-    Holders holders;       // NOLINT(readability-identifier-naming)
+    Parameter& parameter;
+    Tessel::Grid& grid;
+    Holders holders;
     RowPlan plan_;
     bool fastRows_ = false;
     static constexpr std::uint64_t GrowthStep = 65536;

@@ -16,11 +16,11 @@ void adviseHugePages(void* data, std::size_t bytes) noexcept {
     if (data == nullptr || bytes < HugePageThreshold) return;
     // madvise takes whole pages: the first page boundary inside the block, and
     // the last one.
-    const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-    const auto first = reinterpret_cast<std::uintptr_t>(data);
-    const std::uintptr_t begin = (first + page - 1) / page * page;
-    const std::uintptr_t end = (first + bytes) / page * page;
-    if (begin < end) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    auto* const first = static_cast<char*>(data);
+    const std::size_t head = (page - reinterpret_cast<std::uintptr_t>(first) % page) % page;
+    if (bytes < head + page) return;
+    madvise(first + head, (bytes - head) / page * page, MADV_HUGEPAGE);
 #else
     (void)data;
     (void)bytes;

@@ -19,7 +19,7 @@ Ravelin::StrongPtr<GeoReferenceSystem> parseFilenameForGeoDatum(const std::files
     split(text.data(), text.size(), pieces, '_');
     if (pieces.size() != 6) {
         Ravelin::Console console;
-        console << std::string(TrajectoryMessages::LayoutDoesNotFit) + text;
+        console << std::string(messages::trajectory::LayoutDoesNotFit) + text;
         return {};
     }
     const int height = stoiAfterPrefix(pieces[5], 4);
