@@ -146,7 +146,32 @@ std::string Ascii2Z9::readFile(const std::string& name) {
     const char delimiter = parameter.Delimiter;
     const char* line;
     const char* end;
-    while (reader.nextLine(line, end)) {
+    for (;;) {
+        // The quiet rows: plain ones up to the next progress report, the end of
+        // the chunks' present size or the last row of the block, whichever
+        // comes first, each through the row plan with no other work.  The
+        // first that needs more goes the general way below.
+        bool haveLine = false;
+        if (fastRows_ && tokens.empty() && !reader.sawNul()) {
+            makeRoom();
+            const std::uint64_t first = parameter.BlockFill;
+            const std::uint64_t last = first + std::min({reportAt - parameter.LineCount, grown_ - first,
+                                                         std::uint64_t{parameter.ChunkSize} - 1 - first});
+            std::uint64_t row = first;
+            for (; row < last; ++row) {
+                if (!reader.nextLine(line, end)) break;
+                // A block read with a NUL in it may have put one into this line.
+                if (reader.sawNul() || !plan_.store(line, end, row)) {
+                    haveLine = true;
+                    break;
+                }
+            }
+            parameter.BlockFill = row;
+            parameter.LineCount += row - first;
+            if (row < last && !haveLine) return {};  // the file has run out
+        }
+        if (!haveLine && !reader.nextLine(line, end)) break;
+
         if (parameter.LineCount == reportAt) {
             reportAt += step;
             if (progress != nullptr) {

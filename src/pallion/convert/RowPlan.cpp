@@ -33,10 +33,27 @@ void RowPlan::finish() {
         ++tokens_.back().targetCount;
     }
     if (tokens_.empty() || tokens_.back().column < highestColumn_) tokens_.push_back({highestColumn_, 0, 0});
+    uniform_ = targets_.empty() ? Kind::Mixed : targets_.front().kind;
+    for (const Target& target : targets_)
+        if (target.kind != uniform_) uniform_ = Kind::Mixed;
     pending_.clear();
 }
 
-bool RowPlan::store(const char* p, const char* end, std::uint64_t row) const {
+bool RowPlan::store(const char* line, const char* end, std::uint64_t row) const {
+    // One kind for every target, as in a table of points and doubles, takes
+    // the choice of conversion out of the loop.
+    switch (uniform_) {
+        case Kind::Double:
+            return storeRow<Kind::Double>(line, end, row);
+        case Kind::Float:
+            return storeRow<Kind::Float>(line, end, row);
+        default:
+            return storeRow<Kind::Mixed>(line, end, row);
+    }
+}
+
+template <RowPlan::Kind Only>
+bool RowPlan::storeRow(const char* p, const char* end, std::uint64_t row) const {
     std::uint32_t index = 0;  // the token that starts at p
     for (const Token& token : tokens_) {
         for (; index < token.column; ++index) {
@@ -63,7 +80,7 @@ bool RowPlan::store(const char* p, const char* end, std::uint64_t row) const {
                 return true;
             };
             bool stored = false;
-            switch (target.kind) {
+            switch (Only == Kind::Mixed ? target.kind : Only) {
                 case Kind::Double:
                     stored = store.template operator()<double>();
                     break;
@@ -77,6 +94,7 @@ bool RowPlan::store(const char* p, const char* end, std::uint64_t row) const {
                     stored = store.template operator()<std::uint16_t>();
                     break;
                 case Kind::Bits32:
+                case Kind::Mixed:  // never a target's kind
                     stored = store.template operator()<std::uint32_t>();
                     break;
             }
