@@ -39,6 +39,7 @@ inline constexpr const char* ParseStrings[] = {
     "X:uint16_t:0+3+1,Y:uint32_t:2,X:double:1",
     "Only:float:1",
     "N:int:0,M:int:0",
+    "A:float:0,B:uint8_t:1,C:int:2,D:double:3",
 };
 
 struct Settings {

@@ -36,12 +36,27 @@ void RowPlan::finish() {
     uniform_ = targets_.empty() ? Kind::Mixed : targets_.front().kind;
     for (const Target& target : targets_)
         if (target.kind != uniform_) uniform_ = Kind::Mixed;
+    dense_ = !delimiterInNumbers_ && !targets_.empty() && tokens_.size() == targets_.size();
+    for (std::uint32_t i = 0; i < tokens_.size() && dense_; ++i)
+        dense_ = tokens_[i].column == i && tokens_[i].targetCount == 1;
     pending_.clear();
 }
 
 bool RowPlan::store(const char* line, const char* end, std::uint64_t row) const {
     // One kind for every target, as in a table of points and doubles, takes
     // the choice of conversion out of the loop.
+    // A dense plan, one component from each of the tokens 0, 1, 2, ... and
+    // no delimiter that a number could hold, needs no bookkeeping of tokens.
+    if (dense_) {
+        switch (uniform_) {
+            case Kind::Double:
+                return storeDense<Kind::Double>(line, end, row);
+            case Kind::Float:
+                return storeDense<Kind::Float>(line, end, row);
+            default:
+                return storeDense<Kind::Mixed>(line, end, row);
+        }
+    }
     switch (uniform_) {
         case Kind::Double:
             return storeRow<Kind::Double>(line, end, row);
@@ -49,6 +64,50 @@ bool RowPlan::store(const char* line, const char* end, std::uint64_t row) const 
             return storeRow<Kind::Float>(line, end, row);
         default:
             return storeRow<Kind::Mixed>(line, end, row);
+    }
+}
+
+template <RowPlan::Kind Only>
+inline bool RowPlan::convertInto(Kind kind, const char* p, const char* stop, std::byte* into, const char*& numberEnd) {
+    const auto store = [&]<class C>() {
+        C value;
+        if (!detail::fastNumber(p, stop, value, numberEnd)) return false;
+        std::memcpy(into, &value, sizeof value);
+        return true;
+    };
+    switch (Only == Kind::Mixed ? kind : Only) {
+        case Kind::Double:
+            return store.template operator()<double>();
+        case Kind::Float:
+            return store.template operator()<float>();
+        case Kind::Bits8:
+            return store.template operator()<std::uint8_t>();
+        case Kind::Bits16:
+            return store.template operator()<std::uint16_t>();
+        case Kind::Bits32:
+        case Kind::Mixed:  // never a target's kind
+            return store.template operator()<std::uint32_t>();
+    }
+    return false;
+}
+
+template <RowPlan::Kind Only>
+bool RowPlan::storeDense(const char* p, const char* end, std::uint64_t row) const {
+    const Target* target = targets_.data();
+    const Target* const last = target + targets_.size();
+    for (;;) {
+        if (p == end) return false;  // the line has no such token
+        const char* numberEnd = p;
+        if (!convertInto<Only>(target->kind, p, end, target->rows + row * target->stride + target->offset, numberEnd))
+            return false;
+        if (++target == last) return true;
+        // The token ends at the first delimiter behind its number: usually right there.
+        if (numberEnd != end && *numberEnd == delimiter_) {
+            p = numberEnd + 1;
+        } else {
+            const void* cut = std::memchr(numberEnd, delimiter_, static_cast<std::size_t>(end - numberEnd));
+            p = cut != nullptr ? static_cast<const char*>(cut) + 1 : end;
+        }
     }
 }
 
@@ -72,32 +131,7 @@ bool RowPlan::storeRow(const char* p, const char* end, std::uint64_t row) const 
         for (std::uint32_t t = token.firstTarget; t < token.firstTarget + token.targetCount; ++t) {
             const Target& target = targets_[t];
             std::byte* into = target.rows + row * target.stride + target.offset;
-            // The component's number, written where the target says; false where the standard way decides.
-            const auto store = [&]<class C>() {
-                C value;
-                if (!detail::fastNumber(p, stop, value, numberEnd)) return false;
-                std::memcpy(into, &value, sizeof value);
-                return true;
-            };
-            bool stored = false;
-            switch (Only == Kind::Mixed ? target.kind : Only) {
-                case Kind::Double:
-                    stored = store.template operator()<double>();
-                    break;
-                case Kind::Float:
-                    stored = store.template operator()<float>();
-                    break;
-                case Kind::Bits8:
-                    stored = store.template operator()<std::uint8_t>();
-                    break;
-                case Kind::Bits16:
-                    stored = store.template operator()<std::uint16_t>();
-                    break;
-                case Kind::Bits32:
-                case Kind::Mixed:  // never a target's kind
-                    stored = store.template operator()<std::uint32_t>();
-                    break;
-            }
+            const bool stored = convertInto<Only>(target.kind, p, stop, into, numberEnd);
             if (!stored) return false;
         }
         // The token ends at the first delimiter behind its number: usually right there.
