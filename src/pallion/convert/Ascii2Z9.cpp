@@ -151,11 +151,13 @@ std::string Ascii2Z9::readFile(const std::string& name) {
         // the chunks' present size or the last row of the block, whichever
         // comes first, each through the row plan with no other work.  The
         // first that needs more goes the general way below.
+        // The chunks grow on the general way only, once a line has come: the
+        // end of the file may be next.
         bool haveLine = false;
         if (fastRows_ && tokens.empty() && !reader.sawNul()) {
-            makeRoom();
             const std::uint64_t first = parameter.BlockFill;
-            const std::uint64_t last = first + std::min({reportAt - parameter.LineCount, grown_ - first,
+            const std::uint64_t room = grown_ > first ? grown_ - first : 0;
+            const std::uint64_t last = first + std::min({reportAt - parameter.LineCount, room,
                                                          std::uint64_t{parameter.ChunkSize} - 1 - first});
             std::uint64_t row = first;
             for (; row < last; ++row) {
