@@ -64,7 +64,10 @@ void Ascii2Z9::planRows() {
 }
 
 void Ascii2Z9::growColumns() {
-    grown_ = std::min<std::uint64_t>(parameter.ChunkSize, parameter.BlockFill + GrowthStep);
+    // The first steps are short, so that a short table touches few pages;
+    // from there on a step is as long as what the chunk holds, up to GrowthStep.
+    const std::uint64_t step = std::clamp<std::uint64_t>(parameter.BlockFill, FirstGrowthStep, GrowthStep);
+    grown_ = std::min<std::uint64_t>(parameter.ChunkSize, parameter.BlockFill + step);
     forEachHolder([&](auto& holder) {
         for (auto& column : holder.Entries) column.resize(grown_);
     });

@@ -46,7 +46,7 @@ private:
     void finishRow();
     // Plans the fast rows for the chunks the columns hold now.
     void planRows();
-    // Lets every column's chunk hold row BlockFill, growing them by GrowthStep
+    // Lets every column's chunk hold row BlockFill, growing them by up to GrowthStep
     // rows at a time up to ChunkSize: each step's pages are zeroed just before
     // its rows are written, while they are in the cache, and a block is at its
     // full size when it is flushed.
@@ -69,6 +69,7 @@ private:
     Holders holders;
     RowPlan plan_;
     bool fastRows_ = false;
+    static constexpr std::uint64_t FirstGrowthStep = 4096;
     static constexpr std::uint64_t GrowthStep = 65536;
     std::uint64_t grown_ = 0;  // the rows every column's chunk holds now
 };
