@@ -162,18 +162,18 @@ std::string Ascii2Z9::readFile(const std::string& name) {
             const std::uint64_t room = grown_ > first ? grown_ - first : 0;
             const std::uint64_t last = first + std::min({reportAt - parameter.LineCount, room,
                                                          std::uint64_t{parameter.ChunkSize} - 1 - first});
-            std::uint64_t row = first;
-            for (; row < last; ++row) {
-                if (!reader.nextLine(line, end)) break;
+            // The counters follow each row, so that they are right if the
+            // reading of the next line throws.
+            while (parameter.BlockFill < last) {
+                if (!reader.nextLine(line, end)) return {};  // the file has run out
                 // A block read with a NUL in it may have put one into this line.
-                if (reader.sawNul() || !plan_.store(line, end, row)) {
+                if (reader.sawNul() || !plan_.store(line, end, parameter.BlockFill)) {
                     haveLine = true;
                     break;
                 }
+                ++parameter.BlockFill;
+                ++parameter.LineCount;
             }
-            parameter.BlockFill = row;
-            parameter.LineCount += row - first;
-            if (row < last && !haveLine) return {};  // the file has run out
         }
         if (!haveLine && !reader.nextLine(line, end)) break;
 
