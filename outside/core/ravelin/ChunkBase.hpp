@@ -30,6 +30,11 @@ public:
     virtual const std::type_info& baseType() const = 0;
     virtual ChunkPtr createChunk(std::size_t count, bool reserveOnly) const = 0;
     virtual ChunkPtr clone() const = 0;
+
+protected:
+    // What this chunk added to TotalMemsize when it was made, so that its
+    // destructor takes off the same, whatever its size has become since.
+    std::int64_t accountedBytes_ = 0;
 };
 
 }  // namespace Ravelin

@@ -64,9 +64,9 @@ public:
         account();
     }
     explicit Chunk(const std::vector<T>& values) : std::vector<T>(values) { account(); }
-    // Takes the vector's bytes as they stand now: whoever resizes a chunk
-    // after construction adds or takes the difference itself.
-    ~Chunk() override { ChunkBase::TotalMemsize.fetch_sub(bytes(), std::memory_order_relaxed); }
+    // Takes off what the constructor added: a resize after construction (a last
+    // block cut to its rows) is not tracked, so the counter comes back level.
+    ~Chunk() override { ChunkBase::TotalMemsize.fetch_sub(this->accountedBytes_, std::memory_order_relaxed); }
 
     std::size_t elementCount() const override { return std::vector<T>::size(); }
     std::size_t elementSize() const override { return sizeof(T); }
@@ -83,7 +83,10 @@ public:
 private:
     std::int64_t bytes() const { return static_cast<std::int64_t>(std::vector<T>::size() * sizeof(T)); }
     // Runs last in each constructor, so a constructor that throws adds nothing.
-    void account() { ChunkBase::TotalMemsize.fetch_add(bytes(), std::memory_order_relaxed); }
+    void account() {
+        this->accountedBytes_ = bytes();
+        ChunkBase::TotalMemsize.fetch_add(this->accountedBytes_, std::memory_order_relaxed);
+    }
 };
 
 }  // namespace Ravelin
