@@ -34,14 +34,9 @@ struct ColumnContainer {
     }
 
     // Sets the chunk's size to `count` rows, within its capacity: new rows are
-    // zero, and the storage stays where `rows` points.  The chunk's bytes in
-    // TotalMemsize follow, as if it had been made at that size.
-    void resize(std::size_t count) {
-        const auto before = static_cast<std::int64_t>(Chunk->size() * sizeof(T));
-        Chunk->resize(count);
-        Ravelin::ChunkBase::TotalMemsize.fetch_add(static_cast<std::int64_t>(count * sizeof(T)) - before,
-                                                   std::memory_order_relaxed);
-    }
+    // zero, and the storage stays where `rows` points.  TotalMemsize counts a
+    // chunk as it was made, so the growth leaves it alone.
+    void resize(std::size_t count) { Chunk->resize(count); }
 
     // Hands the chunk to the field as one fragment, without copying it.
     void flushColumn(const std::uint64_t& fragmentCount, const std::string& currentFile,
