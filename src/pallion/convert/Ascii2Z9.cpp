@@ -157,6 +157,7 @@ std::string Ascii2Z9::readFile(const std::string& name) {
         // The chunks grow on the general way only, once a line has come: the
         // end of the file may be next.
         bool haveLine = false;
+        bool ended = false;  // no line left: what follows the loop decides
         if (fastRows_ && tokens.empty() && !reader.sawNul()) {
             const std::uint64_t first = parameter.BlockFill;
             const std::uint64_t room = grown_ > first ? grown_ - first : 0;
@@ -165,7 +166,10 @@ std::string Ascii2Z9::readFile(const std::string& name) {
             // The counters follow each row, so that they are right if the
             // reading of the next line throws.
             while (parameter.BlockFill < last) {
-                if (!reader.nextLine(line, end)) return {};  // the file has run out
+                if (!reader.nextLine(line, end)) {
+                    ended = true;
+                    break;
+                }
                 // A block read with a NUL in it may have put one into this line.
                 if (reader.sawNul() || !plan_.store(line, end, parameter.BlockFill)) {
                     haveLine = true;
@@ -175,7 +179,7 @@ std::string Ascii2Z9::readFile(const std::string& name) {
                 ++parameter.LineCount;
             }
         }
-        if (!haveLine && !reader.nextLine(line, end)) break;
+        if (ended || (!haveLine && !reader.nextLine(line, end))) break;
 
         if (parameter.LineCount == reportAt) {
             reportAt += step;
