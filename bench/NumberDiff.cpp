@@ -1,6 +1,7 @@
 // The full differential run of the number conversion: N generated tokens (10
-// million unless told), each through convertNumber and through std::stod,
-// std::stof and std::stoi; exits 1 on any difference.
+// million unless told), each through convertNumber and through standardNumber (std::stod,
+// std::stof, std::stoi) as double, float, int and unsigned char; exits 1 on any
+// difference.
 //
 //   number_diff [N] [SEED]
 #include <chrono>
@@ -17,8 +18,9 @@ int main(int argc, char** argv) {
     const auto differing = numbertokens::differingTokens(seed, count, 20, fast);
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     for (const std::string& token : differing) std::printf("differs: \"%s\"\n", token.c_str());
-    std::printf("%llu tokens x 3 conversions, %llu through the fast double path, %zu differing, %.1f s\n",
-                static_cast<unsigned long long>(count), static_cast<unsigned long long>(fast), differing.size(),
-                seconds);
+    std::printf(
+        "%llu tokens x 4 conversions (double, float, int, unsigned char), %llu through the fast double path, %zu "
+        "differing, %.1f s\n",
+        static_cast<unsigned long long>(count), static_cast<unsigned long long>(fast), differing.size(), seconds);
     return differing.empty() ? 0 : 1;
 }

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "NumberTokens.hpp"
+#include "pallion/convert/detail/FastNumbers.hpp"
 
 namespace numbertokens {
 
@@ -181,12 +182,13 @@ inline std::vector<std::string> differingTokens(std::uint64_t seed, std::uint64_
     fast = 0;
     for (std::uint64_t i = 0; i < count; ++i) {
         const std::string token = maker.next();
-        if (!(sameAsStandard<double>(token) && sameAsStandard<float>(token) && sameAsStandard<int>(token)) &&
+        if (!(sameAsStandard<double>(token) && sameAsStandard<float>(token) && sameAsStandard<int>(token) &&
+              sameAsStandard<unsigned char>(token)) &&
             differing.size() < keep)
             differing.push_back(token);
         double value;
         const char* end;
-        fast += Pallion::fastDouble(token.data(), token.data() + token.size(), value, end);
+        fast += Pallion::detail::fastNumber(token.data(), token.data() + token.size(), value, end);
     }
     return differing;
 }

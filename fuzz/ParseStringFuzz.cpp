@@ -14,7 +14,7 @@ bool startsWith(const std::string& text, std::string_view prefix) { return text.
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    namespace M = Pallion::Messages;
+    namespace M = Pallion::messages::convert;
     Pallion::Parameter p;
     p.Parse.assign(reinterpret_cast<const char*>(data), size);
     std::string result;

@@ -9,11 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include "pallion/memory/Chunk.hpp"
-#include "pallion/memory/LargeBlocks.hpp"
 #include "pallion/memory/SaveRegistry.hpp"
 #include "pallion/values/Quillon.hpp"
 #include "ravelin/Cacheable.hpp"
@@ -300,10 +296,8 @@ TEST(Chunks, MemsizeForConstructionCloneReserveAndDestruction) {
     EXPECT_EQ(ChunkBase::TotalMemsize.load(), base);
 }
 
-// Large chunks take another road to their storage (reserved, then zeroed by
-// released pages or advised and written); they must still be all zero, also
-// on reused memory: with glibc, the third round's chunk lies where the second
-// round wrote its ones.
+// Large chunks must be all zero also on reused memory: with glibc, the third
+// round's chunk lies where the second round wrote its ones.
 TEST(Chunks, LargeChunksAreZeroAndExactlyAsLargeAsAsked) {
     const std::size_t count = (std::size_t{8} << 20) / sizeof(double) + 3;
     const auto base = ChunkBase::TotalMemsize.load();
@@ -319,43 +313,7 @@ TEST(Chunks, LargeChunksAreZeroAndExactlyAsLargeAsAsked) {
     EXPECT_TRUE(std::all_of(points->begin(), points->end(), [](const PS::point& p) { return p[0] == 0 && p[2] == 0; }));
 }
 
-// Released pages come back as zero only from private anonymous memory; in a
-// shared or a file mapping they would come back with their old bytes, so there
-// nothing may be released and the caller has to write the zeros.
-TEST(LargeBlocks, ZerosFromReleasedPagesOnlyInPrivateAnonymousMemory) {
-    const std::size_t size = std::size_t{8} << 20;
-    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    // The block starts and ends inside a page: its ends are written, and not a byte around it.
-    auto zeroBlock = [&](int flags, int fd, std::size_t bytes) {
-        auto* map = static_cast<unsigned char*>(mmap(nullptr, size, PROT_READ | PROT_WRITE, flags, fd, 0));
-        EXPECT_NE(map, MAP_FAILED);
-        std::memset(map, 0xAB, size);
-        const bool released = zeroByReleasingPages(map + 5, bytes);
-        if (released) {
-            // Released, not written: the whole pages inside are out of memory until touched.
-            std::vector<unsigned char> resident(size / page);
-            mincore(map, size, resident.data());
-            EXPECT_EQ(std::count(resident.begin() + 1, resident.end() - 1, 0),
-                      static_cast<std::ptrdiff_t>(resident.size() - 2));
-        }
-        const auto zeros = std::count(map + 5, map + 5 + bytes, 0);
-        EXPECT_EQ(zeros, released ? static_cast<std::ptrdiff_t>(bytes) : 0);
-        EXPECT_EQ(map[4], 0xAB);
-        EXPECT_EQ(map[5 + bytes], 0xAB);
-        munmap(map, size);
-        return released;
-    };
-    EXPECT_TRUE(zeroBlock(MAP_PRIVATE | MAP_ANONYMOUS, -1, size - 9));
-    EXPECT_FALSE(zeroBlock(MAP_PRIVATE | MAP_ANONYMOUS, -1, LargeBlockThreshold - 1));
-    EXPECT_FALSE(zeroBlock(MAP_SHARED | MAP_ANONYMOUS, -1, size - 9));
-    const int file = memfd_create("large-block", 0);
-    ASSERT_GE(file, 0);
-    ASSERT_EQ(ftruncate(file, static_cast<off_t>(size)), 0);
-    EXPECT_FALSE(zeroBlock(MAP_PRIVATE, file, size - 9));
-    close(file);
-}
-
-TEST(Chunks, OversizedCountsThrowAndAddNothing) {
+TEST(Chunks, OversizedCountsThrowTheStandardTextsAndAddNothing) {
     const auto base = ChunkBase::TotalMemsize.load();
     const std::size_t huge = std::vector<double>().max_size() + 1;
     EXPECT_THROW(Chunk<double>{huge}, std::length_error);

@@ -56,14 +56,7 @@ bool sameOutcome(const Outcome<C>& a, const Outcome<C>& b) {
 template <class C>
 bool sameAsStandard(const std::string& token) {
     const Outcome<C> fast = outcomeOf<C>([&] { return Pallion::convertNumber<C>(token); });
-    const Outcome<C> expected = outcomeOf<C>([&]() -> C {
-        if constexpr (std::is_same_v<C, double>)
-            return std::stod(token);
-        else if constexpr (std::is_same_v<C, float>)
-            return std::stof(token);
-        else
-            return std::stoi(token);
-    });
+    const Outcome<C> expected = outcomeOf<C>([&] { return Pallion::standardNumber<C>(token); });
     return sameOutcome(fast, expected);
 }
 

@@ -1,5 +1,5 @@
 // A plain reading of text tables, written straight from the documented
-// behaviour with std::getline, split and std::stod / std::stof / std::stoi,
+// behaviour with std::getline, split and the standard conversions (standardNumber),
 // and the same conversion through ascii2z9, each recorded as an Outcome:
 // result text or exception, counters, tokens, progress reports, hook calls
 // and every fragment with its bytes.  Two equal outcomes mean that the fast
@@ -24,6 +24,7 @@
 #include "pallion/array/ElementTraits.hpp"
 #include "pallion/convert/detail/Ascii2Z9.hpp"
 #include "pallion/convert/detail/Messages.hpp"
+#include "pallion/convert/detail/NumberConversion.hpp"
 #include "pallion/convert/detail/Parse.hpp"
 #include "pallion/tools/Sniff.hpp"
 #include "tessel/Grid.hpp"
@@ -39,6 +40,7 @@ inline constexpr const char* ParseStrings[] = {
     "X:uint16_t:0+3+1,Y:uint32_t:2,X:double:1",
     "Only:float:1",
     "N:int:0,M:int:0",
+    "A:float:0,B:uint8_t:1,C:int:2,D:double:3",
 };
 
 struct Settings {
@@ -169,13 +171,7 @@ private:
         using C = typename Traits::Component;
         C values[Traits::components];
         for (unsigned i = 0; i < Traits::components; ++i) {
-            const std::string& token = tokens[columns[i]];
-            if constexpr (std::is_same_v<C, double>)
-                values[i] = std::stod(token);
-            else if constexpr (std::is_same_v<C, float>)
-                values[i] = std::stof(token);
-            else
-                values[i] = static_cast<C>(std::stoi(token));
+            values[i] = Pallion::standardNumber<C>(tokens[columns[i]]);
         }
         std::memcpy(into, values, sizeof values);
     }
@@ -185,9 +181,9 @@ private:
         p.Delimiter = settings.delimiter == 't' ? '\t' : settings.delimiter;
         std::string parsed = Pallion::parseUserInputToContainer(p);
         if (!parsed.empty()) return parsed;
-        if (settings.files.empty()) return std::string(Pallion::Messages::NoInputFiles);
-        if (p.Container.empty()) return std::string(Pallion::Messages::NoContainer);
-        if (settings.chunkSize == 0) return std::string(Pallion::Messages::ChunkSizeZero);
+        if (settings.files.empty()) return std::string(Pallion::messages::convert::NoInputFiles);
+        if (p.Container.empty()) return std::string(Pallion::messages::convert::NoContainer);
+        if (settings.chunkSize == 0) return std::string(Pallion::messages::convert::ChunkSizeZero);
         Tessel::forEachElementType([&]<class T>() {
             const auto type = Tessel::typeIndexOf<T>();
             for (const Pallion::ContainerEntry& entry : p.Container)
@@ -205,9 +201,10 @@ private:
 
     std::string readFile(const std::string& name) {
         std::error_code ignored;
-        if (std::filesystem::is_directory(name, ignored)) return std::string(Pallion::Messages::CannotOpenFile) + name;
+        if (std::filesystem::is_directory(name, ignored))
+            return std::string(Pallion::messages::convert::CannotOpenFile) + name;
         std::ifstream stream(name, std::ios_base::in);
-        if (!stream.is_open()) return std::string(Pallion::Messages::CannotOpenFile) + name;
+        if (!stream.is_open()) return std::string(Pallion::messages::convert::CannotOpenFile) + name;
         for (std::uint32_t i = 0; i < settings.headerLines; ++i)
             stream.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
         const std::uint64_t estimate = estimateLines(name);
@@ -219,14 +216,15 @@ private:
                 out.reports.emplace_back(static_cast<std::uint32_t>(std::min(estimate, p.LineCount)),
                                          static_cast<std::uint32_t>(estimate));
                 if (out.reports.size() == settings.stopAtReport)
-                    return std::string(Pallion::Messages::UserInterruption);
+                    return std::string(Pallion::messages::convert::UserInterruption);
             }
             Pallion::split(line.data(), line.size(), p.Tokens, p.Delimiter);
             // A row keeps the tokens up to the highest column only.
             if (p.Tokens.size() > std::size_t{p.HighestColumnIndex} + 1) p.Tokens.resize(p.HighestColumnIndex + 1);
             if (p.HighestColumnIndex >= p.Tokens.size())
-                return std::string(Pallion::Messages::ColumnIndexOutOfRange) + std::to_string(p.HighestColumnIndex) +
-                       std::string(Pallion::Messages::TokensInLine) + std::to_string(p.Tokens.size());
+                return std::string(Pallion::messages::convert::ColumnIndexOutOfRange) +
+                       std::to_string(p.HighestColumnIndex) + std::string(Pallion::messages::convert::TokensInLine) +
+                       std::to_string(p.Tokens.size());
             for (Column& column : columns)
                 column.store(column.rows.data() + p.BlockFill * column.elementSize, p.Tokens, column.columns);
             ++p.BlockFill;

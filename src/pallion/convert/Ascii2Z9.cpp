@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "gridnotes/GridNotes.hpp"
+#include "pallion/convert/detail/FastNumbers.hpp"
 #include "pallion/convert/detail/LineReader.hpp"
 #include "pallion/convert/detail/Messages.hpp"
 #include "pallion/convert/detail/NumberConversion.hpp"
@@ -37,6 +38,7 @@ void Ascii2Z9::openColumns(TypedColumns<T>& holder) {
 
 void Ascii2Z9::storeLine() {
     const std::vector<std::string>& tokens = parameter.Tokens;
+    makeRoom();
     const std::uint64_t row = parameter.BlockFill;
     forEachHolder([&](auto& holder) {
         for (auto& column : holder.Entries) storeElement(column.rows[row], tokens, column.Columns);
@@ -51,6 +53,7 @@ void Ascii2Z9::finishRow() {
     flushBlock();
     ++parameter.FragmentCount;
     parameter.BlockFill = 0;
+    grown_ = 0;
     if (fastRows_) planRows();
 }
 
@@ -62,11 +65,31 @@ void Ascii2Z9::planRows() {
     plan_.finish();
 }
 
+void Ascii2Z9::growColumns() {
+    // The first steps are short, so that a short table touches few pages;
+    // from there on a step is as long as what the chunk holds, up to GrowthStep.
+    const std::uint64_t step = std::clamp<std::uint64_t>(parameter.BlockFill, FirstGrowthStep, GrowthStep);
+    grown_ = std::min<std::uint64_t>(parameter.ChunkSize, parameter.BlockFill + step);
+    forEachHolder([&](auto& holder) {
+        for (auto& column : holder.Entries) column.resize(grown_);
+    });
+}
+
+void Ascii2Z9::releaseColumns() {
+    forEachHolder([&](auto& holder) {
+        for (auto& column : holder.Entries) {
+            column.Chunk = nullptr;
+            column.rows = nullptr;
+        }
+    });
+    grown_ = 0;
+}
+
 void Ascii2Z9::flushBlock() {
     forEachHolder([&](auto& holder) {
         for (auto& column : holder.Entries) {
             column.flushColumn(parameter.FragmentCount, parameter.CurrentFile, parameter.OnFragment);
-            column.renew(column.Chunk->size());
+            column.renew(parameter.ChunkSize);
         }
     });
 }
@@ -74,22 +97,33 @@ void Ascii2Z9::flushBlock() {
 void Ascii2Z9::flushRemainder() {
     forEachHolder([&](auto& holder) {
         for (auto& column : holder.Entries) {
-            column.Chunk->resize(parameter.BlockFill);
+            column.resize(parameter.BlockFill);
             column.flushColumn(parameter.FragmentCount, parameter.CurrentFile, parameter.OnFragment);
         }
     });
 }
 
 std::string Ascii2Z9::run() {
-    if (parameter.Files.isNull() || parameter.Files->empty()) return std::string(Messages::NoInputFiles);
-    if (parameter.Container.empty()) return std::string(Messages::NoContainer);
+    if (parameter.Files.isNull() || parameter.Files->empty()) return std::string(messages::convert::NoInputFiles);
+    if (parameter.Container.empty()) return std::string(messages::convert::NoContainer);
     // A block needs at least one row: with 0 no chunk could hold the first row.
-    if (parameter.ChunkSize == 0) return std::string(Messages::ChunkSizeZero);
+    if (parameter.ChunkSize == 0) return std::string(messages::convert::ChunkSizeZero);
 
     forEachHolder([&](auto& holder) { openColumns(holder); });
-    // The fast number conversion reads '.' as the decimal point; under a locale
-    // that writes it otherwise, every line goes the standard way.
-    fastRows_ = decimalPointIsDot();
+    // A chunk that is being grown is seen by no one until it has its full
+    // size; a failure, a returned text or an exception, loses the block being
+    // filled, and with it the columns' chunks.
+    struct LoseBlockUnlessDone {
+        Ascii2Z9& converter;
+        bool done = false;
+        ~LoseBlockUnlessDone() {
+            if (!done) converter.releaseColumns();
+        }
+    } guard{*this};
+    // The fast number conversion reads '.' as the decimal point and rounds to
+    // nearest; under a locale or a rounding mode of another kind, every line
+    // goes the standard way.
+    fastRows_ = detail::fastFloatingHolds();
     if (fastRows_) planRows();
 
     for (const std::string& name : *parameter.Files) {
@@ -97,6 +131,7 @@ std::string Ascii2Z9::run() {
         if (!failure.empty()) return failure;
     }
     if (parameter.BlockFill < parameter.ChunkSize) flushRemainder();
+    guard.done = true;
     return {};
 }
 
@@ -113,7 +148,7 @@ std::size_t Ascii2Z9::splitLine(const char* line, std::size_t length) {
 std::string Ascii2Z9::readFile(const std::string& name) {
     // Looked at before it is opened: a directory opens like a file but has no lines.
     if (platform::statusOf(name).kind == platform::FileKind::Directory)
-        return std::string(Messages::CannotOpenFile) + name;
+        return std::string(messages::convert::CannotOpenFile) + name;
     Ravelin::LoaderProgress* progress = parameter.Progress.get();
     std::uint64_t estimate = UnknownLineCount;
     // A wait in open or read (a FIFO, a pipe) that a signal interrupts, where a
@@ -121,13 +156,13 @@ std::string Ascii2Z9::readFile(const std::string& name) {
     // to stop says so there, as at any report.
     auto stillWanted = [&] {
         return progress == nullptr ||
-               progress->report(std::string(Messages::ProgressReadLine),
+               progress->report(std::string(messages::convert::ProgressReadLine),
                                 static_cast<std::uint32_t>(std::min(estimate, parameter.LineCount)),
                                 static_cast<std::uint32_t>(estimate));
     };
     LineReader reader(name, parameter.LineSizeLimit, LineReader::DefaultBlockSize, false, stillWanted);
-    if (reader.interrupted()) return std::string(Messages::UserInterruption);
-    if (!reader.isOpen()) return std::string(Messages::CannotOpenFile) + name;
+    if (reader.interrupted()) return std::string(messages::convert::UserInterruption);
+    if (!reader.isOpen()) return std::string(messages::convert::CannotOpenFile) + name;
     reader.skipLines(parameter.HeaderLines);
 
     // Only a regular file is judged; anything else (a FIFO, a pipe, a device)
@@ -140,14 +175,45 @@ std::string Ascii2Z9::readFile(const std::string& name) {
     std::vector<std::string>& tokens = parameter.Tokens;
     const char* line;
     const char* end;
-    while (reader.nextLine(line, end)) {
+    for (;;) {
+        // The quiet rows: plain ones up to the next progress report, the end of
+        // the chunks' present size or the last row of the block, whichever
+        // comes first, each through the row plan with no other work.  The
+        // first that needs more goes the general way below.
+        // The chunks grow on the general way only, once a line has come: the
+        // end of the file may be next.
+        bool haveLine = false;
+        bool ended = false;  // no line left: what follows the loop decides
+        if (fastRows_ && tokens.empty() && !reader.sawNul()) {
+            const std::uint64_t first = parameter.BlockFill;
+            const std::uint64_t room = grown_ > first ? grown_ - first : 0;
+            const std::uint64_t last = first + std::min({reportAt - parameter.LineCount, room,
+                                                         std::uint64_t{parameter.ChunkSize} - 1 - first});
+            // The counters follow each row, so that they are right if the
+            // reading of the next line throws.
+            while (parameter.BlockFill < last) {
+                if (!reader.nextLine(line, end)) {
+                    ended = true;
+                    break;
+                }
+                // A block read with a NUL in it may have put one into this line.
+                if (reader.sawNul() || !plan_.store(line, end, parameter.BlockFill)) {
+                    haveLine = true;
+                    break;
+                }
+                ++parameter.BlockFill;
+                ++parameter.LineCount;
+            }
+        }
+        if (ended || (!haveLine && !reader.nextLine(line, end))) break;
+
         if (parameter.LineCount == reportAt) {
             reportAt += step;
             if (progress != nullptr) {
                 const std::uint64_t value = std::min(estimate, parameter.LineCount);
-                if (!progress->report(std::string(Messages::ProgressReadLine), static_cast<std::uint32_t>(value),
-                                      static_cast<std::uint32_t>(estimate)))
-                    return std::string(Messages::UserInterruption);
+                if (!progress->report(std::string(messages::convert::ProgressReadLine),
+                                      static_cast<std::uint32_t>(value), static_cast<std::uint32_t>(estimate)))
+                    return std::string(messages::convert::UserInterruption);
             }
         }
         const auto length = static_cast<std::size_t>(end - line);
@@ -157,6 +223,7 @@ std::string Ascii2Z9::readFile(const std::string& name) {
         // send its first line the standard way, which appends to them.
         if (fastRows_ && tokens.empty()) {
             const char* stop = reader.sawNul() ? static_cast<const char*>(std::memchr(line, '\0', length)) : nullptr;
+            makeRoom();
             if (plan_.store(line, stop != nullptr ? stop : end, parameter.BlockFill)) {
                 if (parameter.BlockFill + 1 == parameter.ChunkSize) splitLine(line, length);
                 finishRow();
@@ -165,16 +232,16 @@ std::string Ascii2Z9::readFile(const std::string& name) {
             }
         }
         if (parameter.HighestColumnIndex >= splitLine(line, length))
-            return std::string(Messages::ColumnIndexOutOfRange) + std::to_string(parameter.HighestColumnIndex) +
-                   std::string(Messages::TokensInLine) + std::to_string(tokens.size());
+            return std::string(messages::convert::ColumnIndexOutOfRange) + std::to_string(parameter.HighestColumnIndex) +
+                   std::string(messages::convert::TokensInLine) + std::to_string(tokens.size());
         storeLine();
         tokens.clear();
     }
-    if (reader.interrupted()) return std::string(Messages::UserInterruption);
+    if (reader.interrupted()) return std::string(messages::convert::UserInterruption);
     if (reader.lineTooLong())
-        return std::string(Messages::LineTooLong) + std::to_string(parameter.LineSizeLimit) +
-               std::string(Messages::LineTooLongAt) + std::to_string(reader.linesTaken() + 1) +
-               std::string(Messages::LineTooLongFile) + name;
+        return std::string(messages::convert::LineTooLong) + std::to_string(parameter.LineSizeLimit) +
+               std::string(messages::convert::LineTooLongAt) + std::to_string(reader.linesTaken() + 1) +
+               std::string(messages::convert::LineTooLongFile) + name;
     return {};
 }
 
@@ -191,13 +258,14 @@ std::string ascii2z9(Tessel::Grid& grid, Parameter& parameter) {
     if (parameter.EPSG > 0) {
         Ravelin::StrongPtr<Ravelin::Chunk<int>, Ravelin::ChunkBase> code(new Ravelin::Chunk<int>(1));
         (*code)[0] = parameter.EPSG;
-        grid.attributes().setAttribute(std::string(Messages::EPSGAttribute), ChunkPtr(code));
+        grid.attributes().setAttribute(std::string(messages::convert::EPSGAttribute), ChunkPtr(code));
         grid.setTimeStamp(Ravelin::Ageable::tick());
     }
 
     const Tessel::GridPtr noGrid;
     const int zero = 0, one = 1;
-    GridNotes::addInfoToGrid(parameter.speak(), grid, std::string(Messages::TextConverterName), noGrid, zero, one);
+    GridNotes::addInfoToGrid(parameter.speak(), grid, std::string(messages::convert::TextConverterName), noGrid, zero,
+                             one);
     return result;
 }
 

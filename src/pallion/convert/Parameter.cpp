@@ -5,7 +5,7 @@
 namespace Pallion {
 
 std::string Parameter::speak() const {
-    namespace M = Messages;
+    namespace M = messages::convert;
     std::string text;
     text.append(M::SpeakDelimiter).append(1, Delimiter).append(M::SpeakDelimiterEnd);
     text.append(M::SpeakHeaderLines).append(std::to_string(HeaderLines)).append(M::SpeakEnd);

@@ -58,26 +58,27 @@ bool isColumnNumber(const std::string& piece) {
 std::string parseEntries(Parameter& parameter, bool strict) {
     for (const std::string& entry : splitText(parameter.Parse, ',')) {
         const std::vector<std::string> items = splitText(entry, ':');
-        if (items.size() != 3) return std::string(Messages::ParseStringWrong) + parameter.Parse;
+        if (items.size() != 3) return std::string(messages::convert::ParseStringWrong) + parameter.Parse;
 
         std::vector<std::uint32_t> columns;
         for (const std::string& piece : splitText(items[2], '+')) {
             if (strict && !isColumnNumber(piece))
-                return std::string(Messages::ColumnNotANumber) + piece + std::string(Messages::ColumnNotANumberEntry) +
-                       entry + std::string(Messages::ColumnNotANumberParse) + parameter.Parse;
+                return std::string(messages::convert::ColumnNotANumber) + piece + std::string(messages::convert::ColumnNotANumberEntry) +
+                       entry + std::string(messages::convert::ColumnNotANumberParse) + parameter.Parse;
             const auto column = static_cast<std::uint32_t>(std::stoi(piece));
             columns.push_back(column);
             if (column > parameter.HighestColumnIndex) parameter.HighestColumnIndex = column;
         }
-        if (columns.size() != 1 && columns.size() != 3) return std::string(Messages::ColumnNumberWrong) + items[2];
+        if (columns.size() != 1 && columns.size() != 3)
+            return std::string(messages::convert::ColumnNumberWrong) + items[2];
 
         const auto& table = ColumnTypes();
         const auto type = table.find(items[1]);
-        if (type == table.end()) return std::string(Messages::TypeNotSupported) + items[1];
+        if (type == table.end()) return std::string(messages::convert::TypeNotSupported) + items[1];
         // Point, vector and colour need their three columns; a single column would leave
         // two components without a source, so such an entry is refused like a wrong count.
         if (columns.size() == 1 && type->second.components == 3)
-            return std::string(Messages::ColumnNumberWrong) + items[2];
+            return std::string(messages::convert::ColumnNumberWrong) + items[2];
 
         parameter.Container.push_back(ContainerEntry{std::move(columns), items[0], type->second});
     }

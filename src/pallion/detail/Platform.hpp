@@ -1,6 +1,7 @@
-// Every call into the operating system that the library makes, in one place:
-// what a file is, opening, reading and closing it, and the advice given on it.
-// The rest of the library sees plain values and never an errno.
+// Every call into the operating system that the library makes, in one place,
+// so that porting it means reading one file: what a file is, opening, reading
+// and closing it, the advice given on files and memory, and the locale's
+// decimal point.  The rest of the library sees plain values and never an errno.
 #pragma once
 
 #include <cstddef>
@@ -41,5 +42,19 @@ void adviseSequential(int descriptor);
 // or Interrupted.
 std::int64_t readSome(int descriptor, char* into, std::size_t count);
 void closeFile(int descriptor);
+
+// Blocks from this size on are worth backing with huge pages: below it a
+// block holds at most one or two of them.
+inline constexpr std::size_t HugePageThreshold = std::size_t{4} << 20;
+
+// Advises the kernel to back the whole pages of [data, data + bytes) with huge
+// pages, when the block is at least HugePageThreshold long and before its
+// pages are first touched: a block of 240 MB then costs some 120 page faults
+// instead of 60000.  Advice only: where the kernel refuses it or the platform
+// lacks it, nothing else changes.
+void adviseHugePages(void* data, std::size_t bytes) noexcept;
+
+// True when the calling thread's locale writes the decimal point as '.'.
+bool decimalPointIsDot() noexcept;
 
 }  // namespace Pallion::platform

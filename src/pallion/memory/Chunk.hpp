@@ -11,7 +11,6 @@
 #include <typeinfo>
 #include <vector>
 
-#include "pallion/memory/LargeBlocks.hpp"
 #include "ravelin/ChunkBase.hpp"
 
 namespace Ravelin {
@@ -59,15 +58,9 @@ class Chunk final : public TypedChunk<T>, public std::vector<T> {
 public:
     using Root = typename ChunkRoot<T>::type;
 
-    explicit Chunk(std::size_t count) {
-        valueInitialise(count);
-        account();
-    }
-    Chunk(std::size_t count, bool reserveOnly) {
-        if (reserveOnly)
-            std::vector<T>::reserve(count);
-        else
-            valueInitialise(count);
+    explicit Chunk(std::size_t count) : std::vector<T>(count) { account(); }
+    Chunk(std::size_t count, bool reserveOnly) : std::vector<T>(reserveOnly ? 0 : count) {
+        if (reserveOnly) std::vector<T>::reserve(count);
         account();
     }
     explicit Chunk(const std::vector<T>& values) : std::vector<T>(values) { account(); }
@@ -88,40 +81,6 @@ public:
     }
 
 private:
-    // `count` zero elements: the same vector as std::vector<T>(count), whose
-    // exceptions a count beyond max_size() still raises.  A large block is
-    // reserved first; its zeros then come from released pages where that is
-    // possible (see LargeBlocks.hpp), and are written otherwise, after the
-    // block has been advised to use huge pages.
-    void valueInitialise(std::size_t count) {
-        if (count > std::vector<T>::max_size() || count * sizeof(T) < LargeBlockThreshold) {
-            std::vector<T>::operator=(std::vector<T>(count));
-            return;
-        }
-        std::vector<T>::reserve(count);
-        const bool zeroed = takeReleasedZeros(count);
-        adviseHugePages(std::vector<T>::data(), count * sizeof(T));
-        if (!zeroed) std::vector<T>::resize(count);
-    }
-    // Lets the vector end behind `count` elements made zero by released pages,
-    // without writing them.  That needs an element whose value-initialised
-    // form is zero bytes and which no constructor or destructor has to see
-    // (numbers and the packed point, vector and colour types), and a standard
-    // library whose vector a derived class may set the end of: libstdc++,
-    // whose vector keeps its end in the protected member _M_impl.  The storage
-    // comes from operator new, which makes objects of such types in it
-    // implicitly.  False where any of that does not hold; the vector is then
-    // still empty.
-    bool takeReleasedZeros([[maybe_unused]] std::size_t count) {
-#if defined(__GLIBCXX__)
-        if constexpr (std::is_trivially_default_constructible_v<T> && std::is_trivially_destructible_v<T>) {
-            if (!zeroByReleasingPages(std::vector<T>::data(), count * sizeof(T))) return false;
-            this->_M_impl._M_finish = this->_M_impl._M_start + count;
-            return true;
-        }
-#endif
-        return false;
-    }
     std::int64_t bytes() const { return static_cast<std::int64_t>(std::vector<T>::size() * sizeof(T)); }
     // Runs last in each constructor, so a constructor that throws adds nothing.
     void account() {

@@ -31,7 +31,7 @@ public:
 
 private:
     explicit SaveRegistry(T* offered) : object(offered) {}
-    T* object;  // NOLINT(readability-identifier-naming): the registry's documented field
+    T* object;  // the registry's documented field
 };
 
 }  // namespace Ravelin

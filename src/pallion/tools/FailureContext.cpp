@@ -17,7 +17,7 @@
 
 #include "pallion/array/ElementTraits.hpp"
 #include "pallion/convert/detail/Messages.hpp"
-#include "pallion/convert/detail/TokenConversion.hpp"
+#include "pallion/convert/detail/NumberConversion.hpp"
 #include "pallion/tools/Lines.hpp"
 #include "pallion/tools/Messages.hpp"
 #include "pallion/trajectory/detail/FilenameDatum.hpp"
@@ -110,7 +110,7 @@ std::optional<FailedToken> failingToken(const Parameter& parameter) {
                 if (entry.Columns[i] >= parameter.Tokens.size()) continue;
                 const std::string& token = parameter.Tokens[entry.Columns[i]];
                 try {
-                    (void)convertToken<C>(token);
+                    (void)standardNumber<C>(token);
                 } catch (const std::out_of_range&) {
                     failed = FailedToken{entry.Columns[i], token, std::string(m::OutOfRangeFor) + kind};
                 } catch (const std::invalid_argument&) {
@@ -169,19 +169,19 @@ FailureReport describeFailure(const Parameter& parameter, const std::string& fai
                               OptionWords words) {
     namespace m = messages;
     FailureReport report;
-    const std::string_view cannotOpen = Pallion::Messages::CannotOpenFile;
+    const std::string_view cannotOpen = Pallion::messages::convert::CannotOpenFile;
     if (failure.rfind(cannotOpen, 0) == 0) {
         const std::string name = failure.substr(cannotOpen.size());
         const std::string reason = openReason(name);
         if (!reason.empty()) report.hints.push_back(m::fill(m::HintCannotOpen, name.c_str(), reason.c_str()));
         return report;
     }
-    if (failure.rfind(Pallion::Messages::LineTooLong, 0) == 0) {
+    if (failure.rfind(Pallion::messages::convert::LineTooLong, 0) == 0) {
         report.hints.push_back(
             m::fill(m::HintLineLimit, words == OptionWords::CommandLine ? "--max-line" : "max_line="));
         return report;
     }
-    const bool countFailure = failure.rfind(Pallion::Messages::ColumnIndexOutOfRange, 0) == 0;
+    const bool countFailure = failure.rfind(Pallion::messages::convert::ColumnIndexOutOfRange, 0) == 0;
     if (!exception && !countFailure) return report;
     std::vector<std::string> files;
     if (!parameter.Files.isNull()) files.assign(parameter.Files->begin(), parameter.Files->end());

@@ -20,7 +20,7 @@ Ravelin::StrongPtr<GeoReferenceSystem> parseFilenameForGeoDatum(const std::files
     split(text.data(), text.size(), pieces, '_');
     if (pieces.size() != 6) {
         Ravelin::Console console;
-        console << std::string(TrajectoryMessages::LayoutDoesNotFit) + text;
+        console << std::string(messages::trajectory::LayoutDoesNotFit) + text;
         return {};
     }
     const int height = stoiAfterPrefix(pieces[5], 4);
@@ -31,7 +31,7 @@ Ravelin::StrongPtr<GeoReferenceSystem> parseFilenameForGeoDatum(const std::files
 }
 
 std::string checkTrajectoryName(const std::filesystem::path& stem) {
-    using namespace TrajectoryMessages;
+    using namespace messages::trajectory;
     const std::string text = stem.string();
     std::vector<std::string> pieces;
     split(text.data(), text.size(), pieces, '_');

@@ -16,7 +16,7 @@ GeoReferenceSystem::GeoReferenceSystem(const std::string& name, const int& fileN
 std::string GeoReferenceSystem::speak() const {
     return "Name=" + Name + "\nFileNr=" + std::to_string(FileNr) + "\nEPSGSpatial=" + std::to_string(EPSGSpatial) +
            "\nEPSGHeight=" + std::to_string(EPSGHeight) + "\nDate=" + Date +
-           "\nWeekDay=" + std::to_string(Chrono.WeekDay) + std::string(TrajectoryMessages::WeekDayLegend);
+           "\nWeekDay=" + std::to_string(Chrono.WeekDay) + std::string(messages::trajectory::WeekDayLegend);
 }
 
 }  // namespace Pallion

@@ -21,8 +21,8 @@ std::string addAttribute(Tessel::Grid& grid, const std::string& name, const T& v
         chunk->push_back(value);
         attributes.setAttribute(name, Ravelin::ChunkPtr(chunk));
     } else if (!((*chunk)[0] == value)) {
-        return std::string(TrajectoryMessages::AttributeMismatch) + name +
-               std::string(TrajectoryMessages::AttributeMismatchEnd);
+        return std::string(messages::trajectory::AttributeMismatch) + name +
+               std::string(messages::trajectory::AttributeMismatchEnd);
     }
     grid.setTimeStamp(Ravelin::Ageable::tick());
     return {};
@@ -40,18 +40,18 @@ std::string addAttributeToGrid(Tessel::Grid& grid, const std::string& name, cons
 }
 
 std::string addGeoReferenceToGrid(const GeoReferenceSystem& geo, Tessel::Grid& grid) {
-    std::string failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::EPSGSpatialAttribute),
+    std::string failure = addAttributeToGrid(grid, std::string(messages::trajectory::EPSGSpatialAttribute),
                                              static_cast<unsigned int>(geo.EPSGSpatial), false);
     if (failure.empty())
-        failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::EPSGHeightAttribute),
+        failure = addAttributeToGrid(grid, std::string(messages::trajectory::EPSGHeightAttribute),
                                      static_cast<unsigned int>(geo.EPSGHeight), false);
     if (failure.empty())
-        failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::WeekDayAttribute),
+        failure = addAttributeToGrid(grid, std::string(messages::trajectory::WeekDayAttribute),
                                      static_cast<unsigned int>(geo.weekDay()), true);
     if (failure.empty())
-        failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::DateAttribute), geo.Date, true);
+        failure = addAttributeToGrid(grid, std::string(messages::trajectory::DateAttribute), geo.Date, true);
     if (failure.empty())
-        failure = addAttributeToGrid(grid, std::string(TrajectoryMessages::ProjectAttribute), geo.Name, false);
+        failure = addAttributeToGrid(grid, std::string(messages::trajectory::ProjectAttribute), geo.Name, false);
     return failure;
 }
 

@@ -34,7 +34,7 @@ std::string convertText(Tessel::Grid& grid, const std::string& fileName, const G
     std::string timeError;
     Parameter parameter;
     parameter.Files = new Ravelin::StringList{fileName};
-    parameter.Parse = std::string(TrajectoryMessages::TrajectoryParse);
+    parameter.Parse = std::string(messages::trajectory::TrajectoryParse);
     parameter.Progress = progress;
     parameter.OnFragment = GpsTimeCallback{timeError, geo.weekDay()};
     std::string result = ascii2z9(grid, parameter);
@@ -60,18 +60,18 @@ std::string convertTrajectory2Z9(Tessel::Grid& grid, const Ravelin::StringListPt
         const std::string fileName = entry;
         const std::filesystem::path filePath(fileName);
         Ravelin::StrongPtr<GeoReferenceSystem> geo = parseFilenameForGeoDatum(filePath.stem());
-        if (geo.isNull()) return std::string(TrajectoryMessages::GeoReferenceFailed);
+        if (geo.isNull()) return std::string(messages::trajectory::GeoReferenceFailed);
 
         const std::string extension = filePath.extension().string();
         std::string result;
-        if (extension == TrajectoryMessages::TextExtension)
+        if (extension == messages::trajectory::TextExtension)
             result = convertText(grid, fileName, *geo, progress);
-        else if (extension == TrajectoryMessages::PofExtension)
+        else if (extension == messages::trajectory::PofExtension)
             result = convertPOFtoZ9(fileName, grid, geo->EPSGSpatial, progress);
-        else if (extension == TrajectoryMessages::PofxExtension)
+        else if (extension == messages::trajectory::PofxExtension)
             result = convertPofx(grid, fileName, *geo, progress);
         else
-            return std::string(TrajectoryMessages::UnknownExtension) + fileName;
+            return std::string(messages::trajectory::UnknownExtension) + fileName;
         if (!result.empty()) return result;
 
         result = addGeoReferenceToGrid(*geo, grid);

@@ -1,6 +1,7 @@
 // The text table converter: delimited text files into typed fields of a grid.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <tuple>
 
@@ -47,6 +48,16 @@ private:
     void finishRow();
     // Plans the fast rows for the chunks the columns hold now.
     void planRows();
+    // Lets every column's chunk hold row BlockFill, growing them by up to GrowthStep
+    // rows at a time up to ChunkSize: each step's pages are zeroed just before
+    // its rows are written, while they are in the cache, and a block is at its
+    // full size when it is flushed.
+    void makeRoom() {
+        if (parameter.BlockFill >= grown_) growColumns();
+    }
+    void growColumns();
+    // Ends the columns' hold on their chunks: the block being filled is lost.
+    void releaseColumns();
 
     template <class F>
     void forEachHolder(F&& f) {
@@ -55,11 +66,14 @@ private:
 
     // The converter's documented fields keep their names; the constructor's
     // arguments are named apart from them.
-    Parameter& parameter;  // NOLINT(readability-identifier-naming)
-    Tessel::Grid& grid;    // NOLINT(readability-identifier-naming)
-    Holders holders;       // NOLINT(readability-identifier-naming)
+    Parameter& parameter;
+    Tessel::Grid& grid;
+    Holders holders;
     RowPlan plan_;
     bool fastRows_ = false;
+    static constexpr std::uint64_t FirstGrowthStep = 4096;
+    static constexpr std::uint64_t GrowthStep = 65536;
+    std::uint64_t grown_ = 0;  // the rows every column's chunk holds now
 };
 
 }  // namespace Pallion

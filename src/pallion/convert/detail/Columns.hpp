@@ -9,6 +9,7 @@
 #include "pallion/array/ElementTraits.hpp"
 #include "pallion/convert/Parameter.hpp"
 #include "pallion/convert/detail/Fragments.hpp"
+#include "pallion/detail/Platform.hpp"
 #include "pallion/memory/Chunk.hpp"
 #include "ravelin/Cacheable.hpp"
 #include "tessel/Grid.hpp"
@@ -23,11 +24,19 @@ struct ColumnContainer {
     Ravelin::StrongPtr<Ravelin::Chunk<T>, Ravelin::ChunkBase> Chunk;
     T* rows = nullptr;  // the storage of `Chunk`, so that storing a row needs no pointer test
 
-    // Gives the column a fresh chunk of `count` zero elements.
+    // Gives the column a fresh chunk with room for `count` rows and none in
+    // it yet: its pages are touched only when `resize` lets rows in, so a
+    // short table costs the pages of its rows and not those of the block.
     void renew(std::size_t count) {
-        Chunk = new Ravelin::Chunk<T>(count);
+        Chunk = new Ravelin::Chunk<T>(count, true);
+        platform::adviseHugePages(Chunk->data(), count * sizeof(T));
         rows = Chunk->data();
     }
+
+    // Sets the chunk's size to `count` rows, within its capacity: new rows are
+    // zero, and the storage stays where `rows` points.  TotalMemsize counts a
+    // chunk as it was made, so the growth leaves it alone.
+    void resize(std::size_t count) { Chunk->resize(count); }
 
     // Hands the chunk to the field as one fragment, without copying it.
     void flushColumn(const std::uint64_t& fragmentCount, const std::string& currentFile,

@@ -1,18 +1,29 @@
-// The fast number conversions, inline for the row loop.  This header belongs
-// to the library's own sources; NumberConversion.hpp is the public face and
-// tells what each conversion takes and gives.
+// The fast half of the token conversion, inline for the row loop.  This header
+// belongs to the library's own sources; NumberConversion.hpp is the public
+// face and tells what the conversion takes and gives.
 #pragma once
 
+#include <cfenv>
 #include <cmath>
 #include <cstdint>
 #include <limits>
 #include <system_error>
+#include <type_traits>
 
 #include <fast_float/fast_float.h>
+
+#include "pallion/detail/Platform.hpp"
 
 namespace Pallion::detail {
 
 inline bool isDigit(char c) noexcept { return static_cast<unsigned char>(c - '0') < 10; }
+
+// Whether the fast way gives the standard functions' floating-point values in
+// the calling thread's present state: it reads '.' as the decimal point and
+// rounds to nearest, as std::stod and std::stof do only under a locale that
+// writes '.' and the rounding mode FE_TONEAREST.  Integers do not depend on
+// either.
+inline bool fastFloatingHolds() noexcept { return std::fegetround() == FE_TONEAREST && platform::decimalPointIsDot(); }
 
 // Whether the mantissa of the number in [first, end) has a digit other than 0,
 // that is whether a result of zero came from underflow.
@@ -43,7 +54,7 @@ struct ExactDecimal<float> {
 // The shape of most tables, [-]digits[.digits] with no exponent and few
 // digits: when the digits as an integer and the power of ten of the fraction
 // are both exact in F, their quotient is one correctly rounded division,
-// which is the value the standard functions give.
+// which is the value the standard functions give under round-to-nearest.
 template <class F>
 inline bool plainDecimal(const char* first, const char* last, F& value, const char*& end) noexcept {
     const bool negative = first != last && *first == '-';
@@ -69,37 +80,46 @@ inline bool plainDecimal(const char* first, const char* last, F& value, const ch
     return true;
 }
 
-template <class F>
-inline bool fastFloating(const char* first, const char* last, F& value, const char*& end) noexcept {
-    const char* p = first + (first != last && *first == '-');
-    if (p == last || !(isDigit(*p) || *p == '.')) return false;
-    if (plainDecimal(first, last, value, end)) return true;
-    F parsed;
-    const auto [stop, error] = fast_float::from_chars(first, last, parsed, fast_float::chars_format::general);
-    if (error != std::errc()) return false;
-    if (stop != last && (*stop == 'x' || *stop == 'X')) return false;  // a hexadecimal number
-    const F magnitude = std::fabs(parsed);
-    if (magnitude > std::numeric_limits<F>::max()) return false;
-    if (!(magnitude >= std::numeric_limits<F>::min()) && (magnitude != 0 || mantissaHasNonZeroDigit(first, stop)))
-        return false;  // subnormal, or underflow to zero
-    value = parsed;
-    end = stop;
-    return true;
-}
-
-inline bool fastInteger(const char* first, const char* last, int& value, const char*& end) noexcept {
-    const bool negative = first != last && *first == '-';
-    const char* p = first + negative;
-    const char* digits = p;
-    std::uint64_t magnitude = 0;
-    for (; p != last && isDigit(*p); ++p) {
-        magnitude = magnitude * 10 + static_cast<unsigned>(*p - '0');
-        if (magnitude > 2147483648ULL) return false;  // beyond 32 bits: the standard function throws
+// Converts the number at the start of [first, last) into C (double, float or
+// one of the integer types) and gives its end, true only where the standard
+// conversion is certain to give the same value (NumberConversion.hpp tells
+// which tokens those are); false, with nothing written, where it decides.
+// Floating-point values are exact only while fastFloatingHolds(), which the
+// caller checks.
+template <class C>
+inline bool fastNumber(const char* first, const char* last, C& value, const char*& end) noexcept {
+    if constexpr (std::is_floating_point_v<C>) {
+        const char* p = first + (first != last && *first == '-');
+        if (p == last || !(isDigit(*p) || *p == '.')) return false;
+        if (plainDecimal(first, last, value, end)) return true;
+        C parsed;
+        const auto [stop, error] = fast_float::from_chars(first, last, parsed, fast_float::chars_format::general);
+        if (error != std::errc()) return false;
+        if (stop != last && (*stop == 'x' || *stop == 'X')) return false;  // a hexadecimal number
+        const C magnitude = std::fabs(parsed);
+        if (magnitude > std::numeric_limits<C>::max()) return false;
+        if (!(magnitude >= std::numeric_limits<C>::min()) && (magnitude != 0 || mantissaHasNonZeroDigit(first, stop)))
+            return false;  // subnormal, or underflow to zero
+        value = parsed;
+        end = stop;
+        return true;
+    } else {
+        // std::stoi's value: an int, of which C keeps the low bits.
+        const bool negative = first != last && *first == '-';
+        const char* p = first + negative;
+        const char* digits = p;
+        std::uint64_t magnitude = 0;
+        for (; p != last && isDigit(*p); ++p) {
+            magnitude = magnitude * 10 + static_cast<unsigned>(*p - '0');
+            if (magnitude > 2147483648ULL) return false;  // beyond 32 bits: the standard function throws
+        }
+        if (p == digits || (!negative && magnitude > 2147483647ULL)) return false;
+        const auto wide =
+            static_cast<int>(negative ? -static_cast<std::int64_t>(magnitude) : static_cast<std::int64_t>(magnitude));
+        value = static_cast<C>(wide);
+        end = p;
+        return true;
     }
-    if (p == digits || (!negative && magnitude > 2147483647ULL)) return false;
-    value = static_cast<int>(negative ? -static_cast<std::int64_t>(magnitude) : static_cast<std::int64_t>(magnitude));
-    end = p;
-    return true;
 }
 
 }  // namespace Pallion::detail

@@ -4,7 +4,7 @@
 
 #include <string_view>
 
-namespace Pallion::Messages {
+namespace Pallion::messages::convert {
 
 // The parse string.
 inline constexpr std::string_view ParseStringWrong = "\nparseUserInputToContainer: parse string wrong: ";
@@ -44,4 +44,4 @@ inline constexpr std::string_view TextConverterName = "ascii2z9";
 // Names in the grid.
 inline constexpr std::string_view EPSGAttribute = "EPSG";
 
-}  // namespace Pallion::Messages
+}  // namespace Pallion::messages::convert

@@ -51,7 +51,8 @@ private:
     // would read it, an integer one as std::stoi, keeping the low bits of its
     // width.  A small set, so that the conversion is chosen by a switch and
     // inlined into the row loop.
-    enum class Kind : std::uint8_t { Double, Float, Bits8, Bits16, Bits32 };
+    // Mixed stands for a plan whose targets are of several kinds.
+    enum class Kind : std::uint8_t { Double, Float, Bits8, Bits16, Bits32, Mixed };
     static Kind kindOf(bool floating, std::size_t width);
 
     struct Target {
@@ -70,7 +71,19 @@ private:
         Target target;
     };
 
+    // `store` for a plan whose targets are all of kind Only, or of any kinds.
+    template <Kind Only>
+    bool storeRow(const char* line, const char* end, std::uint64_t row) const;
+    template <Kind Only>
+    bool storeDense(const char* line, const char* end, std::uint64_t row) const;
+    // Converts the number at the start of [p, stop) into the component at
+    // `into`, of kind Only or, for Mixed, of `kind`; gives the number's end.
+    template <Kind Only>
+    static bool convertInto(Kind kind, const char* p, const char* stop, std::byte* into, const char*& numberEnd);
+
     char delimiter_ = ' ';
+    Kind uniform_ = Kind::Mixed;  // the one kind of all targets, or Mixed
+    bool dense_ = false;          // each of the tokens 0 to n-1 read by one target, no other token needed
     // A delimiter that can stand inside a number ('.', 'e', a digit, ...) would
     // be read as part of it; the token's end is then found before its number.
     bool delimiterInNumbers_ = false;

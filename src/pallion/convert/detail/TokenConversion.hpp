@@ -1,8 +1,5 @@
-// Turning the tokens of a line into one element of a column.
-//
-// The standard conversions decide: std::stod for double components, std::stof
-// for float, std::stoi for every integer type, narrowed to the low bits of the
-// target.  Their exceptions pass through unchanged.
+// The element of one row from the tokens of its line, the standard way: each
+// component through convertNumber, whose exceptions pass through unchanged.
 #pragma once
 
 #include <cstdint>
@@ -10,18 +7,9 @@
 #include <vector>
 
 #include "pallion/array/ElementTraits.hpp"
+#include "pallion/convert/detail/NumberConversion.hpp"
 
 namespace Pallion {
-
-template <class C>
-inline C convertToken(const std::string& token) {
-    if constexpr (std::is_same_v<C, double>)
-        return std::stod(token);
-    else if constexpr (std::is_same_v<C, float>)
-        return std::stof(token);
-    else
-        return static_cast<C>(std::stoi(token));  // a value too wide keeps its low bits
-}
 
 // Writes the element of one row: the first column for a scalar, the first
 // three, in order, for a point, vector or colour.
@@ -30,11 +18,11 @@ inline void storeElement(T& target, const std::vector<std::string>& tokens, cons
     using Traits = Tessel::ElementTraits<T>;
     if constexpr (Traits::components == 3) {
         using C = typename Traits::Component;
-        target[0] = convertToken<C>(tokens[columns[0]]);
-        target[1] = convertToken<C>(tokens[columns[1]]);
-        target[2] = convertToken<C>(tokens[columns[2]]);
+        target[0] = convertNumber<C>(tokens[columns[0]]);
+        target[1] = convertNumber<C>(tokens[columns[1]]);
+        target[2] = convertNumber<C>(tokens[columns[2]]);
     } else {
-        target = convertToken<T>(tokens[columns[0]]);
+        target = convertNumber<T>(tokens[columns[0]]);
     }
 }
 

@@ -4,7 +4,7 @@
 
 #include <string_view>
 
-namespace Pallion::TrajectoryMessages {
+namespace Pallion::messages::trajectory {
 
 // The parse string of a .txt trajectory: GPS time, position, roll, pitch, yaw.
 inline constexpr std::string_view TrajectoryParse =
@@ -45,4 +45,4 @@ inline constexpr std::string_view WeekDayAttribute = "WeekDay";
 inline constexpr std::string_view DateAttribute = "Date";
 inline constexpr std::string_view ProjectAttribute = "NameOfProject";
 
-}  // namespace Pallion::TrajectoryMessages
+}  // namespace Pallion::messages::trajectory
