@@ -18,8 +18,15 @@ TEST(NumberConversion, HardTokensGiveTheSameBitsOrExceptionAsTheStandardFunction
 // The standard functions round as the calling thread's rounding mode says;
 // the fast way rounds to nearest and must step aside under any other mode.
 TEST(NumberConversion, FollowsTheRoundingModeOfTheCallingThread) {
-    static const char* const tokens[] = {"3.14159265358979323846", "-3.14159265358979323846", "0.1", "-0.1",
-                                         "512345.678", "-2.5e-3", "1e23", "0.30000000000000004", "7"};
+    static const char* const tokens[] = {"3.14159265358979323846",
+                                         "-3.14159265358979323846",
+                                         "0.1",
+                                         "-0.1",
+                                         "512345.678",
+                                         "-2.5e-3",
+                                         "1e23",
+                                         "0.30000000000000004",
+                                         "7"};
     const double nearest = Pallion::standardNumber<double>("0.1");
     for (const int mode : {FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO}) {
         ASSERT_EQ(std::fesetround(mode), 0);

@@ -232,8 +232,9 @@ std::string Ascii2Z9::readFile(const std::string& name) {
             }
         }
         if (parameter.HighestColumnIndex >= splitLine(line, length))
-            return std::string(messages::convert::ColumnIndexOutOfRange) + std::to_string(parameter.HighestColumnIndex) +
-                   std::string(messages::convert::TokensInLine) + std::to_string(tokens.size());
+            return std::string(messages::convert::ColumnIndexOutOfRange) +
+                   std::to_string(parameter.HighestColumnIndex) + std::string(messages::convert::TokensInLine) +
+                   std::to_string(tokens.size());
         storeLine();
         tokens.clear();
     }

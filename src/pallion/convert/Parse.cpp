@@ -63,8 +63,9 @@ std::string parseEntries(Parameter& parameter, bool strict) {
         std::vector<std::uint32_t> columns;
         for (const std::string& piece : splitText(items[2], '+')) {
             if (strict && !isColumnNumber(piece))
-                return std::string(messages::convert::ColumnNotANumber) + piece + std::string(messages::convert::ColumnNotANumberEntry) +
-                       entry + std::string(messages::convert::ColumnNotANumberParse) + parameter.Parse;
+                return std::string(messages::convert::ColumnNotANumber) + piece +
+                       std::string(messages::convert::ColumnNotANumberEntry) + entry +
+                       std::string(messages::convert::ColumnNotANumberParse) + parameter.Parse;
             const auto column = static_cast<std::uint32_t>(std::stoi(piece));
             columns.push_back(column);
             if (column > parameter.HighestColumnIndex) parameter.HighestColumnIndex = column;
