@@ -62,23 +62,6 @@ std::string openReason(const std::string& name) {
     return {};
 }
 
-// Shows control bytes, so that a CR or a tab can be seen, and shortens a long line.
-std::string shown(const std::string& line) {
-    std::string text;
-    for (char c : line.substr(0, ShownLength)) {
-        if (c == '\r')
-            text += "\\r";
-        else if (c == '\t')
-            text += "\\t";
-        else if (c == '\0')
-            text += "\\0";
-        else
-            text += c;
-    }
-    if (line.size() > ShownLength) text += "...";
-    return text;
-}
-
 std::string headerWords(OptionWords words) { return words == OptionWords::CommandLine ? "--header 1" : "header=1"; }
 
 std::string delimiterWords(OptionWords words, char delimiter) {
@@ -190,7 +173,7 @@ FailureReport describeFailure(const Parameter& parameter, const std::string& fai
 
     report.file = place.file;
     report.lineNumber = place.lineNumber;
-    report.line = shown(place.line);
+    report.line = shown(place.line, ShownLength);
     if (place.length > ShownLength) report.line += " (" + std::to_string(place.length) + " bytes)";
     const bool whole = place.length == place.line.size();
     const std::size_t tokens = countInText(failure).value_or(tokenCount(place.line, parameter.Delimiter));
@@ -200,7 +183,7 @@ FailureReport describeFailure(const Parameter& parameter, const std::string& fai
                                 parameter.HighestColumnIndex, parameter.HighestColumnIndex + 1);
     } else if ((failed = failingToken(parameter))) {
         report.column = failed->column;
-        report.token = shown(failed->text);
+        report.token = shown(failed->text, ShownLength);
         report.detail = m::fill(m::TokenFailed, failed->column, report.token.c_str(), failed->kind.c_str());
     }
 

@@ -1,12 +1,13 @@
-// Reading a line of a text file with a bound on what is kept: the host
-// helpers look at lines (a failing one, the first rows) and must not hold a
-// line of gigabytes to do so.
+// Lines of a text file as the host helpers look at them: read with a bound on
+// what is kept (a failing line, the first rows; never a line of gigabytes
+// held whole), cut into pieces, and shown to a person.
 #pragma once
 
 #include <cstddef>
 #include <ios>
 #include <istream>
 #include <string>
+#include <vector>
 
 namespace Pallion::Tools {
 
@@ -37,6 +38,43 @@ inline bool skipLine(std::istream& in) {
     if (c == std::char_traits<char>::eof()) return false;
     while (c != '\n' && c != std::char_traits<char>::eof()) c = buffer->sbumpc();
     return true;
+}
+
+// The pieces of `text` between `delimiter`s, at most `wanted` of them (the
+// last holds the rest of the text up to its next delimiter); a delimiter at the
+// very end adds no empty piece.
+inline std::vector<std::string> cut(const std::string& text, char delimiter,
+                                    std::size_t wanted = static_cast<std::size_t>(-1)) {
+    std::vector<std::string> pieces;
+    std::size_t start = 0;
+    while (start < text.size() && pieces.size() < wanted) {
+        const std::size_t end = text.find(delimiter, start);
+        if (end == std::string::npos) {
+            pieces.push_back(text.substr(start));
+            break;
+        }
+        pieces.push_back(text.substr(start, end - start));
+        start = end + 1;
+    }
+    return pieces;
+}
+
+// `text` for a person: a CR, a tab and a NUL shown as \r, \t and \0, and a
+// text longer than `length` bytes cut there, with "..." behind.
+inline std::string shown(const std::string& text, std::size_t length) {
+    std::string out;
+    for (char c : text.substr(0, length)) {
+        if (c == '\r')
+            out += "\\r";
+        else if (c == '\t')
+            out += "\\t";
+        else if (c == '\0')
+            out += "\\0";
+        else
+            out += c;
+    }
+    if (text.size() > length) out += "...";
+    return out;
 }
 
 }  // namespace Pallion::Tools

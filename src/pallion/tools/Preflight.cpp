@@ -18,20 +18,6 @@ namespace {
 constexpr std::size_t KeptLine = 1 << 20;
 constexpr std::size_t ShownToken = 60;
 
-std::string shownToken(const std::string& token) {
-    std::string text;
-    for (char c : token.substr(0, ShownToken)) {
-        if (c == '\r')
-            text += "\\r";
-        else if (c == '\t')
-            text += "\\t";
-        else
-            text += c;
-    }
-    if (token.size() > ShownToken) text += "...";
-    return text;
-}
-
 // What follows the number: nothing, or blanks and a CR that the line end leaves.
 bool onlySpaceAfter(const std::string& token, std::size_t pos) {
     return token.find_first_not_of(" \t\r", pos) == std::string::npos;
@@ -63,7 +49,7 @@ std::optional<PreflightWarning> check(const std::string& token, const char* type
             warning.stored = valueText(stored);
             if (static_cast<long long>(stored) != value) {
                 warning.cutShort = false;
-                warning.token = shownToken(token);
+                warning.token = shown(token, ShownToken);
                 warning.range = std::string(typeName) + " (" + valueText(std::numeric_limits<C>::min()) + " to " +
                                 valueText(std::numeric_limits<C>::max()) + ")";
                 return warning;
@@ -74,23 +60,8 @@ std::optional<PreflightWarning> check(const std::string& token, const char* type
     }
     if (onlySpaceAfter(token, pos)) return std::nullopt;
     warning.cutShort = true;
-    warning.token = shownToken(token);
+    warning.token = shown(token, ShownToken);
     return warning;
-}
-
-std::vector<std::string> cutLine(const std::string& line, char delimiter, std::size_t wanted) {
-    std::vector<std::string> pieces;
-    std::size_t start = 0;
-    while (start < line.size() && pieces.size() < wanted) {
-        const std::size_t end = line.find(delimiter, start);
-        if (end == std::string::npos) {
-            pieces.push_back(line.substr(start));
-            break;
-        }
-        pieces.push_back(line.substr(start, end - start));
-        start = end + 1;
-    }
-    return pieces;
 }
 
 }  // namespace
@@ -126,7 +97,7 @@ Preflight preflight(const Parameter& parameter, std::uint64_t rows) {
              ++row) {
             if (length > KeptLine) break;  // a line this long is left to the conversion and its line-size limit
             ++result.rowsChecked;
-            const auto tokens = cutLine(line, delimiter, wanted);
+            const auto tokens = cut(line, delimiter, wanted);
             for (const ContainerEntry& entry : parsed.Container)
                 withElementType(entry.TypeId, [&]<class T>() {
                     using Traits = Tessel::ElementTraits<T>;

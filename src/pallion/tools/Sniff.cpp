@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 
 #include "pallion/convert/detail/Parse.hpp"
+#include "pallion/tools/Lines.hpp"
 #include "pallion/tools/Messages.hpp"
 
 namespace Pallion::Tools {
@@ -27,20 +28,6 @@ constexpr std::array<char, 5> Candidates = {'\t', ';', ',', '|', ' '};
 // Pieces of `text` cut at `delimiter`, as the library cuts a line: every
 // delimiter closes a piece, and what follows the last one is a piece if it is
 // not empty.
-std::vector<std::string> cut(const std::string& text, char delimiter) {
-    std::vector<std::string> pieces;
-    std::size_t start = 0;
-    while (start < text.size()) {
-        const std::size_t end = text.find(delimiter, start);
-        if (end == std::string::npos) {
-            pieces.push_back(text.substr(start));
-            break;
-        }
-        pieces.push_back(text.substr(start, end - start));
-        start = end + 1;
-    }
-    return pieces;
-}
 
 std::size_t countOf(const std::string& line, char delimiter) {
     std::size_t n = line.empty() ? 0 : 1 + static_cast<std::size_t>(std::count(line.begin(), line.end(), delimiter));
