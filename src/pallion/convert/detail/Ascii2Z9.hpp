@@ -72,7 +72,7 @@ private:
     RowPlan plan_;
     bool fastRows_ = false;
     static constexpr std::uint64_t FirstGrowthStep = 4096;
-    static constexpr std::uint64_t GrowthStep = 65536;
+    static constexpr std::uint64_t GrowthStep = 16384;
     std::uint64_t grown_ = 0;  // the rows every column's chunk holds now
 };
 
