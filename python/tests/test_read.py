@@ -108,10 +108,7 @@ def test_failures_tell_where_and_keep_what_was_flushed(tmp_path, content, option
         assert f"  file:  {path}\n  line:  {line}\n" in str(e)
     assert (hint is None and not e.hints) or any(hint in h for h in e.hints), e.hints
     assert sum(len(f) for f in e.grid.fields.values()) == rows_kept
-    if error is pallion.TokenError:
-        assert isinstance(e, ValueError)
-    if error is pallion.TokenOverflowError:
-        assert isinstance(e, OverflowError)
+    assert isinstance(e, {pallion.TokenError: ValueError, pallion.TokenOverflowError: OverflowError}.get(error, error))
 
 
 def test_auto_options_are_guessed_from_the_first_file(tmp_path):
