@@ -111,7 +111,8 @@ TEST(Arrays, TailAndExtentsAgainstTheChunkLength) {
     EXPECT_EQ(f->data, nullptr);
     EXPECT_EQ(f->extents, (MultiIndex<2>{2, 3}));
     EXPECT_TRUE(f->typedChunk().isNull());
-    EXPECT_EQ(ints.strongCount(), 2);  // the failed cast still holds the chunk
+    EXPECT_EQ(f->firstElement(), 0.0f);  // no storage to read
+    EXPECT_EQ(ints.strongCount(), 2);    // the failed cast still holds the chunk
 }
 
 TEST(Arrays, ComponentViewsShareMemoryWithTheirSource) {

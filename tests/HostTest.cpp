@@ -57,6 +57,7 @@ TEST(HostOptions, HelpOnStdoutAndEveryMistakeNamedWithItsRange) {
              {{"--block", "abc"}, "pallion: --block: \"abc\" is not a whole number"},
              {{"--trajectory", "--block", "5"}, "--block cannot be used with --trajectory"},
              {{"--delimiter", ""}, "--delimiter: \"\" is not one character"},
+             {{"--delimiter", "xy"}, "--delimiter: \"xy\" is not one character"},
              {{"--delimiter", "commas"}, "--delimiter: \"commas\" is not one character"},
          }) {
         auto withFile = words;

@@ -262,6 +262,7 @@ TEST(Chunks, MemsizeForConstructionCloneReserveAndDestruction) {
         StrongPtr<ChunkBase> ints(new Chunk<int>(1));
         EXPECT_EQ(ChunkBase::TotalMemsize - base, 4);
         EXPECT_EQ(ints->elementSize(), 4u);
+        EXPECT_EQ(*static_cast<int*>(ints->rawData()), 0);
 
         StrongPtr<Chunk<double>, ChunkBase> reserved(new Chunk<double>(100, true));
         EXPECT_EQ(reserved->elementCount(), 0u);
