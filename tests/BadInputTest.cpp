@@ -44,10 +44,7 @@ void writeAll(int descriptor, const std::string& text) {
 // Converts `name` as one int column and gives the values stored.
 std::vector<int> convertInts(const std::string& name, std::string& result) {
     Grid grid;
-    Parameter p;
-    p.Files = fileList({name});
-    p.Parse = "V:int:0";
-    p.ChunkSize = 300000;
+    Parameter p = testsupport::tableParameter({name}, "V:int:0", 300000);
     result = ascii2z9(grid, p);
     return fieldValues<int>(grid, "V");
 }
@@ -178,12 +175,9 @@ TEST(BadInput, EachBadInputGetsItsAnswer) {
              {dirName, 0, 16, "V:int:0", "Ascii2Z9::run: cannot open file: " + dirName},
          }) {
         Grid grid;
-        Parameter p;
-        p.Files = fileList({c.name});
+        Parameter p = testsupport::tableParameter({c.name}, c.parse, 8);
         p.HeaderLines = c.header;
         p.LineSizeLimit = c.limit;
-        p.Parse = c.parse;
-        p.ChunkSize = 8;
         EXPECT_EQ(ascii2z9(grid, p), c.expected) << c.name << " header " << c.header << " limit " << c.limit;
     }
     EXPECT_EQ(estimateLines("/dev/zero", 0), UnknownLineCount);
@@ -260,9 +254,7 @@ TEST(BadInput, TheMemoryCounterComesBackLevel) {
     auto table = [&](const std::string& name, std::uint32_t chunkSize) {
         return [=] {
             Grid grid;
-            Parameter p;
-            p.Files = fileList({name});
-            p.ChunkSize = chunkSize;
+            Parameter p = testsupport::tableParameter({name}, "Positions:point:0+1+2", chunkSize);
             p.EPSG = 25832;
             try {
                 return ascii2z9(grid, p);

@@ -226,10 +226,8 @@ TEST(HostFailure, HintsForTheCommonCauses) {
 TEST(HostSummary, JsonReadsBackWithFieldsFragmentsRangesAndAttributes) {
     testsupport::TempDir dir;
     Tessel::Grid grid;
-    Pallion::Parameter p;
-    p.Files = testsupport::fileList({dir.write("pts.txt", "1 5 0.2 \"a\"\n3 4 7 x\n2 6 0.5 y\n")});
-    p.Parse = "P:point:0+1+2,Height:float:2";
-    p.ChunkSize = 2;
+    auto p = testsupport::tableParameter({dir.write("pts.txt", "1 5 0.2 \"a\"\n3 4 7 x\n2 6 0.5 y\n")},
+                                         "P:point:0+1+2,Height:float:2", 2);
     p.EPSG = 31467;
     ASSERT_EQ(Pallion::ascii2z9(grid, p), "");
     const auto json = nlohmann::json::parse(host::jsonSummary(grid, host::RunReport{}));
@@ -249,9 +247,7 @@ TEST(HostSummary, JsonReadsBackWithFieldsFragmentsRangesAndAttributes) {
 
     // Bytes that are not UTF-8 in a field name still give JSON, which says that it replaced them.
     Tessel::Grid odd;
-    Pallion::Parameter q;
-    q.Files = testsupport::fileList({dir.write("odd.txt", "1 2 3\n")});
-    q.Parse = "P\xff\xfe:point:0+1+2";
+    auto q = testsupport::tableParameter({dir.write("odd.txt", "1 2 3\n")}, "P\xff\xfe:point:0+1+2");
     ASSERT_EQ(Pallion::ascii2z9(odd, q), "");
     const auto replaced = nlohmann::json::parse(host::jsonSummary(odd, host::RunReport{}));
     EXPECT_EQ(replaced["invalid_utf8_replaced"], true);
@@ -263,10 +259,9 @@ TEST(HostSummary, JsonReadsBackWithFieldsFragmentsRangesAndAttributes) {
 TEST(HostSummary, PreviewColoursEachPointByItsRgbAndSkipsNan) {
     testsupport::TempDir dir;
     Tessel::Grid grid;
-    Pallion::Parameter p;
-    p.Files =
-        testsupport::fileList({dir.write("c.txt", "0 0 0 255 0 0\n1 0 0 0 255 0\nnan 0.5 0 9 9 9\n0 1 5 0 0 255\n")});
-    p.Parse = "C:rgb:3+4+5,P:point:0+1+2";
+    auto p = testsupport::tableParameter(
+        {dir.write("c.txt", "0 0 0 255 0 0\n1 0 0 0 255 0\nnan 0.5 0 9 9 9\n0 1 5 0 0 255\n")},
+        "C:rgb:3+4+5,P:point:0+1+2");
     ASSERT_EQ(Pallion::ascii2z9(grid, p), "");
     const auto png = (dir.path() / "p.png").string();
     ASSERT_EQ(host::writePreview(grid, png, 64), "");
@@ -385,10 +380,8 @@ TEST(HostInput, PreflightStrictHeaderNamesAndOutputFailures) {
 TEST(HostOutput, PlyRefusesDifferentCountsAndLeavesNothingBehind) {
     testsupport::TempDir dir;
     Tessel::Grid grid;
-    Pallion::Parameter points, heights;
-    points.Files = testsupport::fileList({dir.write("a.txt", "1 2 3\n4 5 6\n")});
-    heights.Files = testsupport::fileList({dir.write("b.txt", "7\n")});
-    heights.Parse = "H:float:0";
+    auto points = testsupport::tableParameter({dir.write("a.txt", "1 2 3\n4 5 6\n")});
+    auto heights = testsupport::tableParameter({dir.write("b.txt", "7\n")}, "H:float:0");
     ASSERT_EQ(Pallion::ascii2z9(grid, points), "");
     ASSERT_EQ(Pallion::ascii2z9(grid, heights), "");
     const auto ply = (dir.path() / "out.ply").string();
