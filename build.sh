@@ -233,9 +233,11 @@ case "${1:-}" in
         for deb in build/release/packages/*.deb; do
             package=$(dpkg-deb --field "$deb" Package)
             echo "$(basename "$deb"): $(dpkg-deb --field "$deb" Depends)"
-            dpkg-deb -c "$deb" | grep -q "./usr/share/doc/$package/copyright$" ||
+            # The listing read whole first: grep -q would close the pipe early.
+            listing=$(dpkg-deb -c "$deb")
+            grep -q "./usr/share/doc/$package/copyright$" <<<"$listing" ||
                 { echo "$package: no copyright file"; exit 1; }
-            if dpkg-deb -c "$deb" | grep -E '\.(so|a)(\.[0-9.]+)?$' | grep -v -e "/usr/lib/$multiarch/" -e "/usr/lib/python3/dist-packages/"; then
+            if grep -E '\.(so|a)(\.[0-9.]+)?$' <<<"$listing" | grep -v -e "/usr/lib/$multiarch/" -e "/usr/lib/python3/dist-packages/"; then
                 echo "$package: a library outside /usr/lib/$multiarch and the Python package folder (above)"; exit 1
             fi
             dpkg-deb -x "$deb" "$scratch/root"
