@@ -35,8 +35,9 @@ class Field:
         return f"<pallion.Field {self.name!r} {self.type} x {len(self)} in {len(self.fragments)} fragment(s)>"
 
     def to_numpy(self):
-        """All fragments as one array: a view when there is one fragment, else one copy."""
-        arrays = list(self.fragments.values())
+        """All fragments as one array: a view when one fragment holds every element
+        (the empty block that follows a full one counts for nothing), else one copy."""
+        arrays = [array for array in self.fragments.values() if len(array)]
         if len(arrays) == 1:
             return arrays[0]
         if not arrays:

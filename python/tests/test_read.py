@@ -72,8 +72,10 @@ def test_arrays_view_the_chunks_and_keep_them_alive(tmp_path):
     again = pallion.Grid(grid._handle).fields["Positions"].fragments["p0"]
     fragments[0][1, 2] = -1.5
     assert again[1, 2] == -1.5 and numpy.shares_memory(again, fragments[0])
-    # One fragment: to_numpy is that view; several: one copy of them all.
-    single = pallion.read_table(tmp_path / "p.txt")
+    # One fragment with elements (a full block is followed by an empty one): to_numpy is
+    # that view; several: one copy of them all.
+    single = pallion.read_table(tmp_path / "p.txt", block=60000)
+    assert list(map(len, single.fields["Positions"].fragments.values())) == [60000, 0]
     assert single.fields["Positions"].to_numpy().ctypes.data == single._handle.chunk_addresses("Positions")[0]
     whole = field.to_numpy()
     assert not any(numpy.shares_memory(whole, a) for a in fragments)
