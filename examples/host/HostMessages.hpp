@@ -6,15 +6,12 @@
 #include <string>
 #include <string_view>
 
+#include "pallion/tools/Messages.hpp"
+
 namespace host::messages {
 
-// A text of this file with its printf conversions filled in.
-template <class... Values>
-std::string fill(std::string_view pattern, Values... values) {
-    char text[512];
-    std::snprintf(text, sizeof text, std::string(pattern).c_str(), values...);
-    return text;
-}
+// A text of this file with its printf conversions filled in, as the host helpers fill theirs.
+using Pallion::Tools::messages::fill;
 
 inline constexpr std::string_view Program = "pallion";
 inline constexpr std::string_view Description =

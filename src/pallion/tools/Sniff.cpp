@@ -9,7 +9,7 @@
 #include <fstream>
 #include <map>
 
-#include <sys/stat.h>
+#include "pallion/detail/Platform.hpp"
 
 #include "pallion/convert/detail/Parse.hpp"
 #include "pallion/tools/Lines.hpp"
@@ -366,8 +366,8 @@ Resolved resolveOptions(const TableOptions& options) {
     }
 
     // A file that is missing or a folder is not worth a word here: the conversion tells why it cannot open it.
-    struct stat status {};
-    const bool stream = first == "-" || (::stat(first.c_str(), &status) == 0 && !S_ISDIR(status.st_mode));
+    const platform::FileKind kind = platform::statusOf(first).kind;
+    const bool stream = first == "-" || kind == platform::FileKind::Regular || kind == platform::FileKind::Other;
     if (!resolved.readAhead && stream)
         resolved.guessed.insert(resolved.guessed.begin(),
                                 m::fill(m::NotReadAhead, shownName.c_str(), delimiterName(resolved.delimiter).c_str(),

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <fstream>
 
-#include <sys/stat.h>
+#include "pallion/detail/Platform.hpp"
 
 #include "pallion/tools/Sniff.hpp"
 
@@ -87,17 +87,14 @@ std::string delimiterName(char delimiter) {
 std::string libraryPath(const std::string& name) { return name == "-" ? "/dev/stdin" : name; }
 
 bool isRegularFile(const std::string& name) {
-    struct stat status {};
-    return name != "-" && ::stat(name.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+    return name != "-" && platform::statusOf(name).kind == platform::FileKind::Regular;
 }
 
 std::optional<std::uint64_t> judgedRows(const std::vector<std::string>& files) {
     std::uint64_t rows = 0;
     for (const std::string& name : files) {
-        struct stat status {};
-        if (name == "-" || ::stat(name.c_str(), &status) != 0) return std::nullopt;
-        if (!S_ISREG(status.st_mode)) return std::nullopt;
-        const auto size = static_cast<std::uint64_t>(status.st_size);
+        if (!isRegularFile(name)) return std::nullopt;
+        const auto size = static_cast<std::uint64_t>(platform::statusOf(name).size);
         if (const std::uint64_t length = medianLineLength(name, size)) rows += (size + length - 1) / length;
     }
     return rows;
