@@ -2,9 +2,11 @@
 from collections import namedtuple
 from types import MappingProxyType
 
-import numpy
-
 from . import _pallion
+
+# numpy is imported where it is used, not with the package: a conversion
+# loads it beside its own work (see the compiled module), so that a script's
+# first conversion does not wait for it.
 
 Note = namedtuple("Note", "converter text")
 
@@ -23,6 +25,8 @@ class Field:
         self.name = name
         self.type = type
         self.components = tuple(components)
+        import numpy
+
         self._empty = empty if empty is not None else numpy.empty(0)
         self.fragments = MappingProxyType({
             fragment: arrays[0] if len(arrays) == 1 else numpy.concatenate(arrays)
@@ -42,6 +46,8 @@ class Field:
             return arrays[0]
         if not arrays:
             return self._empty
+        import numpy
+
         return numpy.concatenate(arrays)
 
 

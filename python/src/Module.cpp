@@ -5,11 +5,13 @@
 // package's .py files; failures come back as an outcome that one function
 // there turns into the exception.
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <limits>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -115,16 +117,59 @@ Pallion::Tools::TableOptions tableOptions(const py::handle& files, const py::han
     return options;
 }
 
+// ---- numpy, loaded beside the first conversion.
+
+// Importing numpy takes much of what a short script spends outside the
+// conversion, and the conversion needs no Python.  Where numpy is not loaded
+// yet, a thread of its own imports it while the calling thread converts with
+// the GIL released; the arrays are made once both are done.  A failed import
+// is left for the first array to raise again with its own message.
+// Made and destroyed with the GIL held.
+class NumpyLoader {
+public:
+    NumpyLoader() {
+        if (PyDict_GetItemString(PyImport_GetModuleDict(), "numpy") != nullptr) return;
+        loading_ = true;
+        thread_ = std::thread([this] {
+            {
+                py::gil_scoped_acquire gil;
+                try {
+                    py::module_::import("numpy");
+                } catch (py::error_already_set&) {}
+            }
+            loading_ = false;
+        });
+    }
+    NumpyLoader(const NumpyLoader&) = delete;
+    NumpyLoader& operator=(const NumpyLoader&) = delete;
+    ~NumpyLoader() {
+        // Joined without the GIL: the thread may still be waiting for it.
+        if (thread_.joinable()) {
+            py::gil_scoped_release released;
+            thread_.join();
+        }
+    }
+
+    bool loading() const { return loading_; }
+
+private:
+    std::atomic<bool> loading_{false};
+    std::thread thread_;
+};
+
 // ---- Progress: reports reach Python with the GIL taken back.
 
 // Calls the user's callable, if any, at the library's report intervals and
 // looks for a pending signal there.  A Python exception (KeyboardInterrupt
 // from Ctrl-C among them) stops the conversion; it is kept for the caller.
+// Without a callable, the reports that come while numpy is being loaded are
+// let pass: the GIL is the loader's, and a signal waits for the next report.
 class PythonProgress : public Ravelin::LoaderProgress {
 public:
-    explicit PythonProgress(py::object callable) : callable_(std::move(callable)) {}
+    PythonProgress(py::object callable, const NumpyLoader& numpy) : callable_(std::move(callable)), numpy_(numpy) {}
 
     bool report(const std::string& /*message*/, std::uint32_t value, std::uint32_t total) override {
+        if (callable_.is_none() && numpy_.loading()) return true;
         py::gil_scoped_acquire gil;
         if (!raised.is_none()) return false;  // asked to stop already
         try {
@@ -141,6 +186,7 @@ public:
 
 private:
     py::object callable_;
+    const NumpyLoader& numpy_;
 };
 
 // ---- Running a conversion.
@@ -199,9 +245,10 @@ py::dict readTable(const py::handle& files, const py::handle& parse, const py::h
         throw py::type_error(fill(m::NotCallable, typeName(progress).c_str()));
 
     GridHandle handle{Tessel::GridPtr(new Tessel::Grid), {}};
+    const NumpyLoader numpy;
     Pallion::Parameter parameter;
     PythonProgress* watcher = nullptr;
-    parameter.Progress = watcher = new PythonProgress(progress);
+    parameter.Progress = watcher = new PythonProgress(progress, numpy);
     Pallion::Tools::Resolved resolved;
     Outcome outcome;
     {
@@ -236,8 +283,9 @@ py::dict readTrajectories(const py::handle& files, const py::object& progress) {
         throw py::type_error(fill(m::NotCallable, typeName(progress).c_str()));
 
     GridHandle handle{Tessel::GridPtr(new Tessel::Grid), {}};
+    const NumpyLoader numpy;
     PythonProgress* watcher = nullptr;
-    Ravelin::ProgressPtr watching(watcher = new PythonProgress(progress));
+    Ravelin::ProgressPtr watching(watcher = new PythonProgress(progress, numpy));
     Outcome outcome;
     {
         py::gil_scoped_release released;
