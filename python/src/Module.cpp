@@ -162,14 +162,19 @@ private:
 // Calls the user's callable, if any, at the library's report intervals and
 // looks for a pending signal there.  A Python exception (KeyboardInterrupt
 // from Ctrl-C among them) stops the conversion; it is kept for the caller.
-// Without a callable, the reports that come while numpy is being loaded are
-// let pass: the GIL is the loader's, and a signal waits for the next report.
+// Without a callable a report takes the GIL only to look for a signal, which
+// Python hands to its main thread alone: on any other thread (a Dask
+// worker's, say) there is nothing to do.  On the main thread, the reports that
+// come while numpy is being loaded are let pass (the GIL is the loader's),
+// and a signal waits for the next report.
 class PythonProgress : public Ravelin::LoaderProgress {
 public:
-    PythonProgress(py::object callable, const NumpyLoader& numpy) : callable_(std::move(callable)), numpy_(numpy) {}
+    // Made with the GIL held, on the thread that converts.
+    PythonProgress(py::object callable, const NumpyLoader& numpy)
+        : callable_(std::move(callable)), numpy_(numpy), onMainThread_(isMainThread()) {}
 
     bool report(const std::string& /*message*/, std::uint32_t value, std::uint32_t total) override {
-        if (callable_.is_none() && numpy_.loading()) return true;
+        if (callable_.is_none() && (!onMainThread_ || numpy_.loading())) return true;
         py::gil_scoped_acquire gil;
         if (!raised.is_none()) return false;  // asked to stop already
         try {
@@ -185,8 +190,14 @@ public:
     py::object raised = py::none();
 
 private:
+    static bool isMainThread() {
+        const py::module_ threading = py::module_::import("threading");
+        return threading.attr("get_ident")().equal(threading.attr("main_thread")().attr("ident"));
+    }
+
     py::object callable_;
     const NumpyLoader& numpy_;
+    bool onMainThread_;
 };
 
 // ---- Running a conversion.
@@ -256,8 +267,10 @@ py::dict readTable(const py::handle& files, const py::handle& parse, const py::h
         outcome = guarded([&] {
             resolved = Pallion::Tools::resolveOptions(options);
             if (!resolved.failure.empty()) return resolved.failure;
-            // Fills everything but the progress object, which stays as set above.
-            Pallion::Tools::fillParameter(parameter, options, resolved, Pallion::Tools::judgedRows(options.files));
+            // Fills everything but the progress object, which stays as set above.  The
+            // files are sampled to judge the block size only where none is given.
+            const auto rows = options.block ? std::nullopt : Pallion::Tools::judgedRows(options.files);
+            Pallion::Tools::fillParameter(parameter, options, resolved, rows);
             return Pallion::ascii2z9(*handle.grid, parameter);
         });
     }
