@@ -1,7 +1,5 @@
-// The comparison of the fast number conversion with the standard functions
-// (the same bits, or the same exception kind and text), and the hand-picked
-// tokens where a fast conversion can go wrong.  The fuzz target and
-// bench/number_diff run the same comparison over random tokens.
+// The fast number conversion held against the standard functions (the same bits, or the same exception
+// kind and text), and the hand-picked tokens where it can go wrong; shared with the fuzz target and the bench.
 #pragma once
 
 #include <cstring>

@@ -73,32 +73,25 @@ TEST(FileNames, SixPiecesOrAConsoleMessage) {
 
 TEST(Attributes, OneFileTwoFilesAndASecondProject) {
     Grid grid;
-    GeoReferenceSystem first("Harbour", 1, 25832, -1, "20260310");
+    auto add = [&](const char* project, int number, int spatial, int height, const char* date) {
+        return addGeoReferenceToGrid(GeoReferenceSystem(project, number, spatial, height, date), grid);
+    };
+    auto differs = [](const std::string& name) {
+        return "addAttributeToGrid:: Different " + name + "! cannot merge file.";
+    };
     const auto before = Ravelin::Ageable::GlobalTime.load();
-    EXPECT_EQ(addGeoReferenceToGrid(first, grid), "");
+    EXPECT_EQ(add("Harbour", 1, 25832, -1, "20260310"), "");
     EXPECT_EQ(grid.timeStamp(), before + 5);
-    EXPECT_EQ(attribute<unsigned int>(grid, "EPSG_SPATIAL"), std::vector<unsigned int>{25832});
     EXPECT_EQ(attribute<unsigned int>(grid, "EPSG_HEIGHT"), std::vector<unsigned int>{4294967295u});
-    EXPECT_EQ(attribute<std::string>(grid, "NameOfProject"), std::vector<std::string>{"Harbour"});
-
-    GeoReferenceSystem second("Harbour", 2, 25832, -1, "20260311");
-    EXPECT_EQ(addGeoReferenceToGrid(second, grid), "");
-    EXPECT_EQ(attribute<unsigned int>(grid, "WeekDay"), (std::vector<unsigned int>{2, 3}));
+    EXPECT_EQ(add("Harbour", 2, 25832, -1, "20260311"), "");
     EXPECT_EQ(attribute<std::string>(grid, "Date"), (std::vector<std::string>{"10.03.2026", "11.03.2026"}));
 
-    GeoReferenceSystem otherProject("Quay", 3, 25832, -1, "20260312");
-    EXPECT_EQ(addGeoReferenceToGrid(otherProject, grid),
-              "addAttributeToGrid:: Different NameOfProject! cannot merge file.");
+    EXPECT_EQ(add("Quay", 3, 25832, -1, "20260312"), differs("NameOfProject"));
     EXPECT_EQ(attribute<std::string>(grid, "Date").size(), 3u);  // appended before the name was compared
     EXPECT_EQ(attribute<std::string>(grid, "NameOfProject"), std::vector<std::string>{"Harbour"});
-
-    GeoReferenceSystem otherCode("Harbour", 4, 4326, -1, "20260313");
-    EXPECT_EQ(addGeoReferenceToGrid(otherCode, grid),
-              "addAttributeToGrid:: Different EPSG_SPATIAL! cannot merge file.");
+    EXPECT_EQ(add("Harbour", 4, 4326, -1, "20260313"), differs("EPSG_SPATIAL"));
     EXPECT_EQ(attribute<std::string>(grid, "Date").size(), 3u);  // the codes are compared before the date is added
-    GeoReferenceSystem otherHeight("Harbour", 4, 25832, 5, "20260313");
-    EXPECT_EQ(addGeoReferenceToGrid(otherHeight, grid),
-              "addAttributeToGrid:: Different EPSG_HEIGHT! cannot merge file.");
+    EXPECT_EQ(add("Harbour", 4, 25832, 5, "20260313"), differs("EPSG_HEIGHT"));
 
     // An attribute of another chunk type is replaced by one of the right type.
     grid.attributes().setAttribute("Date", Ravelin::StrongPtr<Ravelin::ChunkBase>(new Ravelin::Chunk<int>(4)));
