@@ -13,7 +13,6 @@
 using namespace Pallion;
 using Tessel::Grid;
 using testsupport::fieldValues;
-using testsupport::fileList;
 using testsupport::fragmentNames;
 using testsupport::tableParameter;
 using testsupport::TempDir;
@@ -107,8 +106,7 @@ TEST(Convert, WaysOutOfTheEntryAndWhatTheGridHolds) {
     TempDir dir;
     {  // wrong parse string: nothing reaches the grid
         Grid grid;
-        Parameter p;
-        p.Parse = "A:point";
+        Parameter p = tableParameter({}, "A:point");
         p.EPSG = 4326;
         EXPECT_EQ(ascii2z9(grid, p), "\nparseUserInputToContainer: parse string wrong: A:point");
         EXPECT_FALSE(grid.hasCartesianRepresentation());
@@ -131,9 +129,7 @@ TEST(Convert, WaysOutOfTheEntryAndWhatTheGridHolds) {
     }
     {  // empty parse string, EPSG 0: no attribute, no time stamp
         Grid grid;
-        Parameter p;
-        p.Files = fileList({"x"});
-        p.Parse = "";
+        Parameter p = tableParameter({"x"}, "");
         p.EPSG = 0;
         EXPECT_EQ(ascii2z9(grid, p), "Ascii2Z9::run: container typeid field-name and column-number");
         EXPECT_EQ(grid.attributes().size(), 0u);

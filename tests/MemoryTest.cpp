@@ -144,14 +144,10 @@ TEST(Pointers, UpgradeWhileLastStrongCountGoesCancelsDestruction) {
     auto* raw = new Node;
     WeakPtr<Node> weak(raw);
     StrongPtr<Node> rescued;
-    bool rescue = true;
     // The assertion report comes after the count fell to 0 and before the
     // object is marked: an upgrade in that moment must keep the object.
     auto previous = SpeakPtr::setListener([&](const SpeakPtr::Event& event) {
-        if (event.report == Report::DestructionAssertion && rescue) {
-            rescue = false;
-            rescued = weak;
-        }
+        if (event.report == Report::DestructionAssertion && rescued.isNull()) rescued = weak;
     });
     { StrongPtr<Node> owner(raw); }
     SpeakPtr::setListener(previous);
@@ -238,8 +234,6 @@ TEST(Pointers, SaveRegistryVisitsCreatorsOfTheTypeOnly) {
     SaveRegistry<Offered>::traverse(&object);
     EXPECT_EQ(object.offers, 1);
 }
-
-// ---- chunks ----------------------------------------------------------------
 
 using Quillon::Colour;
 using Quillon::FixedArray;

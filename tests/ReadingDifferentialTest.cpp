@@ -94,10 +94,8 @@ public:
         s.chunkSize = static_cast<std::uint32_t>(1 + below(5));
         s.stopAtReport = below(10) == 0 ? 1 + below(6) : 0;
         const char split = s.delimiter == 't' ? '\t' : s.delimiter;
-        const std::size_t fileCount = 1 + below(2);
-        for (std::size_t f = 0; f < fileCount; ++f)
-            s.files.push_back(
-                dir.write("t" + std::to_string(index) + "_" + std::to_string(f) + ".v.txt", table(split)));
+        for (std::size_t f = 0, count = 1 + below(2); f < count; ++f)
+            s.files.push_back(dir.write(std::to_string(index) + "_" + std::to_string(f) + ".v.txt", table(split)));
         return s;
     }
 

@@ -18,10 +18,8 @@ namespace {
 // Collects what goes to the console while it lives.
 struct ConsoleCapture {
     std::vector<std::string> messages;
-    Ravelin::Console::Sink previous;
-    ConsoleCapture() {
-        previous = Ravelin::Console::setSink([this](const std::string& text) { messages.push_back(text); });
-    }
+    Ravelin::Console::Sink previous =
+        Ravelin::Console::setSink([this](const std::string& t) { messages.push_back(t); });
     ~ConsoleCapture() { Ravelin::Console::setSink(previous); }
 };
 
