@@ -1,9 +1,6 @@
-// The fast reading path against the plain reading of ReferenceConversion.hpp:
-// first on a table of tricky files, each with the exact text or exception the
-// conversion ends with, then on generated tables that mix plain rows with every
-// kind of line that ends or bends a conversion.  Both readings must give the
-// same result or exception, counters, tokens, progress reports, hook calls and
-// fragment bytes.
+// The fast reading path against the plain reading of ReferenceConversion.hpp,
+// first on tricky files, each with the exact text or exception it ends with,
+// then on generated tables that mix plain rows with every kind of odd line.
 #include <gtest/gtest.h>
 
 #include <cfenv>
@@ -11,6 +8,8 @@
 
 #include "ReferenceConversion.hpp"
 #include "TestSupport.hpp"
+
+using namespace std::string_literals;
 
 namespace {
 
@@ -24,91 +23,62 @@ struct Tricky {
     char delimiter = ' ';
     std::uint32_t header = 0, chunk = 2;
     std::size_t stopAt = 0;
-    std::string expected = "";  // result text, or "kind: what()" of the exception; {dir} stands for the directory
+    std::string ends = "";  // result text, or "kind: what()" of the exception; {dir} stands for the directory
 };
 
+const std::string Run = "Ascii2Z9::run: ", Stod = "invalid_argument: stod";
+
 std::string outOfRange(std::uint32_t highest, int tokens) {
-    return "Ascii2Z9::run: User column index out of range: Highest Column Index: " + std::to_string(highest) +
+    return Run + "User column index out of range: Highest Column Index: " + std::to_string(highest) +
            ". Number of tokens in this line: " + std::to_string(tokens);
 }
 
 std::string lines(const std::string& line, int count) {
     std::string text;
-    for (int i = 0; i < count; ++i) text += line;
+    while (count-- > 0) text += line;
     return text;
 }
 
-const std::string AllIntegers = "I:int:0,U8:uint8_t:1,U16:uint16_t:2,U32:uint32_t:3,F:float:4,C:rgb:1+2+3";
+const std::string Ints = "I:int:0,U8:uint8_t:1,U16:uint16_t:2,U32:uint32_t:3,F:float:4,C:rgb:1+2+3";
+const std::string PointInt = "P:point:0+1+2,I:int:3", Int = "V:int:0";
 
+// The exits before any file is read (no files, no field, a wrong parse string) are ConvertTest's.
 const Tricky TrickyFiles[] = {
     {.name = "crlf", .files = {"1.5 -2 3e2\r\n4 5 6\r\n"}},
-    {.name = "lone_cr", .files = {"1 2 3\r\n4 5 \r\n"}, .expected = "invalid_argument: stod"},
-    {.name = "nul", .files = {std::string("1 2 3\0 junk\r\n4 5 6\r\n", 20)}},
-    {.name = "nul_early",
-     .files = {std::string("1 2 3 4\n5 6 7\0 8\n", 18)},
-     .parse = "P:point:0+1+2,I:int:3",
-     .expected = outOfRange(3, 3)},
+    {.name = "lone_cr", .files = {"1 2 3\r\n4 5 \r\n"}, .ends = Stod},
+    {.name = "nul", .files = {"1 2 3\0 junk\r\n4 5 6\r\n"s}},
+    {.name = "nul_early", .files = {"1 2 3 4\n5 6 7\0 8\n"s}, .parse = PointInt, .ends = outOfRange(3, 3)},
     {.name = "delimiter_e", .files = {"1e2e3\n-4.5e+6e7\n"}, .delimiter = 'e'},
-    {.name = "unusual",
-     .files = {"0x1p3 +4 \t5 -0\n12abc 1.5.5 .5 2147483647\n1 2 3 4 5 6\n"},
-     .parse = "P:point:0+1+2,I:int:3"},
-    {.name = "empty_line", .files = {"1 2 3\n\n4 5 6\n"}, .expected = outOfRange(2, 0)},
-    {.name = "short_line", .files = {"1 2 3\n4 5\n"}, .expected = outOfRange(2, 2)},
+    {.name = "unusual", .files = {"0x1p3 +4 \t5 -0\n12abc 1.5.5 .5 2147483647\n1 2 3 4 5 6\n"}, .parse = PointInt},
+    {.name = "empty_line", .files = {"1 2 3\n\n4 5 6\n"}, .ends = outOfRange(2, 0)},
+    {.name = "short_line", .files = {"1 2 3\n4 5\n"}, .ends = outOfRange(2, 2)},
     {.name = "trailing_delimiters", .files = {"1,2,3,\n4,5,6,,\n"}, .delimiter = ','},
-    {.name = "two_blanks", .files = {"1  2 3\n"}, .expected = "invalid_argument: stod"},
+    {.name = "two_blanks", .files = {"1  2 3\n"}, .ends = Stod},
     {.name = "empty", .files = {""}},
     {.name = "blocks_over_two_files",
      .files = {"1 10\n2 20\n3 30\n", "4 40\n5 50"},
-     .parse = "First:int:0,Second:double:1,Third:uint16_t:1"},
+     .parse = "A:int:0,B:double:1,C:uint16_t:1"},
     {.name = "block_full_at_the_end", .files = {"1 2 3\n4 5 6\n7 8 9\n10 11 12\n"}},
     {.name = "headers", .files = {"x y z\n1 2 3\n", "u v w\n4 5 6\n"}, .header = 1},
     {.name = "header_beyond_the_end", .files = {"x\n", "1 2 3\n"}, .header = 3},
     {.name = "narrowing",
      .files = {"1.5 300 70000 -1 7,5\n1e5 256 -1 2147483647 1e38\n12abc -1 0 0 0x10\n+5 0 0 0 -0\r\n"},
-     .parse = AllIntegers,
+     .parse = Ints,
      .chunk = 16},
-    {.name = "float_overflow",
-     .files = {"1 2 3 4 5\n1 2 3 4 1e39x\n"},
-     .parse = AllIntegers,
-     .expected = "out_of_range: stof"},
-    {.name = "subnormal", .files = {"1 2 3\n4 1e-310 6\n"}, .expected = "out_of_range: stod"},
-    {.name = "uint32_range", .files = {"2147483648\n"}, .parse = "A:uint32_t:0", .expected = "out_of_range: stoi"},
-    {.name = "first_holder_decides",  // the int column stands first in line and parse string
-     .files = {"1 2\nx y\n"},
-     .parse = "A:int:0,B:double:1",
-     .expected = "invalid_argument: stod"},
-    {.name = "negative_column", .files = {"1 2 3\n"}, .parse = "A:int:-1", .expected = outOfRange(4294967295u, 3)},
+    {.name = "float_overflow", .files = {"1 2 3 4 5\n1 2 3 4 1e39x\n"}, .parse = Ints, .ends = "out_of_range: stof"},
+    {.name = "subnormal", .files = {"1 2 3\n4 1e-310 6\n"}, .ends = "out_of_range: stod"},
+    {.name = "uint32_range", .files = {"2147483648\n"}, .parse = "A:uint32_t:0", .ends = "out_of_range: stoi"},
+    // The int column stands first in line and parse string, yet the double holder converts first.
+    {.name = "first_holder_decides", .files = {"1 2\nx y\n"}, .parse = "A:int:0,B:double:1", .ends = Stod},
+    {.name = "negative_column", .files = {"1 2 3\n"}, .parse = "A:int:-1", .ends = outOfRange(4294967295u, 3)},
     {.name = "tabs", .files = {"1\t2.5\t3\t9\t0\n"}, .parse = "V:tvector:2+1+0,S:int:3+0+4", .delimiter = 't'},
-    {.name = "scalar_of_three_columns",
-     .files = {"1\t2\t3\t9\n"},
-     .parse = "S:int:3+0+4",
-     .delimiter = 't',
-     .expected = outOfRange(4, 4)},
+    {.name = "scalar_of_three_columns", .files = {"1 2 3 9\n"}, .parse = "S:int:3+0+4", .ends = outOfRange(4, 4)},
     {.name = "scan.part.2", .files = {"1.5 2.5\n"}, .parse = "Same:double:0,Same:float:1"},
-    {.name = "interrupted",
-     .files = {"0\n1\n2\n3\n4\n"},
-     .parse = "V:int:0",
-     .chunk = 1,
-     .stopAt = 3,
-     .expected = "Ascii2Z9::run: user interruption"},
-    {.name = "reports_every_fifth_line", .files = {lines("7\n", 250)}, .parse = "V:int:0", .chunk = 1000},
-    {.name = "missing",
-     .files = {"1 2 3\n", Missing},
-     .expected = "Ascii2Z9::run: cannot open file: {dir}/missing_1.txt"},
-    {.name = "directory", .files = {Directory}, .expected = "Ascii2Z9::run: cannot open file: {dir}"},
-    {.name = "parse_wrong",
-     .files = {"1 2 3\n"},
-     .parse = "A:point",
-     .expected = "\nparseUserInputToContainer: parse string wrong: A:point"},
-    {.name = "no_files", .expected = "Ascii2Z9::run: no input files"},
-    {.name = "no_field",
-     .files = {"1\n"},
-     .parse = "",
-     .expected = "Ascii2Z9::run: container typeid field-name and column-number"},
-    {.name = "block_of_none",
-     .files = {"1 2 3\n"},
-     .chunk = 0,
-     .expected = "Ascii2Z9::run: ChunkSize is 0: a block needs at least one row"},
+    {.name = "interrupted", .files = {"0\n1\n2\n3\n"}, .parse = Int, .stopAt = 3, .ends = Run + "user interruption"},
+    {.name = "reports_every_fifth_line", .files = {lines("7\n", 250)}, .parse = Int, .chunk = 1000},
+    {.name = "missing", .files = {"1 2 3\n", Missing}, .ends = Run + "cannot open file: {dir}/missing_1.txt"},
+    {.name = "directory", .files = {Directory}, .ends = Run + "cannot open file: {dir}"},
+    {.name = "zero_block", .files = {""}, .chunk = 0, .ends = Run + "ChunkSize is 0: a block needs at least one row"},
 };
 
 class TableMaker {
@@ -124,10 +94,8 @@ public:
         s.chunkSize = static_cast<std::uint32_t>(1 + below(5));
         s.stopAtReport = below(10) == 0 ? 1 + below(6) : 0;
         const char split = s.delimiter == 't' ? '\t' : s.delimiter;
-        const std::size_t fileCount = 1 + below(2);
-        for (std::size_t f = 0; f < fileCount; ++f)
-            s.files.push_back(
-                dir.write("t" + std::to_string(index) + "_" + std::to_string(f) + ".v.txt", table(split)));
+        for (std::size_t f = 0, count = 1 + below(2); f < count; ++f)
+            s.files.push_back(dir.write(std::to_string(index) + "_" + std::to_string(f) + ".v.txt", table(split)));
         return s;
     }
 
@@ -165,24 +133,13 @@ private:
                 if (t > 0) text += split;
                 text += below(40) == 0 ? oddity() : number(split);
             }
-            switch (below(40)) {
-                case 0:
-                    text += split;
-                    break;  // one trailing delimiter
-                case 1:
-                    text += '\r';
-                    break;  // a CRLF line end
-                case 2:     // a NUL ends the line for the splitter, wherever it stands
-                    text.insert(
-                        text.begin() + static_cast<std::ptrdiff_t>(lineStart + below(text.size() - lineStart + 1)),
-                        '\0');
-                    break;
-                case 3:
-                    text = text + split + split;
-                    break;
-                default:
-                    break;
-            }
+            // Seldom: a trailing delimiter, a CRLF end, a NUL (which ends the line for the splitter,
+            // wherever it stands), two trailing delimiters.
+            const std::uint64_t bend = below(40);
+            if (bend == 0) text += split;
+            if (bend == 1) text += '\r';
+            if (bend == 2) text.insert(lineStart + below(text.size() - lineStart + 1), 1, '\0');
+            if (bend == 3) text += std::string(2, split);
             if (line + 1 < lines || below(2) == 0) text += '\n';
         }
         return text;
@@ -190,34 +147,6 @@ private:
 
     std::mt19937_64 random;
 };
-
-}  // namespace
-
-TEST(ReadingDifferential, TrickyFilesEndAsThePlainReadingWithTheirExactTexts) {
-    testsupport::TempDir dir;
-    for (const Tricky& tricky : TrickyFiles) {
-        reference::Settings s{.headerLines = tricky.header,
-                              .parse = tricky.parse,
-                              .delimiter = tricky.delimiter,
-                              .chunkSize = tricky.chunk,
-                              .stopAtReport = tricky.stopAt};
-        for (std::size_t i = 0; i < tricky.files.size(); ++i) {
-            const std::string name = tricky.name + (i == 0 ? "" : "_" + std::to_string(i)) + ".txt";
-            const std::string& bytes = tricky.files[i];
-            s.files.push_back(bytes == Directory ? dir.path().string()
-                              : bytes == Missing ? (dir.path() / name).string()
-                                                 : dir.write(name, bytes));
-        }
-        const reference::Outcome expected = reference::plainReading(s);
-        const reference::Outcome got = reference::libraryReading(s);
-        EXPECT_EQ(got, expected) << tricky.name;
-        std::string text = tricky.expected;
-        if (const auto at = text.find("{dir}"); at != std::string::npos) text.replace(at, 5, dir.path().string());
-        EXPECT_EQ(got.exception.empty() ? got.result : got.exception, text) << tricky.name;
-    }
-}
-
-namespace {
 
 // The long run, with PALLION_LONG_TESTS (the README's test command and CI); a
 // short one otherwise.
@@ -255,6 +184,30 @@ void compareReadings(std::uint64_t seed, int cases) {
 }
 
 }  // namespace
+
+TEST(ReadingDifferential, TrickyFilesEndAsThePlainReadingWithTheirExactTexts) {
+    testsupport::TempDir dir;
+    for (const Tricky& tricky : TrickyFiles) {
+        reference::Settings s{.headerLines = tricky.header,
+                              .parse = tricky.parse,
+                              .delimiter = tricky.delimiter,
+                              .chunkSize = tricky.chunk,
+                              .stopAtReport = tricky.stopAt};
+        for (std::size_t i = 0; i < tricky.files.size(); ++i) {
+            const std::string name = tricky.name + (i == 0 ? "" : "_" + std::to_string(i)) + ".txt";
+            const std::string& bytes = tricky.files[i];
+            s.files.push_back(bytes == Directory ? dir.path().string()
+                              : bytes == Missing ? (dir.path() / name).string()
+                                                 : dir.write(name, bytes));
+        }
+        const reference::Outcome expected = reference::plainReading(s);
+        const reference::Outcome got = reference::libraryReading(s);
+        EXPECT_EQ(got, expected) << tricky.name;
+        std::string text = tricky.ends;
+        if (const auto at = text.find("{dir}"); at != std::string::npos) text.replace(at, 5, dir.path().string());
+        EXPECT_EQ(got.exception.empty() ? got.result : got.exception, text) << tricky.name;
+    }
+}
 
 TEST(ReadingDifferential, GeneratedTablesEndAsThePlainReading) { compareReadings(42, CaseCount); }
 

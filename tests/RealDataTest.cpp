@@ -1,7 +1,5 @@
-// Real tables written by others, each converted by ascii2z9 and by the plain
-// reading of ReferenceConversion.hpp (getline, split, std::stod) with the same
-// outcome, the rows or the text each ends with.  Skips where the folder of
-// real tables (../shared/data/real beside the project) is absent.
+// Real tables written by others, converted by ascii2z9 and by the plain reading with the same
+// outcome; skipped where the folder of real tables (../shared/data/real) is absent.
 #include <gtest/gtest.h>
 
 #include "ReferenceConversion.hpp"
@@ -32,8 +30,6 @@ const RealTable RealTables[] = {
      "Ascii2Z9::run: User column index out of range: Highest Column Index: 2. Number of tokens in this line: 0"},
     {"pdal_utm17_1.txt", Point, ',', 4096, 0, "invalid_argument: stod", 0},  // the header read as a row
 };
-
-void PrintTo(const RealTable& table, std::ostream* out) { *out << table.file; }
 
 class RealData : public testing::TestWithParam<RealTable> {};
 

@@ -1,24 +1,19 @@
 // A plain reading of text tables, written straight from the documented
-// behaviour with std::getline, split and the standard conversions (standardNumber),
-// and the same conversion through ascii2z9, each recorded as an Outcome:
-// result text or exception, counters, tokens, progress reports, hook calls
-// and every fragment with its bytes.  Two equal outcomes mean that the fast
-// reading path behaved exactly as the plain one; the differential test and
-// the whole-file fuzz target compare them.
+// behaviour with std::getline, split and the standard conversions
+// (standardNumber), and the same conversion through ascii2z9, each recorded
+// as an Outcome.  Two equal outcomes mean that the fast reading path behaved
+// exactly as the plain one; the differential test and the fuzz target compare them.
 #pragma once
 
 #include <algorithm>
-#include <cstdint>
-#include <cstdio>
 #include <cstring>
-#include <exception>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <limits>
 #include <ostream>
 #include <stdexcept>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "pallion/array/ElementTraits.hpp"
@@ -53,11 +48,11 @@ struct Settings {
 };
 
 struct Fragment {
-    std::string field;
-    std::string name;
-    std::string bytes;
+    std::string field, name, bytes;
     bool operator==(const Fragment&) const = default;
 };
+
+using Reports = std::vector<std::pair<std::uint32_t, std::uint32_t>>;
 
 struct Outcome {
     std::string result;
@@ -65,7 +60,7 @@ struct Outcome {
     std::uint64_t lineCount = 0, blockFill = 0, fragmentCount = 0;
     std::string currentFile;
     std::vector<std::string> tokens;
-    std::vector<std::pair<std::uint32_t, std::uint32_t>> reports;
+    Reports reports;
     std::vector<std::string> hookCalls;  // field, file, element count and the tokens at that moment
     std::vector<Fragment> fragments;     // field by field in the order of the parse string, each in flush order
     bool operator==(const Outcome&) const = default;
@@ -79,16 +74,21 @@ inline std::ostream& operator<<(std::ostream& out, const Outcome& o) {
     return out;
 }
 
-inline std::string exceptionText(std::exception_ptr caught) {
+// Runs `convert` into out.result or out.exception, then takes the Parameter's counters, file and tokens.
+template <class F>
+void record(Outcome& out, const Pallion::Parameter& p, F&& convert) {
     try {
-        std::rethrow_exception(caught);
+        out.result = convert();
     } catch (const std::invalid_argument& e) {
-        return std::string("invalid_argument: ") + e.what();
+        out.exception = std::string("invalid_argument: ") + e.what();
     } catch (const std::out_of_range& e) {
-        return std::string("out_of_range: ") + e.what();
+        out.exception = std::string("out_of_range: ") + e.what();
     } catch (const std::exception& e) {
-        return std::string("exception: ") + e.what();
+        out.exception = std::string("exception: ") + e.what();
     }
+    out.lineCount = p.LineCount, out.blockFill = p.BlockFill, out.fragmentCount = p.FragmentCount;
+    out.currentFile = p.CurrentFile;
+    out.tokens = p.Tokens;
 }
 
 inline std::string hookCall(const std::string& field, const std::string& file, std::size_t count,
@@ -98,15 +98,6 @@ inline std::string hookCall(const std::string& field, const std::string& file, s
     return call;
 }
 
-// The counters, the current file and the tokens a Parameter holds after a conversion.
-inline void takeState(Outcome& out, const Pallion::Parameter& p) {
-    out.lineCount = p.LineCount;
-    out.blockFill = p.BlockFill;
-    out.fragmentCount = p.FragmentCount;
-    out.currentFile = p.CurrentFile;
-    out.tokens = p.Tokens;
-}
-
 inline std::vector<std::string> distinctFields(const Pallion::Parameter& p) {
     std::vector<std::string> fields;
     for (const Pallion::ContainerEntry& entry : p.Container)
@@ -114,17 +105,13 @@ inline std::vector<std::string> distinctFields(const Pallion::Parameter& p) {
     return fields;
 }
 
-class RecordingProgress : public Ravelin::LoaderProgress {
-public:
-    RecordingProgress(std::vector<std::pair<std::uint32_t, std::uint32_t>>& into, std::size_t stopAt)
-        : reports(into), stop(stopAt) {}
+struct RecordingProgress : Ravelin::LoaderProgress {
+    RecordingProgress(Reports& into, std::size_t stopAt) : reports(into), stop(stopAt) {}
     bool report(const std::string&, std::uint32_t value, std::uint32_t total) override {
         reports.emplace_back(value, total);
         return reports.size() != stop;
     }
-
-private:
-    std::vector<std::pair<std::uint32_t, std::uint32_t>>& reports;
+    Reports& reports;
     std::size_t stop;
 };
 
@@ -134,15 +121,9 @@ public:
     explicit PlainReading(const Settings& s) : settings(s) {}
 
     Outcome run() {
-        try {
-            out.result = convert();
-        } catch (...) {
-            out.exception = exceptionText(std::current_exception());
-        }
-        takeState(out, p);
-        // As the grid lists them: field by field in the order of the parse string,
-        // a field's fragments by name in the order first made, a name's arrays in
-        // the order stored.
+        record(out, p, [&] { return convert(); });
+        // As the grid lists them: field by field in the order of the parse string, a field's
+        // fragments by name in the order first made, a name's arrays in the order stored.
         for (const std::string& field : distinctFields(p)) {
             std::vector<std::string> names;
             for (const Fragment& f : flushed)
@@ -158,75 +139,66 @@ public:
 private:
     struct Column {
         std::string field;
-        std::vector<std::uint32_t> columns;
         std::size_t elementSize;
         std::vector<unsigned char> rows;
-        void (*store)(unsigned char*, const std::vector<std::string>&, const std::vector<std::uint32_t>&);
+        std::function<void(unsigned char*)> store;  // converts the row's tokens into one element there
     };
 
-    template <class T>
-    static void storeRow(unsigned char* into, const std::vector<std::string>& tokens,
-                         const std::vector<std::uint32_t>& columns) {
-        using Traits = Tessel::ElementTraits<T>;
-        using C = typename Traits::Component;
-        C values[Traits::components];
-        for (unsigned i = 0; i < Traits::components; ++i) {
-            values[i] = Pallion::standardNumber<C>(tokens[columns[i]]);
-        }
-        std::memcpy(into, values, sizeof values);
-    }
-
     std::string convert() {
+        namespace messages = Pallion::messages::convert;
         p.Parse = settings.parse;
         p.Delimiter = settings.delimiter == 't' ? '\t' : settings.delimiter;
         std::string parsed = Pallion::parseUserInputToContainer(p);
         if (!parsed.empty()) return parsed;
-        if (settings.files.empty()) return std::string(Pallion::messages::convert::NoInputFiles);
-        if (p.Container.empty()) return std::string(Pallion::messages::convert::NoContainer);
-        if (settings.chunkSize == 0) return std::string(Pallion::messages::convert::ChunkSizeZero);
+        if (settings.files.empty()) return std::string(messages::NoInputFiles);
+        if (p.Container.empty()) return std::string(messages::NoContainer);
+        if (settings.chunkSize == 0) return std::string(messages::ChunkSizeZero);
         Tessel::forEachElementType([&]<class T>() {
-            const auto type = Tessel::typeIndexOf<T>();
+            using C = typename Tessel::ElementTraits<T>::Component;
             for (const Pallion::ContainerEntry& entry : p.Container)
-                if (entry.TypeId == type)
-                    columns.push_back({entry.FieldName, entry.Columns, sizeof(T),
-                                       std::vector<unsigned char>(sizeof(T) * settings.chunkSize), &storeRow<T>});
+                if (entry.TypeId == Tessel::typeIndexOf<T>())
+                    columns.push_back({entry.FieldName, sizeof(T),
+                                       std::vector<unsigned char>(sizeof(T) * settings.chunkSize),
+                                       [this, taken = entry.Columns](unsigned char* into) {
+                                           C values[Tessel::ElementTraits<T>::components];
+                                           for (std::size_t i = 0; i < std::size(values); ++i)
+                                               values[i] = Pallion::standardNumber<C>(p.Tokens[taken[i]]);
+                                           std::memcpy(into, values, sizeof values);
+                                       }});
         });
-        for (const std::string& name : settings.files) {
-            std::string failure = readFile(name);
-            if (!failure.empty()) return failure;
-        }
+        for (const std::string& name : settings.files)
+            if (std::string failure = readFile(name); !failure.empty()) return failure;
         if (p.BlockFill < settings.chunkSize) flush(p.BlockFill);
         return {};
     }
 
-    std::string readFile(const std::string& name) {
-        std::error_code ignored;
-        if (std::filesystem::is_directory(name, ignored))
-            return std::string(Pallion::messages::convert::CannotOpenFile) + name;
-        std::ifstream stream(name, std::ios_base::in);
-        if (!stream.is_open()) return std::string(Pallion::messages::convert::CannotOpenFile) + name;
+    void skipHeader(std::istream& stream) const {
         for (std::uint32_t i = 0; i < settings.headerLines; ++i)
             stream.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+    }
+
+    std::string readFile(const std::string& name) {
+        namespace messages = Pallion::messages::convert;
+        std::ifstream stream(name);
+        if (std::filesystem::is_directory(name) || !stream.is_open())
+            return std::string(messages::CannotOpenFile) + name;
+        skipHeader(stream);
         const std::uint64_t estimate = estimateLines(name);
         const std::uint64_t step = estimate > 99 ? estimate / 100 : 1;
         p.CurrentFile = name;
-        std::string line;
-        while (std::getline(stream, line, '\n')) {
+        for (std::string line; std::getline(stream, line);) {
             if (p.LineCount % step == 0) {
                 out.reports.emplace_back(static_cast<std::uint32_t>(std::min(estimate, p.LineCount)),
                                          static_cast<std::uint32_t>(estimate));
-                if (out.reports.size() == settings.stopAtReport)
-                    return std::string(Pallion::messages::convert::UserInterruption);
+                if (out.reports.size() == settings.stopAtReport) return std::string(messages::UserInterruption);
             }
             Pallion::split(line.data(), line.size(), p.Tokens, p.Delimiter);
             // A row keeps the tokens up to the highest column only.
             if (p.Tokens.size() > std::size_t{p.HighestColumnIndex} + 1) p.Tokens.resize(p.HighestColumnIndex + 1);
             if (p.HighestColumnIndex >= p.Tokens.size())
-                return std::string(Pallion::messages::convert::ColumnIndexOutOfRange) +
-                       std::to_string(p.HighestColumnIndex) + std::string(Pallion::messages::convert::TokensInLine) +
-                       std::to_string(p.Tokens.size());
-            for (Column& column : columns)
-                column.store(column.rows.data() + p.BlockFill * column.elementSize, p.Tokens, column.columns);
+                return std::string(messages::ColumnIndexOutOfRange) + std::to_string(p.HighestColumnIndex) +
+                       std::string(messages::TokensInLine) + std::to_string(p.Tokens.size());
+            for (Column& column : columns) column.store(column.rows.data() + p.BlockFill * column.elementSize);
             ++p.BlockFill;
             ++p.LineCount;
             if (p.BlockFill == settings.chunkSize) {
@@ -239,19 +211,14 @@ private:
         return {};
     }
 
+    // The file's size over the length of its first row; unknown (the largest number) for an empty first row.
     std::uint64_t estimateLines(const std::string& name) const {
-        std::FILE* file = std::fopen(name.c_str(), "rb");
-        if (file == nullptr) return std::numeric_limits<std::uint64_t>::max();
-        std::fseek(file, 0, SEEK_END);
-        const long size = std::ftell(file);
-        std::fclose(file);
-        std::ifstream second(name, std::ios_base::in);
-        for (std::uint32_t i = 0; i < settings.headerLines; ++i)
-            second.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+        std::ifstream stream(name);
+        skipHeader(stream);
         std::string first;
-        std::getline(second, first);
+        std::getline(stream, first);
         if (first.empty()) return std::numeric_limits<std::uint64_t>::max();
-        return static_cast<std::uint64_t>(size) < first.size() ? 1 : static_cast<std::uint64_t>(size) / first.size();
+        return std::max<std::uint64_t>(1, std::filesystem::file_size(name) / first.size());
     }
 
     void flush(std::uint64_t rows) {
@@ -259,8 +226,7 @@ private:
         for (Column& column : columns) {
             out.hookCalls.push_back(hookCall(column.field, p.CurrentFile, rows, p.Tokens));
             flushed.push_back({column.field, name,
-                               std::string(column.rows.begin(), column.rows.begin() + static_cast<std::ptrdiff_t>(
-                                                                                          rows * column.elementSize))});
+                               std::string(column.rows.begin(), column.rows.begin() + rows * column.elementSize)});
             std::fill(column.rows.begin(), column.rows.end(), 0);
         }
     }
@@ -290,12 +256,7 @@ inline Outcome libraryReading(const Settings& settings) {
     p.OnFragment = [&](const Pallion::ChunkPtr& chunk, const std::string& field, const std::string& file) {
         out.hookCalls.push_back(hookCall(field, file, chunk->elementCount(), p.Tokens));
     };
-    try {
-        out.result = Pallion::ascii2z9(grid, p);
-    } catch (...) {
-        out.exception = exceptionText(std::current_exception());
-    }
-    takeState(out, p);
+    record(out, p, [&] { return Pallion::ascii2z9(grid, p); });
     for (const std::string& name : distinctFields(p)) {
         const Tessel::FieldPtr field = grid.field(name);
         if (field.isNull()) continue;

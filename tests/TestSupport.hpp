@@ -1,6 +1,5 @@
-// Helpers shared by the tests and the fuzz targets: a fresh temporary
-// directory, the location of the real tables beside the project, and the
-// values of a field read back from a grid.
+// Helpers shared by the tests and the fuzz targets: a fresh temporary directory,
+// the folder of real tables, Parameters and the values read back from a grid.
 #pragma once
 
 #include <filesystem>
@@ -24,14 +23,11 @@ class TempDir {
 public:
     TempDir() {
         std::random_device device;
-        for (int attempt = 0; attempt < 100; ++attempt) {
+        for (int attempt = 0; attempt < 100 && root.empty(); ++attempt) {
             auto candidate = std::filesystem::temp_directory_path() / ("pallion-test-" + std::to_string(device()));
-            if (std::filesystem::create_directory(candidate)) {
-                root = candidate;
-                return;
-            }
+            if (std::filesystem::create_directory(candidate)) root = candidate;
         }
-        throw std::runtime_error("cannot make a temporary directory");
+        if (root.empty()) throw std::runtime_error("cannot make a temporary directory");
     }
     ~TempDir() {
         std::error_code ignored;

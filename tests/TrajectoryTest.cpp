@@ -18,10 +18,8 @@ namespace {
 // Collects what goes to the console while it lives.
 struct ConsoleCapture {
     std::vector<std::string> messages;
-    Ravelin::Console::Sink previous;
-    ConsoleCapture() {
-        previous = Ravelin::Console::setSink([this](const std::string& text) { messages.push_back(text); });
-    }
+    Ravelin::Console::Sink previous =
+        Ravelin::Console::setSink([this](const std::string& t) { messages.push_back(t); });
     ~ConsoleCapture() { Ravelin::Console::setSink(previous); }
 };
 
@@ -32,7 +30,9 @@ std::vector<T> attribute(const Grid& grid, const std::string& name) {
     return chunk ? chunk->vector() : std::vector<T>();
 }
 
-const Ravelin::ProgressPtr noProgress;
+std::string convert(Grid& grid, std::initializer_list<std::string> files, const Ravelin::ProgressPtr& progress = {}) {
+    return convertTrajectory2Z9(grid, testsupport::fileList(files), progress);
+}
 
 // A .txt trajectory of `rows` lines for the given week day, times within that day.
 std::string textTrajectory(int weekDay, int rows, double firstSecondOfDay = 3600.0) {
@@ -62,12 +62,7 @@ TEST(FileNames, SixPiecesOrAConsoleMessage) {
     EXPECT_EQ(console.messages[0],
               "parseFilenameForGeoDatum: QVT Parse layout for trajectory does not fit: a_p_1_20260314_xxxx1_");
 
-    try {
-        parseFilenameForGeoDatum("a_p_1_20260314_EPSG_yyyy2");  // nothing after the four characters
-        FAIL();
-    } catch (const std::invalid_argument& e) {
-        EXPECT_STREQ(e.what(), "stoi");
-    }
+    EXPECT_THROW(parseFilenameForGeoDatum("a_p_1_20260314_EPSG_yyyy2"), std::invalid_argument);  // no digits
     EXPECT_THROW(parseFilenameForGeoDatum("a_p_x1_20260314_EPSG1_yyyy2"), std::invalid_argument);
     EXPECT_THROW(parseFilenameForGeoDatum("a_p_1_20260314_EPSG1_yyyy99999999999"), std::out_of_range);
     EXPECT_THROW(parseFilenameForGeoDatum("a_p_1_20261399_EPSG1_yyyy2"), std::invalid_argument);  // no date
@@ -76,32 +71,25 @@ TEST(FileNames, SixPiecesOrAConsoleMessage) {
 
 TEST(Attributes, OneFileTwoFilesAndASecondProject) {
     Grid grid;
-    GeoReferenceSystem first("Harbour", 1, 25832, -1, "20260310");
+    auto add = [&](const char* project, int number, int spatial, int height, const char* date) {
+        return addGeoReferenceToGrid(GeoReferenceSystem(project, number, spatial, height, date), grid);
+    };
+    auto differs = [](const std::string& name) {
+        return "addAttributeToGrid:: Different " + name + "! cannot merge file.";
+    };
     const auto before = Ravelin::Ageable::GlobalTime.load();
-    EXPECT_EQ(addGeoReferenceToGrid(first, grid), "");
+    EXPECT_EQ(add("Harbour", 1, 25832, -1, "20260310"), "");
     EXPECT_EQ(grid.timeStamp(), before + 5);
-    EXPECT_EQ(attribute<unsigned int>(grid, "EPSG_SPATIAL"), std::vector<unsigned int>{25832});
     EXPECT_EQ(attribute<unsigned int>(grid, "EPSG_HEIGHT"), std::vector<unsigned int>{4294967295u});
-    EXPECT_EQ(attribute<std::string>(grid, "NameOfProject"), std::vector<std::string>{"Harbour"});
-
-    GeoReferenceSystem second("Harbour", 2, 25832, -1, "20260311");
-    EXPECT_EQ(addGeoReferenceToGrid(second, grid), "");
-    EXPECT_EQ(attribute<unsigned int>(grid, "WeekDay"), (std::vector<unsigned int>{2, 3}));
+    EXPECT_EQ(add("Harbour", 2, 25832, -1, "20260311"), "");
     EXPECT_EQ(attribute<std::string>(grid, "Date"), (std::vector<std::string>{"10.03.2026", "11.03.2026"}));
 
-    GeoReferenceSystem otherProject("Quay", 3, 25832, -1, "20260312");
-    EXPECT_EQ(addGeoReferenceToGrid(otherProject, grid),
-              "addAttributeToGrid:: Different NameOfProject! cannot merge file.");
+    EXPECT_EQ(add("Quay", 3, 25832, -1, "20260312"), differs("NameOfProject"));
     EXPECT_EQ(attribute<std::string>(grid, "Date").size(), 3u);  // appended before the name was compared
     EXPECT_EQ(attribute<std::string>(grid, "NameOfProject"), std::vector<std::string>{"Harbour"});
-
-    GeoReferenceSystem otherCode("Harbour", 4, 4326, -1, "20260313");
-    EXPECT_EQ(addGeoReferenceToGrid(otherCode, grid),
-              "addAttributeToGrid:: Different EPSG_SPATIAL! cannot merge file.");
+    EXPECT_EQ(add("Harbour", 4, 4326, -1, "20260313"), differs("EPSG_SPATIAL"));
     EXPECT_EQ(attribute<std::string>(grid, "Date").size(), 3u);  // the codes are compared before the date is added
-    GeoReferenceSystem otherHeight("Harbour", 4, 25832, 5, "20260313");
-    EXPECT_EQ(addGeoReferenceToGrid(otherHeight, grid),
-              "addAttributeToGrid:: Different EPSG_HEIGHT! cannot merge file.");
+    EXPECT_EQ(add("Harbour", 4, 25832, 5, "20260313"), differs("EPSG_HEIGHT"));
 
     // An attribute of another chunk type is replaced by one of the right type.
     grid.attributes().setAttribute("Date", Ravelin::StrongPtr<Ravelin::ChunkBase>(new Ravelin::Chunk<int>(4)));
@@ -124,7 +112,7 @@ TEST(TrajectoryEntry, MixedListIntoOneGrid) {
     ASSERT_TRUE(Riegl::writeTrajectoryFile(pof, false, 25832, {{10.0, 1, 2, 3, 4, 5, 6}}));
 
     Grid grid;
-    EXPECT_EQ(convertTrajectory2Z9(grid, testsupport::fileList({txt1, txt2, pofx, pof}), noProgress), "");
+    EXPECT_EQ(convert(grid, {txt1, txt2, pofx, pof}), "");
     auto times = grid.field("GPSTime");
     ASSERT_EQ(times->fragments().size(), 4u);
     EXPECT_EQ(times->fragments()[0].arrays[0]->elementText(2), "3602.000000");  // seconds of the day
@@ -135,7 +123,7 @@ TEST(TrajectoryEntry, MixedListIntoOneGrid) {
     EXPECT_EQ(attribute<unsigned int>(grid, "WeekDay"), (std::vector<unsigned int>{2, 3, 3, 4}));
     EXPECT_TRUE(grid.attributes().getAttribute("EPSG").isNull());
     EXPECT_EQ(grid.notes().size(), 2u);  // one per text file
-    EXPECT_EQ(convertTrajectory2Z9(grid, testsupport::fileList({}), noProgress), "");
+    EXPECT_EQ(convert(grid, {}), "");
 }
 
 TEST(TrajectoryEntry, OrderOfFailureChecksAndWhatSurvives) {
@@ -143,22 +131,18 @@ TEST(TrajectoryEntry, OrderOfFailureChecksAndWhatSurvives) {
     ConsoleCapture console;
     Grid grid;
     const auto good = dir.write("QVT_Harbour_001_20260310_EPSG25832_EPSG7837.txt", textTrajectory(2, 2));
-    EXPECT_EQ(
-        convertTrajectory2Z9(grid, testsupport::fileList({dir.write("a_b_1_20260310_EPSG1.csv", "")}), noProgress),
-        "convertTrajectory2Z9: could not initialise GeoReferenceSystem");  // the name before the extension
+    EXPECT_EQ(convert(grid, {dir.write("a_b_1_20260310_EPSG1.csv", "")}),
+              "convertTrajectory2Z9: could not initialise GeoReferenceSystem");  // the name before the extension
     EXPECT_EQ(console.messages.size(), 1u);
     const auto capital = (dir.path() / "QVT_Harbour_001_20260310_EPSG25832_EPSG7837.TXT").string();
-    EXPECT_EQ(convertTrajectory2Z9(grid, testsupport::fileList({capital}), noProgress),
-              "convertTrajectory2Z9: unknown file extension: " + capital);
-    EXPECT_EQ(convertTrajectory2Z9(grid, testsupport::fileList({"x/QVT_Harbour_001_20260310_EPSG25832_EPSG7837"}),
-                                   noProgress),
+    EXPECT_EQ(convert(grid, {capital}), "convertTrajectory2Z9: unknown file extension: " + capital);
+    EXPECT_EQ(convert(grid, {"x/QVT_Harbour_001_20260310_EPSG25832_EPSG7837"}),
               "convertTrajectory2Z9: unknown file extension: x/QVT_Harbour_001_20260310_EPSG25832_EPSG7837");
     EXPECT_EQ(grid.attributes().size(), 0u);
 
     // The second of three fails: the third name, which would throw, is never read.
     const auto missing = (dir.path() / "QVT_Harbour_002_20260311_EPSG25832_EPSG7837.txt").string();
-    EXPECT_EQ(convertTrajectory2Z9(grid, testsupport::fileList({good, missing, "a_b_NaN_20260310_EPSG1_EPSG2.txt"}),
-                                   noProgress),
+    EXPECT_EQ(convert(grid, {good, missing, "a_b_NaN_20260310_EPSG1_EPSG2.txt"}),
               "Ascii2Z9::run: cannot open file: " + missing);
     EXPECT_EQ(attribute<std::string>(grid, "Date").size(), 1u);
     EXPECT_EQ(grid.field("GPSTime")->fragments().size(), 1u);
@@ -166,8 +150,7 @@ TEST(TrajectoryEntry, OrderOfFailureChecksAndWhatSurvives) {
     // A time outside the file's day: the fields stay, the attributes of the file are not written.
     Grid timed;
     const auto wrongDay = dir.write("QVT_Harbour_005_20260310_EPSG25832_EPSG7837.txt", textTrajectory(4, 2));
-    EXPECT_EQ(convertTrajectory2Z9(timed, testsupport::fileList({wrongDay}), noProgress),
-              "modifyGPSTime: GPS time 349200.000000 does not lie within week day 2");
+    EXPECT_EQ(convert(timed, {wrongDay}), "modifyGPSTime: GPS time 349200.000000 does not lie within week day 2");
     EXPECT_EQ(timed.field("GPSTime")->fragments().size(), 1u);
     EXPECT_EQ(timed.attributes().size(), 0u);
 
@@ -179,16 +162,13 @@ TEST(TrajectoryEntry, OrderOfFailureChecksAndWhatSurvives) {
     Grid both;
     const auto pofx = (dir.path() / "QVT_Harbour_006_20260310_EPSG25832_EPSG7837.pofx").string();
     ASSERT_TRUE(Riegl::writeTrajectoryFile(pofx, true, 25832, {{10.0, 1, 2, 3, 4, 5, 6}}));  // Sunday, not Tuesday
-    const Ravelin::ProgressPtr stop(new StopWhenDone);
-    EXPECT_EQ(convertTrajectory2Z9(both, testsupport::fileList({pofx}), stop), "pofx2tessel: user interruption");
-    EXPECT_EQ(convertTrajectory2Z9(both, testsupport::fileList({pofx}), noProgress),
-              "modifyGPSTime: GPS time 10.000000 does not lie within week day 2");
+    EXPECT_EQ(convert(both, {pofx}, Ravelin::ProgressPtr(new StopWhenDone)), "pofx2tessel: user interruption");
+    EXPECT_EQ(convert(both, {pofx}), "modifyGPSTime: GPS time 10.000000 does not lie within week day 2");
     EXPECT_EQ(both.attributes().size(), 0u);
 
     // A mismatch between files after a successful conversion keeps the file's data.
     Grid mixed;
     const auto quay = dir.write("QVT_Quay_002_20260310_EPSG25832_EPSG7837.txt", textTrajectory(2, 1));
-    EXPECT_EQ(convertTrajectory2Z9(mixed, testsupport::fileList({good, quay}), noProgress),
-              "addAttributeToGrid:: Different NameOfProject! cannot merge file.");
+    EXPECT_EQ(convert(mixed, {good, quay}), "addAttributeToGrid:: Different NameOfProject! cannot merge file.");
     EXPECT_EQ(mixed.field("Positions")->fragments().size(), 2u);
 }
