@@ -27,37 +27,31 @@ TEST(Concurrency, TwoConversionsOnTwoThreadsEachIntoItsOwnGrid) {
     std::atomic<int> consoleMessages{0};
     const auto previous = Ravelin::Console::setSink([&](const std::string&) { ++consoleMessages; });
     constexpr int Rounds = 4;
-    std::vector<std::string> textResults, trajectoryResults;
-    std::vector<std::uint64_t> rows, positions;
+    using Outcome = std::pair<std::string, std::size_t>;  // the result and the number of points
+    std::vector<Outcome> texts, trajectories;
     std::thread text([&] {
         for (int round = 0; round < Rounds; ++round) {
             Tessel::Grid grid;
-            Pallion::Parameter p;
-            p.Files = testsupport::fileList({points, points});
-            p.Parse = "P:point:0+1+2,C:uint8_t:3";
-            p.ChunkSize = 1000;
+            auto p = testsupport::tableParameter({points, points}, "P:point:0+1+2,C:uint8_t:3", 1000);
             p.EPSG = 25832;
-            textResults.push_back(Pallion::ascii2z9(grid, p));
-            rows.push_back(testsupport::fieldValues<Tessel::Point>(grid, "P").size());
+            const std::string result = Pallion::ascii2z9(grid, p);
+            texts.emplace_back(result, testsupport::fieldValues<Tessel::Point>(grid, "P").size());
         }
     });
     std::thread trajectory([&] {
         for (int round = 0; round < Rounds; ++round) {
             Tessel::Grid grid;
-            trajectoryResults.push_back(
-                Pallion::convertTrajectory2Z9(grid, testsupport::fileList({pof, misfit}), Ravelin::ProgressPtr()));
-            positions.push_back(testsupport::fieldValues<Tessel::Point>(grid, "Positions").size());
+            const std::string result =
+                Pallion::convertTrajectory2Z9(grid, testsupport::fileList({pof, misfit}), Ravelin::ProgressPtr());
+            trajectories.emplace_back(result, testsupport::fieldValues<Tessel::Point>(grid, "Positions").size());
         }
     });
     text.join();
     trajectory.join();
     Ravelin::Console::setSink(previous);
 
-    for (int round = 0; round < Rounds; ++round) {
-        EXPECT_EQ(textResults[round], "");
-        EXPECT_EQ(rows[round], 6000u);
-        EXPECT_EQ(trajectoryResults[round], "convertTrajectory2Z9: could not initialise GeoReferenceSystem");
-        EXPECT_EQ(positions[round], 500u);
-    }
+    EXPECT_EQ(texts, std::vector<Outcome>(Rounds, {"", 6000}));
+    EXPECT_EQ(trajectories,
+              std::vector<Outcome>(Rounds, {"convertTrajectory2Z9: could not initialise GeoReferenceSystem", 500}));
     EXPECT_EQ(consoleMessages, Rounds);
 }
