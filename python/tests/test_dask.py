@@ -10,12 +10,10 @@ import pallion.dask
 
 def test_read_tables_on_two_workers_equals_read_table_per_file(tmp_path):
     rng = numpy.random.default_rng(3)
-    files = []
-    for i in range(8):
-        path = tmp_path / f"part{i}.txt"
-        rows = numpy.column_stack([rng.uniform(-100, 100, (50 + 10 * i, 3)).round(3), rng.integers(0, 255, 50 + 10 * i)])
+    files = [tmp_path / f"part{i}.txt" for i in range(8)]
+    for n, path in enumerate(files, start=5):
+        rows = numpy.column_stack([rng.uniform(-100, 100, (10 * n, 3)).round(3), rng.integers(0, 255, 10 * n)])
         numpy.savetxt(path, rows, fmt=["%.3f"] * 3 + ["%d"], header="x y z class", comments="")
-        files.append(path)
     parse = "Positions:point:0+1+2,Class:uint8_t:3"
     each = [pallion.read_table(f, parse=parse, header=1) for f in files]
 
