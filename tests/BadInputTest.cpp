@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <utility>
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -103,8 +104,7 @@ TEST(BadInput, ASignalDuringAWaitOnAFifoAsksTheProgressWhetherToGoOn) {
         std::atomic<bool> stop{false};
         bool said = false;  // says no once: the stop must hold without being asked again
         bool report(const std::string&, std::uint32_t, std::uint32_t) override {
-            if (!stop || said) return true;
-            return !(said = true);
+            return !stop || std::exchange(said, true);
         }
     };
     struct sigaction wake {
@@ -117,9 +117,8 @@ TEST(BadInput, ASignalDuringAWaitOnAFifoAsksTheProgressWhetherToGoOn) {
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
     for (const bool withWriter : {false, true}) {
         auto* stopper = new Stopper;
-        Parameter p;
+        Parameter p = testsupport::tableParameter({fifo});
         p.Progress = stopper;
-        p.Files = fileList({fifo});
         std::atomic<bool> done{false}, stuck{false};
         const pthread_t converter = ::pthread_self();
         std::thread helper([&] {
@@ -181,7 +180,6 @@ TEST(BadInput, EachBadInputGetsItsAnswer) {
 
     const std::string column = "parseUserInputToContainer: column \"";
     for (const auto& [parse, expected] : std::vector<std::pair<std::string, std::string>>{
-             {"P:point:0+1+2,I:int:3", ""},
              {"A:int:0,P:double:4294967296",
               column + "4294967296\" is no column number (0 to 2147483647) in the entry \"P:double:4294967296\" of "
                        "the parse string: A:int:0,P:double:4294967296"},
