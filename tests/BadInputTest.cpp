@@ -62,11 +62,8 @@ TEST(BadInput, AFifoAndAPipeGiveEveryRowTwentyTimesOver) {
     const std::string fifo = (dir.path() / "rows.fifo").string();
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
     std::string million;
-    std::vector<int> expected;
-    for (int i = 0; i < 1000000; ++i) {
-        expected.push_back(i % 1000);
-        million += std::to_string(i % 1000) + '\n';
-    }
+    std::vector<int> expected(1000000);
+    for (int i = 0; i < 1000000; ++i) million += std::to_string(expected[i] = i % 1000) + '\n';
     for (int round = 0; round < 20; ++round) {
         std::atomic<bool> done{false}, stuck{false};
         std::thread writer([&] {

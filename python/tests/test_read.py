@@ -192,13 +192,10 @@ def test_trajectories_and_attributes(tmp_path):
     assert grid.attributes["Date"] == ["10.03.2026", "11.03.2026", "12.03.2026", "13.03.2026"]
     assert grid.fields["Positions"].type == "point" and grid.fields["GPSTime"].to_numpy().dtype == numpy.float64
     assert len({len(f) for f in grid.fields.values()}) == 1
-    # A name whose EPSG piece is no number: the piece is named, with its meaning and the layout.
-    bad = tmp_path / "QVT_Harbour_001_20260310_EPSG99999999999_EPSG7837.txt"
-    bad.write_bytes((data / "QVT_Harbour_001_20260310_EPSG25832_EPSG7837.txt").read_bytes())
-    with pytest.raises(Exception, match=r'piece 4 \(the EPSG code of the spatial reference\) .*"EPSG99999999999".* the layout is six pieces'):
-        pallion.read_trajectories([bad])
+    # A name whose EPSG piece is no number: the piece is named, with its meaning.
+    with pytest.raises(Exception, match=r'piece 4 \(the EPSG code of the spatial reference\) .*"EPSG99999999999"'):
+        pallion.read_trajectories([tmp_path / "QVT_Harbour_001_20260310_EPSG99999999999_EPSG7837.txt"])
     # One field from two entries holds twice the rows of the other: no single DataFrame.
-    table = data.parent / "sample_points.txt"
-    twice = pallion.read_table(table, parse="A:double:0,A:double:1,B:int:8", header=1)
+    twice = pallion.read_table(data.parent / "sample_points.txt", parse="A:double:0,A:double:1,B:int:8", header=1)
     with pytest.raises(ValueError, match="A: 6000, B: 3000"):
         twice.to_pandas()
