@@ -10,19 +10,13 @@
 #include "pallion/convert/detail/Ascii2Z9.hpp"
 #include "pallion/trajectory/detail/Trajectory.hpp"
 #include "ravelin/Console.hpp"
-#include "riegl/Riegl.hpp"
 
 TEST(Concurrency, TwoConversionsOnTwoThreadsEachIntoItsOwnGrid) {
-    testsupport::TempDir dir;
-    std::string table;
-    for (int i = 0; i < 3000; ++i)
-        table += std::to_string(i) + " " + std::to_string(i) + ".5 -" + std::to_string(i) + " 7\n";
-    const auto points = dir.write("points.txt", table);
-    const auto pof = (dir.path() / "QVT_Harbour_004_20260312_EPSG25832_EPSG7837.pof").string();
-    std::vector<Riegl::Record> records;
-    for (int i = 0; i < 500; ++i) records.push_back({10.0 + i, 1.0 * i, 2, 3, 4, 5, 6});
-    ASSERT_TRUE(Riegl::writeTrajectoryFile(pof, false, 25832, records));
-    const auto misfit = dir.write("misfit.pof", "");
+    // The example data: 3000 rows below a header line, and a .pof of 250 records.
+    const std::string data = PALLION_SOURCE_DIR "/examples/data/";
+    const auto points = data + "sample_points.txt";
+    const auto pof = data + "trajectory/QVT_Harbour_004_20260313_EPSG25832_EPSG7837.pof";
+    const std::string misfit = "misfit.pof";  // refused by its name, before it is looked for
 
     std::atomic<int> consoleMessages{0};
     const auto previous = Ravelin::Console::setSink([&](const std::string&) { ++consoleMessages; });
@@ -34,6 +28,7 @@ TEST(Concurrency, TwoConversionsOnTwoThreadsEachIntoItsOwnGrid) {
             Tessel::Grid grid;
             auto p = testsupport::tableParameter({points, points}, "P:point:0+1+2,C:uint8_t:3", 1000);
             p.EPSG = 25832;
+            p.HeaderLines = 1;
             const std::string result = Pallion::ascii2z9(grid, p);
             texts.emplace_back(result, testsupport::fieldValues<Tessel::Point>(grid, "P").size());
         }
@@ -52,6 +47,6 @@ TEST(Concurrency, TwoConversionsOnTwoThreadsEachIntoItsOwnGrid) {
 
     EXPECT_EQ(texts, std::vector<Outcome>(Rounds, {"", 6000}));
     EXPECT_EQ(trajectories,
-              std::vector<Outcome>(Rounds, {"convertTrajectory2Z9: could not initialise GeoReferenceSystem", 500}));
+              std::vector<Outcome>(Rounds, {"convertTrajectory2Z9: could not initialise GeoReferenceSystem", 250}));
     EXPECT_EQ(consoleMessages, Rounds);
 }

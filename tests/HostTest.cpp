@@ -162,21 +162,15 @@ TEST(HostFailure, FileLineTokenAndHintsForTheCommonCauses) {
     EXPECT_TRUE(has(exception, "file:  " + options.files[1] + "\n  line:  4\n  text:  7 abc 9\n")) << exception;
     EXPECT_TRUE(has(exception, "token: column 1, \"abc\": not a double")) << exception;
 
-    options.files[1] = dir.write("c.txt", "x y z\n1 2 3\n4 5\n");
-    const std::string count = failureOf(options);
-    EXPECT_TRUE(
-        has(count, "line:  3\n  text:  4 5\n  the line has 2 token(s) split at space; the parse string reads column 2"))
-        << count;
-
-    // A long failing line is read again only in part, and shown cut with its length.
-    options.files[1] = dir.write("d.txt", "x y z\n1 2 " + std::string(3'000'000, '7') + "x\n");
-    EXPECT_EQ(Pallion::Tools::findFailingLine({options.files[1]}, 1, 0).line.size(), 64u * 1024);
-    const std::string cut = failureOf(options);
-    EXPECT_TRUE(has(cut, "7777... (3000005 bytes)\n  token: column 2")) << cut.substr(0, 400);
-
     options.headerLines = 0;
     options.delimiter = ' ';
-    for (const auto& [content, hint] : std::vector<std::pair<std::string, std::string>>{
+    // A long failing line is read again only in part, and shown cut with its length.
+    const std::string longLine = "1 2 " + std::string(3'000'000, '7') + "x\n";
+    EXPECT_EQ(Pallion::Tools::findFailingLine({dir.write("long.txt", longLine)}, 0, 0).line.size(), 64u * 1024);
+    for (const auto& [content, part] : std::vector<std::pair<std::string, std::string>>{
+             {"1 2 3\n4 5\n",
+              "line:  2\n  text:  4 5\n  the line has 2 token(s) split at space; the parse string reads column 2"},
+             {longLine, "7777... (3000005 bytes)\n  token: column 2"},
              {std::string("\xEF\xBB\xBF") + "1 2 3\n", "hint: the file begins with a UTF-8 byte order mark"},
              {"east north height\n1 2 3\n", "hint: the first line looks like a header; skip it with --header 1"},
              {"1;2;3\n",
@@ -188,7 +182,7 @@ TEST(HostFailure, FileLineTokenAndHintsForTheCommonCauses) {
          }) {
         options.files = {dir.write("t.txt", content)};
         const std::string failure = failureOf(options);
-        EXPECT_TRUE(hint.empty() ? !has(failure, "hint:") : has(failure, hint)) << failure;
+        EXPECT_TRUE(part.empty() ? !has(failure, "hint:") : has(failure, part)) << failure.substr(0, 400);
     }
 }
 
