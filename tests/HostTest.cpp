@@ -198,8 +198,7 @@ TEST(HostSummary, JsonReadsBackWithFieldsFragmentsRangesAndAttributes) {
     ASSERT_EQ(json["fields"].size(), 2u);
     const auto& points = json["fields"][0];
     EXPECT_EQ(points["elements"], 3);
-    EXPECT_EQ(points["fragments"][1]["name"], "pts1");
-    EXPECT_EQ(points["fragments"][1]["elements"], 1);
+    EXPECT_EQ(points["fragments"][1], (nlohmann::json{{"name", "pts1"}, {"elements", 1}}));
     EXPECT_EQ(points["min"], (std::vector<double>{1, 4, 0.2}));
     EXPECT_EQ(points["max"], (std::vector<double>{3, 6, 7}));
     // A float field's values as written, not widened: 0.2f shows as 0.2.
@@ -230,17 +229,14 @@ TEST(HostSummary, PreviewColoursEachPointByItsRgbAndSkipsNan) {
     std::vector<png_byte> pixels(PNG_IMAGE_SIZE(image));
     ASSERT_TRUE(png_image_finish_read(&image, nullptr, pixels.data(), 0, nullptr));
     ASSERT_EQ((std::pair<unsigned, unsigned>(image.width, image.height)), std::pair(64u, 64u));
-    auto at = [&](unsigned x, unsigned y) {
-        const png_byte* pixel = &pixels[(y * image.width + x) * 3];
-        return std::vector<int>{pixel[0], pixel[1], pixel[2]};
+    std::vector<png_byte> expected(pixels.size(), 24);  // the background; the nan point is nowhere
+    auto set = [&](unsigned x, unsigned y, std::array<png_byte, 3> rgb) {
+        std::copy(rgb.begin(), rgb.end(), &expected[(y * 64 + x) * 3]);
     };
-    EXPECT_EQ(at(0, 63), (std::vector<int>{255, 0, 0}));   // (0, 0), bottom left
-    EXPECT_EQ(at(63, 63), (std::vector<int>{0, 255, 0}));  // (1, 0), bottom right
-    EXPECT_EQ(at(0, 0), (std::vector<int>{0, 0, 255}));    // (0, 1), top left
-    std::size_t lit = 0;
-    for (std::size_t i = 0; i < pixels.size(); i += 3)
-        lit += pixels[i] != 24 || pixels[i + 1] != 24 || pixels[i + 2] != 24;
-    EXPECT_EQ(lit, 3u);
+    set(0, 63, {255, 0, 0});   // (0, 0), bottom left
+    set(63, 63, {0, 255, 0});  // (1, 0), bottom right
+    set(0, 0, {0, 0, 255});    // (0, 1), top left
+    EXPECT_TRUE(pixels == expected);
 
     Tessel::Grid empty;
     EXPECT_EQ(host::writePreview(empty, png), "no point field with elements to draw");
@@ -274,23 +270,18 @@ HostRun runHost(const testsupport::TempDir& dir, const std::string& arguments) {
 TEST(HostInput, FifoAndPipeGiveEveryRowOfTheFile) {
     testsupport::TempDir dir;
     std::string rows;
-    for (int i = 0; i < 1'000'000; ++i)
-        rows += std::to_string(i) + ' ' + std::to_string(i % 977) + ".25 -" + std::to_string(i) + "e-3\n";
-    dir.write("big.txt", rows);
+    for (int i = 0; i < 100'000; ++i) rows += std::to_string(i) + " 1 2\n";
+    dir.write("rows.txt", rows);
     ASSERT_EQ(mkfifo((dir.path() / "fifo").c_str(), 0600), 0);
-    const auto file = runHost(dir, "$P -q --json big.txt");
-    ASSERT_EQ(file.status, 0) << file.err;
-    const auto expected = nlohmann::json::parse(file.out)["fields"];
-    ASSERT_EQ(expected[0]["elements"], 1'000'000);
-    for (const std::string& input : {std::string("(cat big.txt > fifo &) && timeout 60 $P -q --json fifo"),
-                                     std::string("cat big.txt | timeout 60 $P -q --json -")}) {
+    for (const std::string& input : {std::string("(cat rows.txt > fifo &) && timeout 60 $P -q --json fifo"),
+                                     std::string("cat rows.txt | timeout 60 $P -q --json -")}) {
         const auto run = runHost(dir, input);
         ASSERT_EQ(run.status, 0) << input << '\n' << run.err;
-        const auto fields = nlohmann::json::parse(run.out)["fields"];
-        EXPECT_EQ(fields[0]["elements"], expected[0]["elements"]) << input;
-        EXPECT_EQ(fields[0]["max"], expected[0]["max"]) << input;
+        const auto field = nlohmann::json::parse(run.out)["fields"][0];
+        EXPECT_EQ(field["elements"], 100'000) << input;
+        EXPECT_EQ(field["max"][0], 99'999) << input;
         // Not judged: one block of the library's default size, not a few rows.
-        EXPECT_EQ(fields[0]["fragments"].size(), 1u) << input;
+        EXPECT_EQ(field["fragments"].size(), 1u) << input;
     }
 }
 

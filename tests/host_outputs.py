@@ -1,9 +1,6 @@
-"""The host's output files read back by other tools' readers: PLY by Open3D,
-HDF5 by h5py, with the values of the text they came from.
-
-Run by ctest as: /usr/bin/python3 host_outputs.py PALLION REAL_DATA_DIR
-Exits with 77 (skipped) where open3d or h5py is missing.
-"""
+"""The host's output files read back by other tools' readers (PLY by Open3D, HDF5 by h5py), with the values of the
+text they came from.  Run by ctest as: /usr/bin/python3 host_outputs.py PALLION REAL_DATA_DIR; exits with 77
+(skipped) where open3d or h5py is missing."""
 import os
 import pathlib
 import subprocess
@@ -72,10 +69,9 @@ with tempfile.TemporaryDirectory() as folder:
     check(result.returncode == 0, f"table.h5: status {result.returncode}: {result.stderr}")
     with h5py.File("table.h5", "r") as h5:
         check(len(h5["P"]) == (n + 63) // 64, "a dataset per fragment")
-        check(np.array_equal(fields_of(h5, "P"), xyz) and fields_of(h5, "P").dtype == np.float64, "HDF5 float64 points")
-        check(np.array_equal(fields_of(h5, "C"), rgb) and fields_of(h5, "C").dtype == np.uint8, "HDF5 rgb as uint8")
-        check(np.array_equal(fields_of(h5, "I"), intensity), "HDF5 float field")
-        check(np.array_equal(fields_of(h5, "K"), klass) and fields_of(h5, "K").dtype == np.uint16, "HDF5 uint16")
+        for name, values in {"P": xyz, "C": rgb.astype(np.uint8), "I": intensity, "K": klass.astype(np.uint16)}.items():
+            stored = fields_of(h5, name)
+            check(stored.dtype == values.dtype and np.array_equal(stored, values), f"HDF5 {name} as {values.dtype}")
         check(list(h5.attrs["EPSG"]) == [25832], "the grid's attribute EPSG")
         check(h5["notes"]["converter"][0] == b"ascii2z9", "the notes")
 

@@ -89,8 +89,7 @@ def test_failures_tell_where_and_keep_what_was_flushed(tmp_path, content, option
     e = caught.value
     assert (e.line, e.column, e.token) == (line, column, token)
     assert e.file == (str(path) if line else None)
-    if line:
-        assert f"  file:  {path}\n  line:  {line}\n" in str(e)
+    assert not line or f"  file:  {path}\n  line:  {line}\n" in str(e)
     assert (hint is None and not e.hints) or any(hint in h for h in e.hints), e.hints
     assert sum(len(f) for f in e.grid.fields.values()) == rows_kept
     assert isinstance(e, {pallion.TokenError: ValueError, pallion.TokenOverflowError: OverflowError}.get(error, error))
@@ -115,7 +114,6 @@ def test_bad_arguments_are_refused_before_any_file_is_opened(tmp_path):
         with pytest.raises(error) as caught:
             pallion.read_table(**{"files": missing, **arguments})
         assert not isinstance(caught.value, pallion.ConversionError), arguments
-    # The same file opened for real is a ConversionError.
     with pytest.raises(pallion.ConversionError, match="cannot open file"):
         pallion.read_table(missing, delimiter="semicolon", header=2, block=5, epsg=4326)
 
@@ -162,7 +160,6 @@ def test_ctrl_c_while_the_library_reads_is_noticed_at_the_next_report(tmp_path):
 def test_two_threads_convert_at_the_same_time(tmp_path):
     tables = {name: write_rows(tmp_path / f"{name}.txt", numpy.arange(300000 * 3, dtype=float).reshape(-1, 3) + k,
                                fmt="%.0f") for k, name in enumerate("ab")}
-    # The latest report of each, and what each saw of the other while it ran.
     latest, seen_mid_way = {"a": 0, "b": 0}, {"a": [], "b": []}
 
     def convert(name, other):
