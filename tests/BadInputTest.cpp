@@ -125,10 +125,8 @@ TEST(BadInput, ASignalDuringAWaitOnAFifoAsksTheProgressWhetherToGoOn) {
                 ::pthread_kill(converter, SIGUSR1);
                 std::this_thread::sleep_for(std::chrono::milliseconds(10));
             }
-            if (!done) {
-                stuck = true;
-                if (writeEnd < 0) writeEnd = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
-            }
+            stuck = !done;
+            if (stuck && writeEnd < 0) writeEnd = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
             if (writeEnd >= 0) ::close(writeEnd);
         });
         Grid grid;

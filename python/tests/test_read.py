@@ -99,7 +99,6 @@ def test_auto_options_are_guessed_from_the_first_file(tmp_path):
     (tmp_path / "named.csv").write_text("X,Y,Z,Intensity\n1,2,3,0.5\n4,5,6,0.25\n")
     grid = pallion.read_table(tmp_path / "named.csv", parse="auto", delimiter="auto", header="auto")
     assert [(name, f.type) for name, f in grid.fields.items()] == [("Positions", "point"), ("Intensity", "float")]
-    numpy.testing.assert_array_equal(grid.fields["Intensity"].to_numpy(), numpy.float32([0.5, 0.25]))
     assert [line.split(":")[0] for line in grid.guessed] == ["delimiter", "header lines", "parse"]
 
 
