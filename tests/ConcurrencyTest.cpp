@@ -12,11 +12,11 @@
 #include "ravelin/Console.hpp"
 
 TEST(Concurrency, TwoConversionsOnTwoThreadsEachIntoItsOwnGrid) {
-    // The example data: 3000 rows below a header line, and a .pof of 250 records.
+    // The example data: 3000 rows below a header line, and a .pof of 250 records; misfit.pof is refused by its
+    // name, before it is looked for.
     const std::string data = PALLION_SOURCE_DIR "/examples/data/";
     const auto points = data + "sample_points.txt";
     const auto pof = data + "trajectory/QVT_Harbour_004_20260313_EPSG25832_EPSG7837.pof";
-    const std::string misfit = "misfit.pof";  // refused by its name, before it is looked for
 
     std::atomic<int> consoleMessages{0};
     const auto previous = Ravelin::Console::setSink([&](const std::string&) { ++consoleMessages; });
@@ -37,7 +37,7 @@ TEST(Concurrency, TwoConversionsOnTwoThreadsEachIntoItsOwnGrid) {
         for (int round = 0; round < Rounds; ++round) {
             Tessel::Grid grid;
             const std::string result =
-                Pallion::convertTrajectory2Z9(grid, testsupport::fileList({pof, misfit}), Ravelin::ProgressPtr());
+                Pallion::convertTrajectory2Z9(grid, testsupport::fileList({pof, "misfit.pof"}), Ravelin::ProgressPtr());
             trajectories.emplace_back(result, testsupport::fieldValues<Tessel::Point>(grid, "Positions").size());
         }
     });

@@ -143,8 +143,7 @@ TEST(HostSniff, DelimiterHeaderAndFieldsFromTheFirstLines) {
         EXPECT_EQ(resolved.parse, c.wantParse) << c.content;
         // What was left to guess is told, one line each; what was named is not.
         const auto told = [&](const std::string& start) {
-            return std::any_of(resolved.guessed.begin(), resolved.guessed.end(),
-                               [&](const std::string& line) { return line.rfind(start, 0) == 0; });
+            return std::ranges::any_of(resolved.guessed, [&](const auto& line) { return line.starts_with(start); });
         };
         EXPECT_EQ(told("delimiter: "), c.delimiter == "auto") << c.content;
         EXPECT_EQ(told("header lines: "), c.header == "auto") << c.content;

@@ -31,10 +31,9 @@ def test_read_tables_on_two_workers_equals_read_table_per_file(tmp_path):
                                            files_per_partition=3)
         assert grouped["Class"].numblocks == (3,)
         numpy.testing.assert_array_equal(grouped["Class"].compute(), classes)
-        bad = tmp_path / "bad.txt"
-        bad.write_text("x y z class\n1 2 3 oops\n")
+        (tmp_path / "bad.txt").write_text("x y z class\n1 2 3 oops\n")
         with pytest.raises(pallion.TokenError, match="oops"):
-            pallion.dask.read_tables([files[0], bad], parse=parse, header=1)["Class"].compute()
+            pallion.dask.read_tables([files[0], tmp_path / "bad.txt"], parse=parse, header=1)["Class"].compute()
 
     numpy.testing.assert_array_equal(positions, numpy.concatenate([g.fields["Positions"].to_numpy() for g in each]))
     numpy.testing.assert_array_equal(classes, numpy.concatenate([g.fields["Class"].to_numpy() for g in each]))

@@ -144,13 +144,10 @@ def test_ctrl_c_while_the_library_reads_is_noticed_at_the_next_report(tmp_path):
             threading.Event().wait(0.0005)
         signal.pthread_kill(threading.main_thread().ident, signal.SIGINT)
 
-    helper = threading.Thread(target=interrupt_after_the_first_block)
-    helper.start()
-    try:
+    with concurrent.futures.ThreadPoolExecutor(1) as helper:
+        helper.submit(interrupt_after_the_first_block)
         with pytest.raises(KeyboardInterrupt) as caught:
             pallion.read_table(tmp_path / "t.txt", block=block, progress=reports.__setitem__)
-    finally:
-        helper.join()
     kept = caught.value.grid.fields["Positions"].to_numpy()
     assert block <= len(kept) < n and len(kept) % block == 0
     numpy.testing.assert_array_equal(kept[:, 0], numpy.arange(len(kept)))
