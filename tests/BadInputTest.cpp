@@ -198,8 +198,7 @@ TEST(BadInput, EachBadInputGetsItsAnswer) {
          })
         EXPECT_EQ(checkTrajectoryName(stem), expected) << stem;
 
-    // A NUL separator is a byte of the date's text, and a NUL in a date shows in the refusal.
-    EXPECT_EQ(Tellus::Chronometry("20260310").ddmmyyyy('\0'), "10\00003\0002026"s);
+    // A NUL in a date (a Python str may hold one) shows in the refusal.
     try {
         Tellus::Chronometry("2026\0000310"s);
         ADD_FAILURE() << "a date with a NUL was taken";

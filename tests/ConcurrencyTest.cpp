@@ -27,7 +27,6 @@ TEST(Concurrency, TwoConversionsOnTwoThreadsEachIntoItsOwnGrid) {
         for (int round = 0; round < Rounds; ++round) {
             Tessel::Grid grid;
             auto p = testsupport::tableParameter({points, points}, "P:point:0+1+2,C:uint8_t:3", 1000);
-            p.EPSG = 25832;
             p.HeaderLines = 1;
             const std::string result = Pallion::ascii2z9(grid, p);
             texts.emplace_back(result, testsupport::fieldValues<Tessel::Point>(grid, "P").size());
