@@ -1,6 +1,5 @@
-// Inputs that are not what a table should be: FIFOs and pipes, lines without
-// an end, wrong parse strings and file names, and what the memory counter
-// says after each of them.
+// Inputs that are not what a table should be: FIFOs and pipes, lines without an end, wrong parse strings and
+// file names, and what the memory counter says after each of them.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -24,8 +23,6 @@
 
 using namespace Pallion;
 using Tessel::Grid;
-using testsupport::fieldValues;
-using testsupport::fileList;
 using testsupport::TempDir;
 using namespace std::string_literals;
 
@@ -46,7 +43,7 @@ std::vector<int> convertInts(const std::string& name, std::string& result) {
     Grid grid;
     Parameter p = testsupport::tableParameter({name}, "V:int:0", 300000);
     result = ascii2z9(grid, p);
-    return fieldValues<int>(grid, "V");
+    return testsupport::fieldValues<int>(grid, "V");
 }
 
 }  // namespace
@@ -90,9 +87,8 @@ TEST(BadInput, AFifoAndAPipeGiveEveryRowTwentyTimesOver) {
     }
 }
 
-// A host stops a wait on a FIFO with a signal whose handler does not restart
-// the call: the library asks the progress whether to go on, once in the open
-// (no writer yet) and once in a read (a writer that begins a line and waits).
+// A host stops a wait on a FIFO with a signal whose handler does not restart the call: the library asks the
+// progress whether to go on, once in the open (no writer yet) and once in a read (a writer begins a line and waits).
 TEST(BadInput, ASignalDuringAWaitOnAFifoAsksTheProgressWhetherToGoOn) {
     struct Stopper : Ravelin::LoaderProgress {
         std::atomic<bool> stop{false};
@@ -137,9 +133,8 @@ TEST(BadInput, ASignalDuringAWaitOnAFifoAsksTheProgressWhetherToGoOn) {
     ::sigaction(SIGUSR1, &previous, nullptr);
 }
 
-// Each bad input with the answer it gets: a line without an end stops at the
-// line-size limit, before memory runs out, and says where; a parse string or
-// a trajectory name says which of its pieces is wrong, as it was written.
+// Each bad input with the answer it gets: a line without an end stops at the line-size limit, before memory runs
+// out, and says where; a parse string or a trajectory name says which of its pieces is wrong, as it was written.
 TEST(BadInput, EachBadInputGetsItsAnswer) {
     TempDir dir;
     struct FileCase {
@@ -230,7 +225,7 @@ TEST(BadInput, TheMemoryCounterComesBackLevel) {
         };
     };
     auto trajectories = [&](std::initializer_list<std::string> list) {
-        return [files = fileList(list)] {
+        return [files = testsupport::fileList(list)] {
             Grid grid;
             return convertTrajectory2Z9(grid, files, Ravelin::ProgressPtr());
         };

@@ -1,6 +1,5 @@
-// Two conversions at once, each on its own thread into its own grid: a text
-// table on one, a trajectory list with a misfit name (which goes to the
-// console) on the other.  Each must give what it gives alone; under
+// Two conversions at once, each on its own thread into its own grid: a text table on one, a trajectory list with
+// a misfit name (which goes to the console) on the other.  Each must give what it gives alone; under
 // ThreadSanitizer any race on shared state fails the run.
 #include <gtest/gtest.h>
 

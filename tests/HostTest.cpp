@@ -264,8 +264,7 @@ HostRun runHost(const testsupport::TempDir& dir, const std::string& arguments) {
 
 }  // namespace
 
-// The host reads a FIFO and a pipe once, with nothing read ahead, and gets
-// every row with the values of the file; standard input is "-".
+// The host reads a FIFO and a pipe once, with nothing read ahead, and gets every row; standard input is "-".
 TEST(HostInput, FifoAndPipeGiveEveryRowOfTheFile) {
     testsupport::TempDir dir;
     std::string rows;

@@ -128,9 +128,8 @@ def test_interruption_stops_at_a_report_and_keeps_the_flushed_blocks(tmp_path):
 
 
 def test_ctrl_c_while_the_library_reads_is_noticed_at_the_next_report(tmp_path):
-    # SIGINT arrives while the main thread is inside the library, without the
-    # GIL and away from any Python code: the module's own check at a report
-    # must find it (the callable is a builtin, which runs no signal handler).
+    # SIGINT arrives while the main thread is inside the library, without the GIL and away from any Python code:
+    # the module's own check at a report must find it (the callable is a builtin, which runs no signal handler).
     n, block = 1_000_000, 100_000
     (tmp_path / "t.txt").write_text("".join(f"{i} {i} {i}\n" for i in range(n)))
     reports = {}
@@ -160,8 +159,8 @@ def test_two_threads_convert_at_the_same_time(tmp_path):
             seen_mid_way[name].append(0 < latest[other] < len(tables[other]) - 1)
         return pallion.read_table(tmp_path / f"{name}.txt", progress=progress)
 
-    # Without forced switches the GIL changes hands only where it is released:
-    # a conversion that kept it would run the other one before or after it.
+    # Without forced switches the GIL changes hands only where it is released: a conversion that kept it would
+    # run the other one before or after it.
     interval = sys.getswitchinterval()
     sys.setswitchinterval(30)
     try:
