@@ -137,16 +137,11 @@ TEST(BadInput, ASignalDuringAWaitOnAFifoAsksTheProgressWhetherToGoOn) {
 // out, and says where; a parse string or a trajectory name says which of its pieces is wrong, as it was written.
 TEST(BadInput, EachBadInputGetsItsAnswer) {
     TempDir dir;
-    struct FileCase {
-        std::string name;
-        std::uint32_t header;
-        std::uint64_t limit;
-        std::string expected;
-    };
     const std::string longLine = dir.write("long.txt", "1 2 3\n1 2 3 4 5 6 7\n");
     const std::string noEnd = dir.write("noend.txt", std::string(100000, '7'));
     const std::string limitText = "Ascii2Z9::run: line longer than the line-size limit of ";
-    for (const FileCase& c : std::vector<FileCase>{
+    for (const auto& [name, header, limit, expected] :
+         std::vector<std::tuple<std::string, std::uint32_t, std::uint64_t, std::string>>{
              {"/dev/zero", 0, 1 << 20, limitText + "1048576 bytes: line 1 of file: /dev/zero"},
              {longLine, 0, 12, limitText + "12 bytes: line 2 of file: " + longLine},
              {longLine, 0, 13, ""},  // a line of exactly the limit is read
@@ -154,10 +149,10 @@ TEST(BadInput, EachBadInputGetsItsAnswer) {
              {noEnd, 1, 4096, limitText + "4096 bytes: line 1 of file: " + noEnd},
          }) {
         Grid grid;
-        Parameter p = testsupport::tableParameter({c.name}, "V:int:0", 8);
-        p.HeaderLines = c.header;
-        p.LineSizeLimit = c.limit;
-        EXPECT_EQ(ascii2z9(grid, p), c.expected) << c.name << " header " << c.header << " limit " << c.limit;
+        Parameter p = testsupport::tableParameter({name}, "V:int:0", 8);
+        p.HeaderLines = header;
+        p.LineSizeLimit = limit;
+        EXPECT_EQ(ascii2z9(grid, p), expected) << name << " header " << header << " limit " << limit;
     }
     EXPECT_EQ(estimateLines(noEnd, 0, 4096), 1u);  // measured up to the limit
 
@@ -202,8 +197,7 @@ TEST(BadInput, EachBadInputGetsItsAnswer) {
     }
 }
 
-// Whatever a conversion did, once its grid is gone every chunk has taken off
-// what it added, also a last block cut to its rows.
+// Whatever a conversion did, once its grid is gone every chunk has taken off what it added (a last block cut too).
 TEST(BadInput, TheMemoryCounterComesBackLevel) {
     TempDir dir;
     const auto rows = dir.write("rows.txt", "1 2 3\n4 5 6\n7 8 9\n");

@@ -11,8 +11,7 @@
 #include "ravelin/Console.hpp"
 
 TEST(Concurrency, TwoConversionsOnTwoThreadsEachIntoItsOwnGrid) {
-    // The example data: 3000 rows below a header line, and a .pof of 250 records; misfit.pof is refused by its
-    // name, before it is looked for.
+    // The example data: 3000 rows below a header, a .pof of 250 records; misfit.pof is refused by its name alone.
     const std::string data = PALLION_SOURCE_DIR "/examples/data/";
     const auto points = data + "sample_points.txt";
     const auto pof = data + "trajectory/QVT_Harbour_004_20260313_EPSG25832_EPSG7837.pof";

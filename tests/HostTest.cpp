@@ -1,5 +1,4 @@
-// The command-line host: its option checks, the failure context and hints,
-// the JSON summary read back, and the preview's picture.
+// The command-line host: its options, the guesses, the failure context and hints, its summary, picture and runs.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -209,8 +208,7 @@ TEST(HostSummary, JsonReadsBackWithFieldsFragmentsRangesAndAttributes) {
     EXPECT_EQ(json["fields"][1]["name"], "H\xEF\xBF\xBD\xEF\xBF\xBD");
 }
 
-// The preview read back pixel by pixel: the points coloured by the rgb field
-// that comes before them, a nan point left out, y upwards.
+// The preview read back pixel by pixel: points coloured by the rgb field before them, a nan point left out, y up.
 TEST(HostSummary, PreviewColoursEachPointByItsRgbAndSkipsNan) {
     testsupport::TempDir dir;
     Tessel::Grid grid;

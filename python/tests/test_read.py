@@ -1,5 +1,4 @@
-"""The package as a Python user meets it: arrays that are views of the
-converted memory, failures with their context, threads and Ctrl-C."""
+"""The package as a Python user meets it: views of the converted memory, failures with context, threads, Ctrl-C."""
 import concurrent.futures
 import gc
 import pathlib
