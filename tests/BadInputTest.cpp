@@ -1,11 +1,11 @@
-// Inputs that are not what a table should be: FIFOs and pipes, lines without
-// an end, wrong parse strings and file names, and what the memory counter
-// says after each of them.
+// Inputs that are not what a table should be: FIFOs and pipes, lines without an end, wrong parse strings and
+// file names, and what the memory counter says after each of them.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <utility>
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -19,13 +19,10 @@
 #include "pallion/convert/detail/Parse.hpp"
 #include "pallion/trajectory/detail/FilenameDatum.hpp"
 #include "pallion/trajectory/detail/Trajectory.hpp"
-#include "riegl/Riegl.hpp"
 #include "tellus/Chronometry.hpp"
 
 using namespace Pallion;
 using Tessel::Grid;
-using testsupport::fieldValues;
-using testsupport::fileList;
 using testsupport::TempDir;
 using namespace std::string_literals;
 
@@ -46,26 +43,21 @@ std::vector<int> convertInts(const std::string& name, std::string& result) {
     Grid grid;
     Parameter p = testsupport::tableParameter({name}, "V:int:0", 300000);
     result = ascii2z9(grid, p);
-    return fieldValues<int>(grid, "V");
+    return testsupport::fieldValues<int>(grid, "V");
 }
 
 }  // namespace
 
-// A FIFO or a pipe can be opened and read only once: a second open for an
-// estimate would wait for a writer that is gone, or take away its bytes.
-// The writer of a round closes as soon as it has written; should the reading
-// still wait long after, the writer opens once more to set it free, and the
-// round fails.
+// A FIFO or a pipe can be opened and read only once: a second open for an estimate would wait for a
+// writer that is gone, or take away its bytes.  Should the reading still wait long after the writer has
+// written and closed, the writer opens once more to set it free, and the round fails.
 TEST(BadInput, AFifoAndAPipeGiveEveryRowTwentyTimesOver) {
     TempDir dir;
     const std::string fifo = (dir.path() / "rows.fifo").string();
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
     std::string million;
-    std::vector<int> expected;
-    for (int i = 0; i < 1000000; ++i) {
-        expected.push_back(i % 1000);
-        million += std::to_string(i % 1000) + '\n';
-    }
+    std::vector<int> expected(1000000);
+    for (int i = 0; i < 1000000; ++i) million += std::to_string(expected[i] = i % 1000) + '\n';
     for (int round = 0; round < 20; ++round) {
         std::atomic<bool> done{false}, stuck{false};
         std::thread writer([&] {
@@ -95,20 +87,17 @@ TEST(BadInput, AFifoAndAPipeGiveEveryRowTwentyTimesOver) {
     }
 }
 
-// A host stops a wait on a FIFO with a signal whose handler does not restart
-// the call: the library asks the progress whether to go on, once in the open
-// (no writer yet) and once in a read (a writer that begins a line and waits).
+// A host stops a wait on a FIFO with a signal whose handler does not restart the call: the library asks the
+// progress whether to go on, once in the open (no writer yet) and once in a read (a writer begins a line and waits).
 TEST(BadInput, ASignalDuringAWaitOnAFifoAsksTheProgressWhetherToGoOn) {
     struct Stopper : Ravelin::LoaderProgress {
         std::atomic<bool> stop{false};
         bool said = false;  // says no once: the stop must hold without being asked again
         bool report(const std::string&, std::uint32_t, std::uint32_t) override {
-            if (!stop || said) return true;
-            return !(said = true);
+            return !stop || std::exchange(said, true);
         }
     };
-    struct sigaction wake {
-    }, previous{};
+    struct sigaction wake = {}, previous = {};
     wake.sa_handler = [](int) {};
     ::sigemptyset(&wake.sa_mask);
     ASSERT_EQ(::sigaction(SIGUSR1, &wake, &previous), 0);  // no SA_RESTART
@@ -117,9 +106,8 @@ TEST(BadInput, ASignalDuringAWaitOnAFifoAsksTheProgressWhetherToGoOn) {
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
     for (const bool withWriter : {false, true}) {
         auto* stopper = new Stopper;
-        Parameter p;
+        Parameter p = testsupport::tableParameter({fifo});
         p.Progress = stopper;
-        p.Files = fileList({fifo});
         std::atomic<bool> done{false}, stuck{false};
         const pthread_t converter = ::pthread_self();
         std::thread helper([&] {
@@ -131,10 +119,8 @@ TEST(BadInput, ASignalDuringAWaitOnAFifoAsksTheProgressWhetherToGoOn) {
                 ::pthread_kill(converter, SIGUSR1);
                 std::this_thread::sleep_for(std::chrono::milliseconds(10));
             }
-            if (!done) {
-                stuck = true;
-                if (writeEnd < 0) writeEnd = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
-            }
+            stuck = !done;
+            if (stuck && writeEnd < 0) writeEnd = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
             if (writeEnd >= 0) ::close(writeEnd);
         });
         Grid grid;
@@ -147,49 +133,31 @@ TEST(BadInput, ASignalDuringAWaitOnAFifoAsksTheProgressWhetherToGoOn) {
     ::sigaction(SIGUSR1, &previous, nullptr);
 }
 
-// Each bad input with the answer it gets: a line without an end stops at the
-// line-size limit, before memory runs out, and says where; a parse string or
-// a trajectory name says which of its pieces is wrong, as it was written.
+// Each bad input with the answer it gets: a line without an end stops at the line-size limit, before memory runs
+// out, and says where; a parse string or a trajectory name says which of its pieces is wrong, as it was written.
 TEST(BadInput, EachBadInputGetsItsAnswer) {
     TempDir dir;
-    struct FileCase {
-        std::string name;
-        std::uint32_t header;
-        std::uint64_t limit;
-        std::string parse;
-        std::string expected;
-    };
-    const std::string dirName = dir.path().string();
     const std::string longLine = dir.write("long.txt", "1 2 3\n1 2 3 4 5 6 7\n");
     const std::string noEnd = dir.write("noend.txt", std::string(100000, '7'));
     const std::string limitText = "Ascii2Z9::run: line longer than the line-size limit of ";
-    for (const FileCase& c : std::vector<FileCase>{
-             {"/dev/zero", 0, 1 << 20, "V:int:0", limitText + "1048576 bytes: line 1 of file: /dev/zero"},
-             {"/dev/zero", 3, 1 << 16, "V:int:0", limitText + "65536 bytes: line 1 of file: /dev/zero"},
-             {longLine, 0, 12, "V:int:0", limitText + "12 bytes: line 2 of file: " + longLine},
-             {longLine, 0, 13, "V:int:0", ""},  // a line of exactly the limit is read
-             {longLine, 1, 12, "V:int:0", limitText + "12 bytes: line 2 of file: " + longLine},
-             {noEnd, 0, 4096, "V:int:0", limitText + "4096 bytes: line 1 of file: " + noEnd},
-             {noEnd, 1, 4096, "V:int:0", limitText + "4096 bytes: line 1 of file: " + noEnd},
-             {"/dev/null", 0, 16, "V:int:0", ""},
-             {dirName, 0, 16, "V:int:0", "Ascii2Z9::run: cannot open file: " + dirName},
+    for (const auto& [name, header, limit, expected] :
+         std::vector<std::tuple<std::string, std::uint32_t, std::uint64_t, std::string>>{
+             {"/dev/zero", 0, 1 << 20, limitText + "1048576 bytes: line 1 of file: /dev/zero"},
+             {longLine, 0, 12, limitText + "12 bytes: line 2 of file: " + longLine},
+             {longLine, 0, 13, ""},  // a line of exactly the limit is read
+             {noEnd, 0, 4096, limitText + "4096 bytes: line 1 of file: " + noEnd},
+             {noEnd, 1, 4096, limitText + "4096 bytes: line 1 of file: " + noEnd},
          }) {
         Grid grid;
-        Parameter p = testsupport::tableParameter({c.name}, c.parse, 8);
-        p.HeaderLines = c.header;
-        p.LineSizeLimit = c.limit;
-        EXPECT_EQ(ascii2z9(grid, p), c.expected) << c.name << " header " << c.header << " limit " << c.limit;
+        Parameter p = testsupport::tableParameter({name}, "V:int:0", 8);
+        p.HeaderLines = header;
+        p.LineSizeLimit = limit;
+        EXPECT_EQ(ascii2z9(grid, p), expected) << name << " header " << header << " limit " << limit;
     }
-    EXPECT_EQ(estimateLines("/dev/zero", 0), UnknownLineCount);
-    EXPECT_EQ(estimateLines("/proc/self/status", 0), UnknownLineCount);  // no size to divide
-    EXPECT_EQ(estimateLines(noEnd, 0, 4096), 1u);                        // measured up to the limit
+    EXPECT_EQ(estimateLines(noEnd, 0, 4096), 1u);  // measured up to the limit
 
     const std::string column = "parseUserInputToContainer: column \"";
     for (const auto& [parse, expected] : std::vector<std::pair<std::string, std::string>>{
-             {"P:point:0+1+2,I:int:3", ""},
-             {"P:double:2abc", ""},  // read as 2, as the parser reads it
-             {"P:double:-1", column + "-1\" is no column number (0 to 2147483647) in the entry \"P:double:-1\" "
-                                      "of the parse string: P:double:-1"},
              {"A:int:0,P:double:4294967296",
               column + "4294967296\" is no column number (0 to 2147483647) in the entry \"P:double:4294967296\" of "
                        "the parse string: A:int:0,P:double:4294967296"},
@@ -206,11 +174,6 @@ TEST(BadInput, EachBadInputGetsItsAnswer) {
         "last two: four characters, then the EPSG code of the spatial and of the height reference)";
     for (const auto& [stem, expected] : std::vector<std::pair<std::string, std::string>>{
              {"QVT_Harbour_001_20260310_EPSG25832_EPSG7837", ""},
-             {"QVT_Harbour_001_20260310_EPSG99999999999_EPSG7837",
-              "parseFilenameForGeoDatum: piece 4 (the EPSG code of the spatial reference) of the name "
-              "\"QVT_Harbour_001_20260310_EPSG99999999999_EPSG7837\", \"EPSG99999999999\", is no number from "
-              "-2147483648 to 2147483647 behind its first four characters" +
-                  layout},
              {"a_p_x1_20260310_EPSG1_EPSG",  // piece 5 is read first
               "parseFilenameForGeoDatum: piece 5 (the EPSG code of the height reference) of the name "
               "\"a_p_x1_20260310_EPSG1_EPSG\", \"EPSG\", is no number from -2147483648 to 2147483647 behind its "
@@ -225,31 +188,23 @@ TEST(BadInput, EachBadInputGetsItsAnswer) {
          })
         EXPECT_EQ(checkTrajectoryName(stem), expected) << stem;
 
-    // A NUL separator is a byte of the date's text, and a NUL in a date shows in the refusal.
-    EXPECT_EQ(Tellus::Chronometry("20260310").ddmmyyyy('\0'),
-              "10\0"
-              "03\0"
-              "2026"s);
+    // A NUL in a date (a Python str may hold one) shows in the refusal.
     try {
-        Tellus::Chronometry date(
-            "2026\0"
-            "0310"s);
+        Tellus::Chronometry("2026\0000310"s);
         ADD_FAILURE() << "a date with a NUL was taken";
     } catch (const std::invalid_argument& e) {
         EXPECT_STREQ(e.what(), "Tellus::Chronometry: not a date: 2026\\00310");
     }
 }
 
-// Whatever a conversion did, once its grid is gone every chunk has taken off
-// what it added, also a last block cut to its rows.
+// Whatever a conversion did, once its grid is gone every chunk has taken off what it added (a last block cut too).
 TEST(BadInput, TheMemoryCounterComesBackLevel) {
     TempDir dir;
     const auto rows = dir.write("rows.txt", "1 2 3\n4 5 6\n7 8 9\n");
     const auto failing = dir.write("failing.txt", "1 2 3\n4 5 6\n7 x 9\n");
-    const auto trajectory = dir.write("QVT_Harbour_001_20260310_EPSG25832_EPSG7837.txt",
-                                      "176400 100 200 300 0.1 0.2 0.3\n176401 101 200 300 0.1 0.2 0.3\n");
-    const auto pofx = (dir.path() / "QVT_Harbour_002_20260310_EPSG25832_EPSG7837.pofx").string();
-    ASSERT_TRUE(Riegl::writeTrajectoryFile(pofx, true, 25832, {{2 * 86400.0 + 10.0, 1, 2, 3, 4, 5, 6}}));
+    const std::string examples = PALLION_SOURCE_DIR "/examples/data/trajectory/";
+    const auto trajectory = examples + "QVT_Harbour_001_20260310_EPSG25832_EPSG7837.txt";
+    const auto pofx = examples + "QVT_Harbour_003_20260312_EPSG25832_EPSG7837.pofx";
     const auto badTrajectory = dir.write("QVT_Harbour_003_20260310_EPSG25832_EPSG7837.txt", "176400 1 2\n");
     auto table = [&](const std::string& name, std::uint32_t chunkSize) {
         return [=] {
@@ -264,7 +219,7 @@ TEST(BadInput, TheMemoryCounterComesBackLevel) {
         };
     };
     auto trajectories = [&](std::initializer_list<std::string> list) {
-        return [files = fileList(list)] {
+        return [files = testsupport::fileList(list)] {
             Grid grid;
             return convertTrajectory2Z9(grid, files, Ravelin::ProgressPtr());
         };
@@ -274,8 +229,6 @@ TEST(BadInput, TheMemoryCounterComesBackLevel) {
              {"a table, last block cut", table(rows, 2), ""},
              {"a table, default blocks", table(rows, 10000000), ""},
              {"a table failing in its last block", table(failing, 2), "stod"},
-             {"a missing table", table((dir.path() / "missing.txt").string(), 4),
-              "Ascii2Z9::run: cannot open file: " + (dir.path() / "missing.txt").string()},
              {"trajectories", trajectories({trajectory, pofx}), ""},
              {"a failing trajectory", trajectories({trajectory, badTrajectory}),
               "Ascii2Z9::run: User column index out of range: Highest Column Index: 6. Number of tokens in this "

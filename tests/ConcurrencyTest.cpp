@@ -1,6 +1,5 @@
-// Two conversions at once, each on its own thread into its own grid: a text
-// table on one, a trajectory list with a misfit name (which goes to the
-// console) on the other.  Each must give what it gives alone; under
+// Two conversions at once, each on its own thread into its own grid: a text table on one, a trajectory list with
+// a misfit name (which goes to the console) on the other.  Each must give what it gives alone; under
 // ThreadSanitizer any race on shared state fails the run.
 #include <gtest/gtest.h>
 
@@ -10,54 +9,41 @@
 #include "pallion/convert/detail/Ascii2Z9.hpp"
 #include "pallion/trajectory/detail/Trajectory.hpp"
 #include "ravelin/Console.hpp"
-#include "riegl/Riegl.hpp"
 
 TEST(Concurrency, TwoConversionsOnTwoThreadsEachIntoItsOwnGrid) {
-    testsupport::TempDir dir;
-    std::string table;
-    for (int i = 0; i < 3000; ++i)
-        table += std::to_string(i) + " " + std::to_string(i) + ".5 -" + std::to_string(i) + " 7\n";
-    const auto points = dir.write("points.txt", table);
-    const auto pof = (dir.path() / "QVT_Harbour_004_20260312_EPSG25832_EPSG7837.pof").string();
-    std::vector<Riegl::Record> records;
-    for (int i = 0; i < 500; ++i) records.push_back({10.0 + i, 1.0 * i, 2, 3, 4, 5, 6});
-    ASSERT_TRUE(Riegl::writeTrajectoryFile(pof, false, 25832, records));
-    const auto misfit = dir.write("misfit.pof", "");
+    // The example data: 3000 rows below a header, a .pof of 250 records; misfit.pof is refused by its name alone.
+    const std::string data = PALLION_SOURCE_DIR "/examples/data/";
+    const auto points = data + "sample_points.txt";
+    const auto pof = data + "trajectory/QVT_Harbour_004_20260313_EPSG25832_EPSG7837.pof";
 
     std::atomic<int> consoleMessages{0};
     const auto previous = Ravelin::Console::setSink([&](const std::string&) { ++consoleMessages; });
     constexpr int Rounds = 4;
-    std::vector<std::string> textResults, trajectoryResults;
-    std::vector<std::uint64_t> rows, positions;
+    using Outcome = std::pair<std::string, std::size_t>;  // the result and the number of points
+    std::vector<Outcome> texts, trajectories;
     std::thread text([&] {
         for (int round = 0; round < Rounds; ++round) {
             Tessel::Grid grid;
-            Pallion::Parameter p;
-            p.Files = testsupport::fileList({points, points});
-            p.Parse = "P:point:0+1+2,C:uint8_t:3";
-            p.ChunkSize = 1000;
-            p.EPSG = 25832;
-            textResults.push_back(Pallion::ascii2z9(grid, p));
-            rows.push_back(testsupport::fieldValues<Tessel::Point>(grid, "P").size());
+            auto p = testsupport::tableParameter({points, points}, "P:point:0+1+2,C:uint8_t:3", 1000);
+            p.HeaderLines = 1;
+            const std::string result = Pallion::ascii2z9(grid, p);
+            texts.emplace_back(result, testsupport::fieldValues<Tessel::Point>(grid, "P").size());
         }
     });
     std::thread trajectory([&] {
         for (int round = 0; round < Rounds; ++round) {
             Tessel::Grid grid;
-            trajectoryResults.push_back(
-                Pallion::convertTrajectory2Z9(grid, testsupport::fileList({pof, misfit}), Ravelin::ProgressPtr()));
-            positions.push_back(testsupport::fieldValues<Tessel::Point>(grid, "Positions").size());
+            const std::string result =
+                Pallion::convertTrajectory2Z9(grid, testsupport::fileList({pof, "misfit.pof"}), Ravelin::ProgressPtr());
+            trajectories.emplace_back(result, testsupport::fieldValues<Tessel::Point>(grid, "Positions").size());
         }
     });
     text.join();
     trajectory.join();
     Ravelin::Console::setSink(previous);
 
-    for (int round = 0; round < Rounds; ++round) {
-        EXPECT_EQ(textResults[round], "");
-        EXPECT_EQ(rows[round], 6000u);
-        EXPECT_EQ(trajectoryResults[round], "convertTrajectory2Z9: could not initialise GeoReferenceSystem");
-        EXPECT_EQ(positions[round], 500u);
-    }
+    EXPECT_EQ(texts, std::vector<Outcome>(Rounds, {"", 6000}));
+    EXPECT_EQ(trajectories,
+              std::vector<Outcome>(Rounds, {"convertTrajectory2Z9: could not initialise GeoReferenceSystem", 250}));
     EXPECT_EQ(consoleMessages, Rounds);
 }

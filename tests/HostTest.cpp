@@ -1,5 +1,4 @@
-// The command-line host: its option checks, the failure context and hints,
-// the JSON summary read back, and the preview's picture.
+// The command-line host: its options, the guesses, the failure context and hints, its summary, picture and runs.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -50,31 +49,26 @@ TEST(HostOptions, HelpOnStdoutAndEveryMistakeNamedWithItsRange) {
     EXPECT_EQ(help.exitStatus, 0);
     EXPECT_TRUE(has(help.out, "--parse TEXT=auto"));
     // The bounds are the library's: at least one row, at most its default block.
-    for (const std::string block : {"10000001", "0"})
-        EXPECT_EQ(commandLine({"--block", block, "f.txt"}).exitStatus, 2) << block;
     for (const auto& [words, message] : std::vector<std::pair<std::vector<std::string>, std::string>>{
-             {{"--header", "-1"}, "--header: \"-1\" is neither auto nor a whole number"},
-             {{"--block", "abc"}, "pallion: --block: \"abc\" is not a whole number"},
-             {{"--trajectory", "--block", "5"}, "--block cannot be used with --trajectory"},
-             {{"--delimiter", ""}, "--delimiter: \"\" is not one character"},
-             {{"--delimiter", "xy"}, "--delimiter: \"xy\" is not one character"},
-             {{"--delimiter", "commas"}, "--delimiter: \"commas\" is not one character"},
+             {{"--block", "10000001", "f"}, "--block"},
+             {{"--block", "0", "f"}, "--block"},
+             {{"--header", "-1", "f"}, "--header: \"-1\" is neither auto nor a whole number"},
+             {{"--block", "abc", "f"}, "pallion: --block: \"abc\" is not a whole number"},
+             {{"--trajectory", "--block", "5", "f"}, "--block cannot be used with --trajectory"},
+             {{"--delimiter", "", "f"}, "--delimiter: \"\" is not one character"},
+             {{"--delimiter", "commas", "f"}, "--delimiter: \"commas\" is not one character"},
          }) {
-        auto withFile = words;
-        withFile.push_back("f.txt");
-        const auto refused = commandLine(withFile);
+        const auto refused = commandLine(words);
         EXPECT_EQ(refused.exitStatus, 2) << message;
         EXPECT_TRUE(has(refused.err, message)) << refused.err;
     }
-    for (const auto& [name, want] : std::vector<std::pair<std::string, char>>{
-             {"t", '\t'}, {"tab", '\t'}, {"\\t", '\t'}, {"comma", ','}, {"semicolon", ';'}, {"|", '|'}})
+    for (const auto& [name, want] :
+         std::vector<std::pair<std::string, char>>{{"\\t", '\t'}, {"semicolon", ';'}, {"|", '|'}})
         EXPECT_EQ(commandLine({"--delimiter", name, "f"}).options->table.delimiter, want) << name;
-    const auto good = commandLine({"--header", "1", "--epsg", "25832", "--block", "100", "a", "b"});
+    const auto good = commandLine({"--header", "1", "a", "b"});
     ASSERT_TRUE(good.options);
     EXPECT_EQ(good.options->table.files, (std::vector<std::string>{"a", "b"}));
     EXPECT_EQ(good.options->table.headerLines, 1u);
-    EXPECT_EQ(good.options->table.epsg, 25832);
-    EXPECT_EQ(good.options->table.block, 100u);
 }
 
 TEST(HostOptions, BlockSizeFollowsTheFilesAndStaysWithinTheLibrarysDefault) {
@@ -84,23 +78,14 @@ TEST(HostOptions, BlockSizeFollowsTheFilesAndStaysWithinTheLibrarysDefault) {
     EXPECT_TRUE(smallBlock >= 3u && smallBlock < 64u) << smallBlock;
     EXPECT_EQ(Pallion::Tools::blockSizeFor(std::uint64_t{1} << 40), 10'000'000u);
     // One outlying first line does not decide: 1 MB of it above 100000 short rows.
-    std::string rows(1'000'000, '7');
-    rows += '\n';
+    std::string rows = std::string(1'000'000, '7') + '\n';
     for (int i = 0; i < 100'000; ++i) rows += "1 2 3\n";
     const auto judged = Pallion::Tools::judgedRows({dir.write("outlier.txt", rows)});
     EXPECT_TRUE(*judged > 100'000u && *judged < 400'000u) << *judged;
-    // A FIFO is not measured: no rows judged, and the library's default block.
+    // A FIFO among the files is not measured (the host's FIFO run checks the block it then gets).
     const auto fifo = (dir.path() / "fifo").string();
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     EXPECT_FALSE(Pallion::Tools::judgedRows({small, fifo}));
-    EXPECT_FALSE(Pallion::Tools::judgedRows({"-"}));
-    Pallion::Parameter p;
-    Pallion::Tools::TableOptions options;
-    options.files = {fifo};
-    const auto resolved = Pallion::Tools::resolveOptions(options);  // does not open the FIFO, or it would wait
-    EXPECT_FALSE(resolved.readAhead);
-    Pallion::Tools::fillParameter(p, options, resolved, Pallion::Tools::judgedRows(options.files));
-    EXPECT_EQ(p.ChunkSize, 10'000'000u);
 }
 
 // What the first lines of a table make of the options left to guess, and what a named option keeps.
@@ -108,42 +93,38 @@ TEST(HostSniff, DelimiterHeaderAndFieldsFromTheFirstLines) {
     testsupport::TempDir dir;
     struct Case {
         std::string content;
-        std::string delimiter, header, parse;  // as named; "auto" where guessed
         char wantDelimiter;
         std::uint32_t wantHeader;
-        std::string wantParse;  // or the start of the failure
+        std::string wantParse;                                            // or the start of the failure
+        std::string delimiter = "auto", header = "auto", parse = "auto";  // as named
     };
+    const std::string xyz = "Positions:point:0+1+2";
     const std::vector<Case> cases = {
-        {"1 2 3\n4 5 6\n", "auto", "auto", "auto", ' ', 0, "Positions:point:0+1+2"},
-        {"1,5;2\n3,5;4\n", "auto", "auto", "auto", ';', 0, "Positions:point:0+1+2"},
-        {"x;y;z\n512348,123;5403210,456;312,5\n", "auto", "auto", "auto", ';', 1, "Positions:point:0+1+2"},
-        {"a\tb\tc\td\n1\t2\t3\t4\n", "auto", "auto", "auto", '\t', 1, "a:double:0,b:double:1,c:double:2,d:double:3"},
-        {"1|2|3\n", "auto", "auto", "auto", '|', 0, "Positions:point:0+1+2"},
-        {"\"Red\",\"Green\",\"X\",\"Y\",\"Blue\",\"Z\"\n0,0,1.5,2.5,0,3.5\n", "auto", "auto", "auto", ',', 1,
+        {"1 2 3\n4 5 6\n", ' ', 0, xyz},
+        {"1,5;2\n3,5;4\n", ';', 0, xyz},
+        {"x;y;z\n512348,123;5403210,456;312,5\n", ';', 1, xyz},
+        {"a\tb\tc\td\n1\t2\t3\t4\n", '\t', 1, "a:double:0,b:double:1,c:double:2,d:double:3"},
+        {"1|2|3\n", '|', 0, xyz},
+        {"\"Red\",\"Green\",\"X\",\"Y\",\"Blue\",\"Z\"\n0,0,1.5,2.5,0,3.5\n", ',', 1,
          "Positions:point:2+3+5,Colours:rgb:0+1+4"},
-        {"X,Y,Z,Intensity,ReturnNumber,nx,NY,Nz,R,G,B\n1,2,3,4,5,6,7,8,9,10,11\n", "auto", "auto", "auto", ',', 1,
+        {"X,Y,Z,Intensity,ReturnNumber,nx,NY,Nz,R,G,B\n1,2,3,4,5,6,7,8,9,10,11\n", ',', 1,
          "Positions:point:0+1+2,Colours:rgb:8+9+10,Normals:tvector:5+6+7,Intensity:float:3,ReturnNumber:double:4"},
         // .pts: a point count, then x y z with intensity, colours, or both.
-        {"2\n1 2 3 9\n4 5 6 9\n", "auto", "auto", "auto", ' ', 1, "Positions:point:0+1+2,Intensity:float:3"},
-        {"1\n1 2 3 9 8 7\n", "auto", "auto", "auto", ' ', 1, "Positions:point:0+1+2,Colours:rgb:3+4+5"},
-        {"1\r\n1 2 3 5 9 8 7\r\n", "auto", "auto", "auto", ' ', 1,
-         "Positions:point:0+1+2,Intensity:float:3,Colours:rgb:4+5+6"},
-        {"3\n1 2 3 9\n", "auto", "1", "auto", ' ', 1, "Positions:point:0+1+2,Intensity:float:3"},
-        {"Z, Y, X\n\n\n\n1 , 2 , 3\n", "comma", "4", "auto", ',', 4, "Positions:point:2+1+0"},
+        {"2\n1 2 3 9\n4 5 6 9\n", ' ', 1, xyz + ",Intensity:float:3"},
+        {"1\n1 2 3 9 8 7\n", ' ', 1, xyz + ",Colours:rgb:3+4+5"},
+        {"1\r\n1 2 3 5 9 8 7\r\n", ' ', 1, xyz + ",Intensity:float:3,Colours:rgb:4+5+6"},
+        {"3\n1 2 3 9\n", ' ', 1, xyz + ",Intensity:float:3", "auto", "1"},
+        {"Z, Y, X\n\n\n\n1 , 2 , 3\n", ',', 4, "Positions:point:2+1+0", "comma", "4"},
         // What the user names stays, and names in the parse string become numbers.
-        {"x y z\n1 2 3\n", "comma", "0", "P:point:0+1+2", ',', 0, "P:point:0+1+2"},
-        {"east,north,up\n1,2,3\n", "auto", "auto", "P:point:north+east+UP", ',', 1, "P:point:1+0+2"},
-        {"east,north,up\n1,2,3\n", "auto", "auto", "P:point:north+east+h", ',', 1,
+        {"x y z\n1 2 3\n", ',', 0, "P:point:0+1+2", "comma", "0", "P:point:0+1+2"},
+        {"east,north,up\n1,2,3\n", ',', 1, "P:point:1+0+2", "auto", "auto", "P:point:north+east+UP"},
+        {"east,north,up\n1,2,3\n", ',', 1,
          "parse string: column \"h\" of the entry \"P:point:north+east+h\" is not a name in the header; "
-         "the header's names: east, north, up"},
-        {"1 2 3\n", "auto", "auto", "P:double:4294967296", ' ', 0,
-         "parseUserInputToContainer: column \"4294967296\" is no column number (0 to 2147483647) in the entry "
-         "\"P:double:4294967296\""},
-        {std::string("\xFF\xFE"
-                     "1\0 \0"
-                     "2\0",
-                     8),
-         "auto", "auto", "auto", ' ', 0, "%s begins with a UTF-16 LE byte order mark"},
+         "the header's names: east, north, up",
+         "auto", "auto", "P:point:north+east+h"},
+        {"1 2 3\n", ' ', 0, "parseUserInputToContainer: column \"4294967296\" is no column number", "auto", "auto",
+         "P:double:4294967296"},
+        {"\xFF\xFE 1 2\n", ' ', 0, "t.txt begins with a UTF-16 LE byte order mark"},
     };
     for (const Case& c : cases) {
         Pallion::Tools::TableOptions options;
@@ -152,11 +133,8 @@ TEST(HostSniff, DelimiterHeaderAndFieldsFromTheFirstLines) {
         if (c.header != "auto") options.headerLines = static_cast<std::uint32_t>(std::stoul(c.header));
         options.parse = c.parse;
         const auto resolved = Pallion::Tools::resolveOptions(options);
-        const std::string failure = resolved.failure;
-        if (!failure.empty()) {
-            std::string want = c.wantParse;
-            if (want.rfind("%s", 0) == 0) want.replace(0, 2, options.files[0]);
-            EXPECT_EQ(failure.rfind(want, 0), 0u) << c.content << ": " << failure;
+        if (!resolved.failure.empty()) {
+            EXPECT_TRUE(has(resolved.failure, c.wantParse)) << c.content << ": " << resolved.failure;
             continue;
         }
         EXPECT_EQ(resolved.delimiter, c.wantDelimiter) << c.content;
@@ -164,15 +142,14 @@ TEST(HostSniff, DelimiterHeaderAndFieldsFromTheFirstLines) {
         EXPECT_EQ(resolved.parse, c.wantParse) << c.content;
         // What was left to guess is told, one line each; what was named is not.
         const auto told = [&](const std::string& start) {
-            return std::any_of(resolved.guessed.begin(), resolved.guessed.end(),
-                               [&](const std::string& line) { return line.rfind(start, 0) == 0; });
+            return std::ranges::any_of(resolved.guessed, [&](const auto& line) { return line.starts_with(start); });
         };
         EXPECT_EQ(told("delimiter: "), c.delimiter == "auto") << c.content;
         EXPECT_EQ(told("header lines: "), c.header == "auto") << c.content;
     }
 }
 
-TEST(HostFailure, FileLineAndTokenInTheMiddleOfTheSecondFile) {
+TEST(HostFailure, FileLineTokenAndHintsForTheCommonCauses) {
     testsupport::TempDir dir;
     Pallion::Tools::TableOptions options;
     options.headerLines = 1;
@@ -183,60 +160,43 @@ TEST(HostFailure, FileLineAndTokenInTheMiddleOfTheSecondFile) {
     EXPECT_TRUE(has(exception, "file:  " + options.files[1] + "\n  line:  4\n  text:  7 abc 9\n")) << exception;
     EXPECT_TRUE(has(exception, "token: column 1, \"abc\": not a double")) << exception;
 
-    options.files[1] = dir.write("c.txt", "x y z\n1 2 3\n4 5\n");
-    const std::string count = failureOf(options);
-    EXPECT_TRUE(
-        has(count, "line:  3\n  text:  4 5\n  the line has 2 token(s) split at space; the parse string reads column 2"))
-        << count;
-
-    // A long failing line is read again only in part, and shown cut with its length.
-    options.files[1] = dir.write("d.txt", "x y z\n1 2 " + std::string(3'000'000, '7') + "x\n");
-    const auto place = Pallion::Tools::findFailingLine({options.files[1]}, 1, 0);
-    EXPECT_EQ(place.length, 3'000'005u);
-    EXPECT_EQ(place.line.size(), 64u * 1024);
-    EXPECT_TRUE(has(failureOf(options), "7777... (3000005 bytes)\n  token: column 2"))
-        << failureOf(options).substr(0, 400);
-}
-
-TEST(HostFailure, HintsForTheCommonCauses) {
-    testsupport::TempDir dir;
-    Pallion::Tools::TableOptions options;
     options.headerLines = 0;
     options.delimiter = ' ';
-    options.parse = "Positions:point:0+1+2";
-    auto hintFor = [&](const std::string& content) {
+    // A long failing line is read again only in part, and shown cut with its length.
+    const std::string longLine = "1 2 " + std::string(3'000'000, '7') + "x\n";
+    EXPECT_EQ(Pallion::Tools::findFailingLine({dir.write("long.txt", longLine)}, 0, 0).line.size(), 64u * 1024);
+    for (const auto& [content, part] : std::vector<std::pair<std::string, std::string>>{
+             {"1 2 3\n4 5\n",
+              "line:  2\n  text:  4 5\n  the line has 2 token(s) split at space; the parse string reads column 2"},
+             {longLine, "7777... (3000005 bytes)\n  token: column 2"},
+             {std::string("\xEF\xBB\xBF") + "1 2 3\n", "hint: the file begins with a UTF-8 byte order mark"},
+             {"east north height\n1 2 3\n", "hint: the first line looks like a header; skip it with --header 1"},
+             {"1;2;3\n",
+              "hint: the line is one token with this delimiter; with --delimiter semicolon it splits into 3"},
+             {"1 2 3\n4 5 6\n\n", "hint: the file ends with an empty line"},
+             {"1 2 3\n\n4 5 6\n", "hint: an empty line ends the conversion"},
+             {"1 2  3\n", "hint: two delimiters in a row make an empty token"},
+             {"1 2 3\n4 5 x\n", ""},  // a plain bad number gets no hint
+         }) {
         options.files = {dir.write("t.txt", content)};
-        return failureOf(options);
-    };
-    EXPECT_TRUE(has(hintFor("\xEF\xBB\xBF"
-                            "1 2 3\n"),
-                    "hint: the file begins with a UTF-8 byte order mark"));
-    EXPECT_TRUE(has(hintFor("east north height\n1 2 3\n"),
-                    "hint: the first line looks like a header; skip it with --header 1"));
-    EXPECT_TRUE(has(hintFor("1;2;3\n"),
-                    "hint: the line is one token with this delimiter; with --delimiter semicolon it splits into 3"));
-    EXPECT_TRUE(has(hintFor("1 2 3\n4 5 6\n\n"), "hint: the file ends with an empty line"));
-    EXPECT_TRUE(has(hintFor("1 2 3\n\n4 5 6\n"), "hint: an empty line ends the conversion"));
-    EXPECT_TRUE(has(hintFor("1 2  3\n"), "hint: two delimiters in a row make an empty token"));
-    // A plain bad number gives its place and no hint.
-    const std::string plain = hintFor("1 2 3\n4 5 x\n");
-    EXPECT_TRUE(has(plain, "line:  2") && !has(plain, "hint:")) << plain;
+        const std::string failure = failureOf(options);
+        EXPECT_TRUE(part.empty() ? !has(failure, "hint:") : has(failure, part)) << failure.substr(0, 400);
+    }
 }
 
 TEST(HostSummary, JsonReadsBackWithFieldsFragmentsRangesAndAttributes) {
     testsupport::TempDir dir;
     Tessel::Grid grid;
+    // Bytes that are not UTF-8 in a field name still give JSON, which says that it replaced them.
     auto p = testsupport::tableParameter({dir.write("pts.txt", "1 5 0.2 \"a\"\n3 4 7 x\n2 6 0.5 y\n")},
-                                         "P:point:0+1+2,Height:float:2", 2);
+                                         "P:point:0+1+2,H\xff\xfe:float:2", 2);
     p.EPSG = 31467;
     ASSERT_EQ(Pallion::ascii2z9(grid, p), "");
     const auto json = nlohmann::json::parse(host::jsonSummary(grid, host::RunReport{}));
-    EXPECT_EQ(json["result"], "");
     ASSERT_EQ(json["fields"].size(), 2u);
     const auto& points = json["fields"][0];
     EXPECT_EQ(points["elements"], 3);
-    EXPECT_EQ(points["fragments"][1]["name"], "pts1");
-    EXPECT_EQ(points["fragments"][1]["elements"], 1);
+    EXPECT_EQ(points["fragments"][1], (nlohmann::json{{"name", "pts1"}, {"elements", 1}}));
     EXPECT_EQ(points["min"], (std::vector<double>{1, 4, 0.2}));
     EXPECT_EQ(points["max"], (std::vector<double>{3, 6, 7}));
     // A float field's values as written, not widened: 0.2f shows as 0.2.
@@ -244,18 +204,11 @@ TEST(HostSummary, JsonReadsBackWithFieldsFragmentsRangesAndAttributes) {
     EXPECT_EQ(json["fields"][1]["max"][0], 7.0);
     EXPECT_EQ(json["attributes"]["EPSG"][0], 31467);
     EXPECT_EQ(json["notes"][0]["converter"], "ascii2z9");
-
-    // Bytes that are not UTF-8 in a field name still give JSON, which says that it replaced them.
-    Tessel::Grid odd;
-    auto q = testsupport::tableParameter({dir.write("odd.txt", "1 2 3\n")}, "P\xff\xfe:point:0+1+2");
-    ASSERT_EQ(Pallion::ascii2z9(odd, q), "");
-    const auto replaced = nlohmann::json::parse(host::jsonSummary(odd, host::RunReport{}));
-    EXPECT_EQ(replaced["invalid_utf8_replaced"], true);
-    EXPECT_EQ(replaced["fields"][0]["name"], "P\xEF\xBF\xBD\xEF\xBF\xBD");
+    EXPECT_EQ(json["invalid_utf8_replaced"], true);
+    EXPECT_EQ(json["fields"][1]["name"], "H\xEF\xBF\xBD\xEF\xBF\xBD");
 }
 
-// The preview read back pixel by pixel: the points coloured by the rgb field
-// that comes before them, a nan point left out, y upwards.
+// The preview read back pixel by pixel: points coloured by the rgb field before them, a nan point left out, y up.
 TEST(HostSummary, PreviewColoursEachPointByItsRgbAndSkipsNan) {
     testsupport::TempDir dir;
     Tessel::Grid grid;
@@ -272,20 +225,15 @@ TEST(HostSummary, PreviewColoursEachPointByItsRgbAndSkipsNan) {
     image.format = PNG_FORMAT_RGB;
     std::vector<png_byte> pixels(PNG_IMAGE_SIZE(image));
     ASSERT_TRUE(png_image_finish_read(&image, nullptr, pixels.data(), 0, nullptr));
-    ASSERT_EQ(image.width, 64u);
-    ASSERT_EQ(image.height, 64u);
-    auto at = [&](unsigned x, unsigned y) {
-        const png_byte* pixel = &pixels[(y * image.width + x) * 3];
-        return std::vector<int>{pixel[0], pixel[1], pixel[2]};
+    ASSERT_EQ((std::pair<unsigned, unsigned>(image.width, image.height)), std::pair(64u, 64u));
+    std::vector<png_byte> expected(pixels.size(), 24);  // the background; the nan point is nowhere
+    auto set = [&](unsigned x, unsigned y, std::array<png_byte, 3> rgb) {
+        std::copy(rgb.begin(), rgb.end(), &expected[(y * 64 + x) * 3]);
     };
-    EXPECT_EQ(at(0, 63), (std::vector<int>{255, 0, 0}));    // (0, 0), bottom left
-    EXPECT_EQ(at(63, 63), (std::vector<int>{0, 255, 0}));   // (1, 0), bottom right
-    EXPECT_EQ(at(0, 0), (std::vector<int>{0, 0, 255}));     // (0, 1), top left
-    EXPECT_EQ(at(32, 32), (std::vector<int>{24, 24, 24}));  // background; the nan point is nowhere
-    std::size_t lit = 0;
-    for (std::size_t i = 0; i < pixels.size(); i += 3)
-        lit += pixels[i] != 24 || pixels[i + 1] != 24 || pixels[i + 2] != 24;
-    EXPECT_EQ(lit, 3u);
+    set(0, 63, {255, 0, 0});   // (0, 0), bottom left
+    set(63, 63, {0, 255, 0});  // (1, 0), bottom right
+    set(0, 0, {0, 0, 255});    // (0, 1), top left
+    EXPECT_TRUE(pixels == expected);
 
     Tessel::Grid empty;
     EXPECT_EQ(host::writePreview(empty, png), "no point field with elements to draw");
@@ -306,37 +254,30 @@ std::string slurp(const std::filesystem::path& file) {
 // Runs the built host through the shell with `arguments` (already quoted where needed).
 HostRun runHost(const testsupport::TempDir& dir, const std::string& arguments) {
     const auto out = dir.path() / "host.out", err = dir.path() / "host.err";
-    const std::string command =
-        "cd '" + dir.path().string() + "' && " + arguments + " >'" + out.string() + "' 2>'" + err.string() + "'";
-    const std::string shell = "P='" + std::string(PALLION_HOST_BINARY) + "'; " + command;
+    const std::string shell = "P='" + std::string(PALLION_HOST_BINARY) + "'; cd '" + dir.path().string() + "' && " +
+                              arguments + " >'" + out.string() + "' 2>'" + err.string() + "'";
     const int raw = std::system(shell.c_str());
     return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
 }
 
 }  // namespace
 
-// The host reads a FIFO and a pipe once, with nothing read ahead, and gets
-// every row with the values of the file; standard input is "-".
+// The host reads a FIFO and a pipe once, with nothing read ahead, and gets every row; standard input is "-".
 TEST(HostInput, FifoAndPipeGiveEveryRowOfTheFile) {
     testsupport::TempDir dir;
     std::string rows;
-    for (int i = 0; i < 1'000'000; ++i)
-        rows += std::to_string(i) + ' ' + std::to_string(i % 977) + ".25 -" + std::to_string(i) + "e-3\n";
-    dir.write("big.txt", rows);
+    for (int i = 0; i < 100'000; ++i) rows += std::to_string(i) + " 1 2\n";
+    dir.write("rows.txt", rows);
     ASSERT_EQ(mkfifo((dir.path() / "fifo").c_str(), 0600), 0);
-    const auto file = runHost(dir, "$P -q --json big.txt");
-    ASSERT_EQ(file.status, 0) << file.err;
-    const auto expected = nlohmann::json::parse(file.out)["fields"];
-    ASSERT_EQ(expected[0]["elements"], 1'000'000);
-    for (const std::string& input : {std::string("(cat big.txt > fifo &) && timeout 60 $P -q --json fifo"),
-                                     std::string("cat big.txt | timeout 60 $P -q --json -")}) {
+    for (const std::string& input : {std::string("(cat rows.txt > fifo &) && timeout 60 $P -q --json fifo"),
+                                     std::string("cat rows.txt | timeout 60 $P -q --json -")}) {
         const auto run = runHost(dir, input);
         ASSERT_EQ(run.status, 0) << input << '\n' << run.err;
-        const auto fields = nlohmann::json::parse(run.out)["fields"];
-        EXPECT_EQ(fields[0]["elements"], expected[0]["elements"]) << input;
-        EXPECT_EQ(fields[0]["max"], expected[0]["max"]) << input;
+        const auto field = nlohmann::json::parse(run.out)["fields"][0];
+        EXPECT_EQ(field["elements"], 100'000) << input;
+        EXPECT_EQ(field["max"][0], 99'999) << input;
         // Not judged: one block of the library's default size, not a few rows.
-        EXPECT_EQ(fields[0]["fragments"].size(), 1u) << input;
+        EXPECT_EQ(field["fragments"].size(), 1u) << input;
     }
 }
 
@@ -344,51 +285,41 @@ TEST(HostInput, FifoAndPipeGiveEveryRowOfTheFile) {
 TEST(HostInput, PreflightStrictHeaderNamesAndOutputFailures) {
     testsupport::TempDir dir;
     dir.write("euro.csv", "x;y;z\n512348,123;5403210,456;312,5\n");
-    const auto warned = runHost(dir, "$P --json euro.csv");
-    EXPECT_EQ(warned.status, 0);
-    EXPECT_TRUE(has(warned.err, "warning: euro.csv, line 2, column 0: \"512348,123\" is read as 512348")) << warned.err;
-    EXPECT_EQ(nlohmann::json::parse(warned.out)["warnings"].size(), 3u);
-    const auto strict = runHost(dir, "$P --strict euro.csv --output e.ply");
-    EXPECT_EQ(strict.status, 1);
-    EXPECT_TRUE(has(strict.err, "--strict:") && !has(strict.out, "field ")) << strict.err;
-    EXPECT_FALSE(std::filesystem::exists(dir.path() / "e.ply"));
-
-    dir.write("types.txt", "1 2 3 300 6abc -1\n");
-    const auto wrapped = runHost(dir, "$P --parse P:point:0+1+2,A:uint8_t:3,B:int:4,C:uint16_t:5 types.txt");
-    EXPECT_EQ(wrapped.status, 0);
-    EXPECT_TRUE(has(wrapped.err, "column 3: 300 is out of range for uint8_t (0 to 255) and is stored as 44"))
-        << wrapped.err;
-    EXPECT_TRUE(has(wrapped.err, "column 4: \"6abc\" is read as 6")) << wrapped.err;
-    EXPECT_TRUE(has(wrapped.err, "column 5: -1 is out of range for uint16_t (0 to 65535) and is stored as 65535"));
-
+    dir.write("types.txt", "1 2 3 300 6abc\n");
     dir.write("ok.txt", "1 2 3\n");
-    const auto missing = runHost(dir, "$P -q ok.txt --output no/such/folder/out.ply");
-    EXPECT_EQ(missing.status, 1);
-    EXPECT_TRUE(has(missing.err, "cannot write no/such/folder/out.ply: No such file or directory")) << missing.err;
-    EXPECT_EQ(runHost(dir, "$P -q ok.txt --output out.xyz").status, 2);
-    const auto absent = runHost(dir, "$P -q absent.txt");
-    EXPECT_EQ(absent.status, 1);
-    EXPECT_TRUE(has(absent.err, "hint: absent.txt: No such file or directory")) << absent.err;
-    EXPECT_TRUE(has(runHost(dir, "$P -q .").err, "hint: .: is a directory"));
-
-    // Ctrl-C while the open of a FIFO without a writer blocks: it returns, and the status is 130.
     ASSERT_EQ(mkfifo((dir.path() / "silent").c_str(), 0600), 0);
-    EXPECT_EQ(runHost(dir, "timeout --preserve-status -k 5 -s INT 1 $P -q silent").status, 130);
+    const std::string types = "$P --parse P:point:0+1+2,A:uint8_t:3,B:int:4 types.txt";
+    for (const auto& [command, status, part] : std::vector<std::tuple<std::string, int, std::string>>{
+             {"$P euro.csv", 0, "warning: euro.csv, line 2, column 0: \"512348,123\" is read as 512348"},
+             {"$P --strict euro.csv --output e.ply", 1, "--strict:"},
+             {types, 0, "column 3: 300 is out of range for uint8_t (0 to 255) and is stored as 44"},
+             {types, 0, "column 4: \"6abc\" is read as 6"},
+             {"$P -q ok.txt --output no/such/folder/out.ply", 1, "cannot write no/such/folder/out.ply: No such file"},
+             {"$P -q ok.txt --output out.xyz", 2, ""},
+             {"$P -q absent.txt", 1, "hint: absent.txt: No such file or directory"},
+             {"$P -q .", 1, "hint: .: is a directory"},
+             // Ctrl-C while the open of a FIFO without a writer blocks: it returns, and the status is 130.
+             {"timeout --preserve-status -k 5 -s INT 1 $P -q silent", 130, ""},
+         }) {
+        const auto run = runHost(dir, command);
+        EXPECT_EQ(run.status, status) << command << '\n' << run.err;
+        EXPECT_TRUE(has(run.err, part)) << command << '\n' << run.err;
+    }
+    EXPECT_EQ(nlohmann::json::parse(runHost(dir, "$P --json euro.csv").out)["warnings"].size(), 3u);
+    EXPECT_FALSE(std::filesystem::exists(dir.path() / "e.ply"));  // refused by --strict
 }
 
 // A PLY file needs one count for all fields; a refused or failed write leaves no file behind.
 TEST(HostOutput, PlyRefusesDifferentCountsAndLeavesNothingBehind) {
     testsupport::TempDir dir;
     Tessel::Grid grid;
-    auto points = testsupport::tableParameter({dir.write("a.txt", "1 2 3\n4 5 6\n")});
-    auto heights = testsupport::tableParameter({dir.write("b.txt", "7\n")}, "H:float:0");
-    ASSERT_EQ(Pallion::ascii2z9(grid, points), "");
-    ASSERT_EQ(Pallion::ascii2z9(grid, heights), "");
+    auto p = testsupport::tableParameter({dir.write("a.txt", "1 2 3\n")}, "P:point:0+1+2,H:float:0,H:float:1");
+    ASSERT_EQ(Pallion::ascii2z9(grid, p), "");  // H gets two elements of each row
     const auto ply = (dir.path() / "out.ply").string();
     EXPECT_EQ(Pallion::Tools::writePly(grid, ply),
               "cannot write " + ply +
                   ": a PLY vertex takes one element of every field, but the fields' element counts differ: "
-                  "Positions 2, H 1");
+                  "P 1, H 2");
     const auto folder = dir.path() / "locked";
     std::filesystem::create_directory(folder);
     std::filesystem::permissions(folder, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
@@ -396,8 +327,6 @@ TEST(HostOutput, PlyRefusesDifferentCountsAndLeavesNothingBehind) {
         EXPECT_TRUE(has(Pallion::Tools::writeGrid(grid, (folder / "x.h5").string()), "Permission denied"));
     }
     std::filesystem::permissions(folder, std::filesystem::perms::owner_all);
-    std::size_t files = 0;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir.path()))
-        files += entry.is_regular_file();
-    EXPECT_EQ(files, 2u);  // a.txt and b.txt, no temporary file
+    // a.txt and the folder: no temporary file
+    EXPECT_EQ(std::distance(std::filesystem::recursive_directory_iterator(dir.path()), {}), 2);
 }

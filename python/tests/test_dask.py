@@ -10,12 +10,10 @@ import pallion.dask
 
 def test_read_tables_on_two_workers_equals_read_table_per_file(tmp_path):
     rng = numpy.random.default_rng(3)
-    files = []
-    for i in range(8):
-        path = tmp_path / f"part{i}.txt"
-        rows = numpy.column_stack([rng.uniform(-100, 100, (50 + 10 * i, 3)).round(3), rng.integers(0, 255, 50 + 10 * i)])
+    files = [tmp_path / f"part{i}.txt" for i in range(8)]
+    for n, path in enumerate(files, start=5):
+        rows = numpy.column_stack([rng.uniform(-100, 100, (10 * n, 3)).round(3), rng.integers(0, 255, 10 * n)])
         numpy.savetxt(path, rows, fmt=["%.3f"] * 3 + ["%d"], header="x y z class", comments="")
-        files.append(path)
     parse = "Positions:point:0+1+2,Class:uint8_t:3"
     each = [pallion.read_table(f, parse=parse, header=1) for f in files]
 
@@ -33,10 +31,9 @@ def test_read_tables_on_two_workers_equals_read_table_per_file(tmp_path):
                                            files_per_partition=3)
         assert grouped["Class"].numblocks == (3,)
         numpy.testing.assert_array_equal(grouped["Class"].compute(), classes)
-        bad = tmp_path / "bad.txt"
-        bad.write_text("x y z class\n1 2 3 oops\n")
+        (tmp_path / "bad.txt").write_text("x y z class\n1 2 3 oops\n")
         with pytest.raises(pallion.TokenError, match="oops"):
-            pallion.dask.read_tables([files[0], bad], parse=parse, header=1)["Class"].compute()
+            pallion.dask.read_tables([files[0], tmp_path / "bad.txt"], parse=parse, header=1)["Class"].compute()
 
     numpy.testing.assert_array_equal(positions, numpy.concatenate([g.fields["Positions"].to_numpy() for g in each]))
     numpy.testing.assert_array_equal(classes, numpy.concatenate([g.fields["Class"].to_numpy() for g in each]))
