@@ -16,13 +16,18 @@ pallion.dask.read_tables on a local cluster of --workers (2) worker processes,
 against pallion.read_table on each file in turn in one process; best of
 --runs, the cluster started beforehand.  First the points summed where they
 were converted (the cluster's way: the work goes to the data), then the arrays
-gathered into one on the client (which adds their transfer and a copy).
+gathered into one on the client (which adds their transfer and a copy).  Beside
+them, what the machine gives two conversions at once with no scheduler at all:
+--workers plain processes of a multiprocessing pool, each converting and
+summing its share of the files in turn.
 
     PYTHONPATH=build/release/python /usr/bin/python3 bench/python_bench.py [--rows N] [--dask-rows N] [--runs N]
+        [--worker-saturation inf]
 
 The tables go to a temporary directory (--keep DIR keeps them there).
 """
 import argparse
+import multiprocessing
 import os
 import pathlib
 import shutil
@@ -96,8 +101,22 @@ def compare_readers(folder, rows, runs, host, env):
           f"numpy.loadtxt / pallion: {best['numpy.loadtxt'] / best['pallion']:.2f} (target at least 3)")
 
 
-def compare_dask(folder, files, rows, workers, runs):
+def convert_and_sum(paths):
+    import pallion
+
+    return sum(pallion.read_table(path).fields["Positions"].to_numpy().sum(axis=0) for path in paths)
+
+
+def compare_dask(folder, files, rows, workers, runs, saturation=None):
+    import dask
     from distributed import Client, LocalCluster
+
+    if saturation is not None:
+        # The scheduler holds tasks without inputs back and hands them out as
+        # workers free up (distributed.scheduler.worker-saturation, 1.1 by
+        # default), which bounds the memory of many files; "inf" hands them
+        # all out at once.
+        dask.config.set({"distributed.scheduler.worker-saturation": saturation})
 
     import pallion
     import pallion.dask
@@ -122,14 +141,21 @@ def compare_dask(folder, files, rows, workers, runs):
         return best
 
     sequential = best_of(one_after_the_other)
+    with multiprocessing.get_context("spawn").Pool(workers) as pool:
+        shares = [paths[k::workers] for k in range(workers)]
+        pool.map(convert_and_sum, [[]] * workers)  # each process imports the package before the clock starts
+        plain = best_of(lambda: pool.map(convert_and_sum, shares))
     sequential_kept = best_of(one_after_the_other_kept)
     with LocalCluster(n_workers=workers, threads_per_worker=1, processes=True, host="127.0.0.1",
                       dashboard_address=None, silence_logs=40) as cluster, Client(cluster):
         reduced = best_of(lambda: pallion.dask.read_tables(paths)["Positions"].sum(axis=0).compute())
         gathered = best_of(lambda: pallion.dask.read_tables(paths)["Positions"].compute())
-    print(f"dask: {files} files x {rows} rows, {workers} worker processes, best of {runs}")
+    settings = "" if saturation is None else f", worker-saturation {saturation}"
+    print(f"dask: {files} files x {rows} rows, {workers} worker processes, best of {runs}{settings}")
     print(f"  converted and summed: one file after the other {sequential:7.3f} s, "
           f"dask {reduced:7.3f} s: {sequential / reduced:5.2f}x (target at least 1.7)")
+    print(f"  the same in {workers} plain processes, no scheduler: {plain:7.3f} s: {sequential / plain:5.2f}x "
+          f"(what the machine gives {workers} conversions at once)")
     print(f"  converted and gathered into one array on the client: one after the other {sequential_kept:7.3f} s, "
           f"dask {gathered:7.3f} s: {sequential_kept / gathered:5.2f}x")
 
@@ -144,6 +170,7 @@ def main():
     parser.add_argument("--host", type=pathlib.Path, default=ROOT / "build" / "release" / "examples" / "pallion")
     parser.add_argument("--keep", type=pathlib.Path, help="write the tables here and keep them")
     parser.add_argument("--skip-dask", action="store_true")
+    parser.add_argument("--worker-saturation", type=float, help="the Dask scheduler's setting (default: its own)")
     args = parser.parse_args()
 
     env = dict(os.environ)
@@ -154,7 +181,7 @@ def main():
     try:
         compare_readers(folder, args.rows, args.runs, args.host, env)
         if not args.skip_dask:
-            compare_dask(folder, args.files, args.dask_rows, args.workers, args.runs)
+            compare_dask(folder, args.files, args.dask_rows, args.workers, args.runs, args.worker_saturation)
     finally:
         if args.keep is None:
             shutil.rmtree(folder)
