@@ -143,11 +143,14 @@ public:
     NumpyLoader(const NumpyLoader&) = delete;
     NumpyLoader& operator=(const NumpyLoader&) = delete;
     ~NumpyLoader() {
+        if (!thread_.joinable()) return;
         // Joined without the GIL: the thread may still be waiting for it.
-        if (thread_.joinable()) {
-            py::gil_scoped_release released;
+        PyThreadState* const state = PyEval_SaveThread();
+        try {
             thread_.join();
+        } catch (...) {  // a joinable thread other than this one: join does not fail
         }
+        PyEval_RestoreThread(state);
     }
 
     bool loading() const { return loading_; }
