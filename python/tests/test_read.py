@@ -144,15 +144,21 @@ def test_ctrl_c_while_the_library_reads_is_noticed_at_the_next_report(tmp_path):
                         offsets.append(int(info.readline().split()[1]))
         return offsets[0] if len(offsets) == 1 else 0
 
+    returned = threading.Event()
+
     def interrupt_once_reading():
         while reading_offset() < 4_000_000:
-            threading.Event().wait(0.0002)
+            if returned.wait(0.0002):
+                return  # the reading ended unseen: no signal, and the test fails below
         signal.pthread_kill(threading.main_thread().ident, signal.SIGINT)
 
     with concurrent.futures.ThreadPoolExecutor(1) as helper:
         helper.submit(interrupt_once_reading)
-        with pytest.raises(KeyboardInterrupt) as caught:
-            pallion.read_table(path, block=block)  # a block given: the file is not sampled first
+        try:
+            with pytest.raises(KeyboardInterrupt) as caught:
+                pallion.read_table(path, block=block)  # a block given: the file is not sampled first
+        finally:
+            returned.set()
     kept = caught.value.grid.fields["Positions"].to_numpy()
     assert block <= len(kept) < n and len(kept) % block == 0
     numpy.testing.assert_array_equal(kept[:, 0], numpy.arange(len(kept)))
