@@ -125,9 +125,6 @@ def compare_dask(folder, files, rows, workers, runs, saturation=None):
     for i, path in enumerate(paths):
         write_points(path, rows, 100 + i)
 
-    def one_after_the_other():
-        return sum(pallion.read_table(path).fields["Positions"].to_numpy().sum(axis=0) for path in paths)
-
     def one_after_the_other_kept():
         return [pallion.read_table(path).fields["Positions"].to_numpy() for path in paths]
 
@@ -140,7 +137,7 @@ def compare_dask(folder, files, rows, workers, runs, saturation=None):
             best = seconds if best is None else min(best, seconds)
         return best
 
-    sequential = best_of(one_after_the_other)
+    sequential = best_of(lambda: convert_and_sum(paths))
     with multiprocessing.get_context("spawn").Pool(workers) as pool:
         shares = [paths[k::workers] for k in range(workers)]
         pool.map(convert_and_sum, [[]] * workers)  # each process imports the package before the clock starts
