@@ -120,7 +120,7 @@ case "${1:-}" in
         echo "Building the library and the command-line host (build/release) ..." >&2
         cmake --preset release >/dev/null
         cmake --build --preset release --target pallion_host
-        ./build/release/examples/pallion --header 1 \
+        ./build/release/apps/pallion/pallion --header 1 \
             --parse "Positions:point:0+1+2,Colours:rgb:3+4+5,Intensity:float:6,Class:uint8_t:7,Return:int:8" \
             --block 2000 --epsg 25832 examples/data/sample_points.txt
         ;;
@@ -129,7 +129,7 @@ case "${1:-}" in
         echo "Building the library and the command-line host (build/release) ..." >&2
         cmake --preset release >/dev/null
         cmake --build --preset release --target pallion_host
-        ./build/release/examples/pallion --trajectory examples/data/trajectory/*
+        ./build/release/apps/pallion/pallion --trajectory examples/data/trajectory/*
         ;;
     test)
         install_missing
@@ -253,7 +253,7 @@ case "${1:-}" in
         install_missing
         cmake --preset release >/dev/null  # the compile commands clang-tidy reads
         git ls-files '*.hpp' '*.cpp' | xargs clang-format --dry-run --Werror
-        run-clang-tidy -p build/release -quiet '/(src|outside|examples)/.*\.cpp$' >/tmp/pallion-tidy.log 2>&1 ||
+        run-clang-tidy -p build/release -quiet '/(src|tools|apps|outside)/.*\.cpp$' >/tmp/pallion-tidy.log 2>&1 ||
             { grep -E "(warning|error):" /tmp/pallion-tidy.log | sort -u; exit 1; }
         echo "clang-format and clang-tidy: clean"
         ;;

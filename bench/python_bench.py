@@ -7,7 +7,7 @@ turns, best of --runs (5), on a table of --rows (10 M) rows of three
 coordinates with three decimals (31 bytes a row, as convert_bench writes it):
 
     pallion        pallion.read_table(path).fields["Positions"].to_numpy()
-    C++ host       build/release/examples/pallion path
+    C++ host       build/release/apps/pallion/pallion path
     numpy.loadtxt  numpy.loadtxt(path)
     pandas         pandas.read_csv(path, sep=" ", header=None, engine="c")
 

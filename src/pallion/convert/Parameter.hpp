@@ -21,6 +21,33 @@ struct ContainerEntry {
     Tessel::TesselTypeIndex TypeId;
 };
 
+// What stopped a conversion, as a record beside its text: a host reads the
+// kind, the place and the counts from here instead of taking the sentence
+// apart.  The text stays what it always was; it is made apart from this.
+enum class FailureKind : std::uint8_t {
+    None,              // no failure (yet)
+    Arguments,         // no files, no parse-string entry, a block size of 0, a wrong parse string
+    CannotOpen,        // File could not be opened (or is a directory)
+    ReadFailed,        // reading File failed part-way (an I/O error, a corrupt compressed stream)
+    Interrupted,       // the progress object said stop
+    LineTooLong,       // Line of File is longer than LineSizeLimit
+    TooFewTokens,      // Line of File has TokensInLine tokens where HighestColumn is needed
+    TokenInvalid,      // Token in Column of Line is no number (std::invalid_argument, or not whole)
+    TokenOutOfRange,   // Token in Column of Line does not fit its type (std::out_of_range, or range refusal)
+};
+
+struct FailureRecord {
+    FailureKind Kind = FailureKind::None;
+    std::string File;                 // the file being read, where one was
+    std::uint64_t Line = 0;           // 1-based, every line of the file counted (skipped ones too); 0: none
+    std::int64_t Column = -1;         // the token's column number, -1: none
+    std::string Token;                // the token as read, where one failed
+    std::string Type;                 // the parse-string name of the column's element type ("uint8_t")
+    std::string Stored;               // what the plain reading would have stored, where a check refused it
+    std::uint64_t HighestColumn = 0;  // TooFewTokens: the highest column a row needs
+    std::uint64_t TokensInLine = 0;   // TooFewTokens: the tokens the line had
+};
+
 using Ravelin::ChunkPtr;
 // Called for each column of each flushed block, before the chunk becomes a fragment:
 // the chunk, the field name and the current file name.
@@ -42,6 +69,27 @@ struct Parameter {
     // for tables of longer lines.  Not told by speak.
     std::uint64_t LineSizeLimit = std::uint64_t{1} << 28;
 
+    // Readings a host may opt into; each default is the plain reading above.
+    // None of them is told by speak.
+    // Every token a row reads must be a number in full (blanks around it and
+    // the CR of a CRLF line end allowed) and fit its column's type; otherwise
+    // the conversion ends with a failure text naming the line and the token.
+    bool WholeTokens = false;
+    // Any run of blanks and tabs separates tokens, and blanks at the start and
+    // end of a line are ignored; Delimiter is then not used.
+    bool Whitespace = false;
+    // Lines that begin with this prefix ("#", "//") are skipped; empty: none.
+    std::string CommentPrefix;
+    // Empty lines, and lines of blanks alone, are skipped instead of read as rows.
+    bool SkipEmptyLines = false;
+    // ',' is the decimal separator: "3,25" is read exactly as "3.25".
+    bool DecimalComma = false;
+    // The bytes of one regular file to read: the lines that start in
+    // [RangeBegin, RangeEnd).  A range that does not begin at byte 0 begins
+    // after the first line end at or after RangeBegin, and skips no header.
+    std::uint64_t RangeBegin = 0;
+    std::uint64_t RangeEnd = ~std::uint64_t{0};
+
     // State of the conversion.
     std::uint32_t HighestColumnIndex = 0;
     std::vector<ContainerEntry> Container;
@@ -55,6 +103,9 @@ struct Parameter {
 
     FragmentHook OnFragment;
     std::string CurrentFile;
+    // What stopped the conversion, filled with its failure text (or before a
+    // standard exception leaves it); Kind None after a success.
+    FailureRecord Failure;
 
     // The caller's settings as a text, one line each, as it is noted in the grid.
     PALLION_API std::string speak() const;
