@@ -262,7 +262,7 @@ case "${1:-}" in
         /usr/bin/python3 scripts/check_layout.py
         ;;
     *)
-        sed -n '2,22p' "$0"
+        sed -n '2,20p' "$0"
         exit 2
         ;;
 esac
