@@ -15,8 +15,8 @@ Fenced blocks are taken by their language:
   pycon    ">>>" lines checked with doctest.
 Other languages (sh, cmake, text, json) are shown, never run.  A block whose
 fence follows the line <!-- fragment --> is a piece of a program and is not
-run.  Every block runs in a fresh folder that holds `examples` (the source's)
-and `build/release` (the build folder), with the program's folder first on
+run.  Every block runs in a fresh folder that holds `examples`, `scripts` and
+`build.sh` (the source's) and `build/release` (the build folder), with the program's folder first on
 PATH and PYTHONPATH set to the Python package of the build.
 
     scripts/doc_examples.py --source ROOT --extract-cpp DIR     (prints the programs' names)
@@ -197,7 +197,8 @@ def main():
             continue
         with tempfile.TemporaryDirectory(prefix="pallion-doc-") as scratch:
             folder = Path(scratch)
-            (folder / "examples").symlink_to(root / "examples")
+            for name in ("examples", "scripts", "build.sh"):
+                (folder / name).symlink_to(root / name)
             (folder / "build").mkdir()
             (folder / "build" / "release").symlink_to(Path(arguments.build).resolve())
             failures = run(block, arguments, root, folder, environment)
