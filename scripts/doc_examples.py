@@ -191,7 +191,9 @@ def main():
     for block in blocks_of(root):
         if block.language not in RUN or block.fragment:
             continue
-        if not missing[block.language]:
+        # A session that imports the package needs it built, as the Python blocks do.
+        if not missing[block.language] or (block.language == "console" and "build/release/python" in block.text
+                                           and not arguments.python):
             print(f"{block.where}: {block.language}: skipped, not built here")
             skipped += 1
             continue
