@@ -36,8 +36,9 @@ FENCE = re.compile(r"^```(\S*)\s*$")
 
 
 class Block:
-    def __init__(self, page, line, language, text, fragment):
+    def __init__(self, page, line, language, text, fragment, number):
         self.page, self.line, self.language, self.text, self.fragment = page, line, language, text, fragment
+        self.number = number  # among the page's blocks of its language, from 1
 
     @property
     def where(self):
@@ -65,10 +66,9 @@ def blocks_of(root):
             while end < len(lines) and lines[end].rstrip() != "```":
                 end += 1
             previous = next((lines[i].strip() for i in range(start - 1, -1, -1) if lines[i].strip()), "")
-            block = Block(relative, start + 1, language, "\n".join(lines[start + 1:end]) + "\n", previous == FRAGMENT)
             counts[language] = counts.get(language, 0) + 1
-            block.number = counts[language]
-            yield block
+            yield Block(relative, start + 1, language, "\n".join(lines[start + 1:end]) + "\n", previous == FRAGMENT,
+                        counts[language])
             index = end + 1
 
 
@@ -149,7 +149,7 @@ def run_process(command, folder, environment):
     return []
 
 
-def run(block, arguments, root, folder, environment):
+def run(block, arguments, folder, environment):
     if block.language == "console":
         return run_console(block, folder, environment)
     if block.language == "cpp":
@@ -203,7 +203,7 @@ def main():
                 (folder / name).symlink_to(root / name)
             (folder / "build").mkdir()
             (folder / "build" / "release").symlink_to(Path(arguments.build).resolve())
-            failures = run(block, arguments, root, folder, environment)
+            failures = run(block, arguments, folder, environment)
         ran += 1
         print(f"{block.where}: {block.language}: {'FAILED' if failures else 'ok'}")
         for failure in failures:
