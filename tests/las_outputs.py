@@ -179,7 +179,7 @@ with tempfile.TemporaryDirectory() as folder:
     if las is not None:
         check(las["header"]["scale"] == [0.001] * 3 and las["dimensions"]["X"] == [0.0, 5000.0], "coarse X")
 
-    # The EPSG code as WKT from PROJ, with the WKT bit; no WKT bit without... the code in the WKT's authority.
+    # The EPSG code as WKT from PROJ on one line, its code in the authority, with the WKT bit.
     for epsg, name in (("25832", "UTM zone 32N"), ("4326", "WGS 84")):
         result = run("--epsg", epsg, "-o", "e.las", "c.txt")
         las = read("e.las") if result.returncode == 0 else None
@@ -190,6 +190,20 @@ with tempfile.TemporaryDirectory() as folder:
     las = read("e.las")
     check(las is not None and las["wkt"] is None and las["header"]["vlrCount"] == 0 and
           las["header"]["pointDataRecordFormat"] == 6, "no EPSG: no WKT record, format 6 without rgb")
+
+    # A code PROJ does not know goes in as a GeoTIFF key, without the WKT bit, and the host says so.
+    result = run("--epsg", "32767", "-o", "e.las", "c.txt")
+    las = read("e.las") if result.returncode == 0 else None
+    check(las is not None and "EPSG:32767 is not in PROJ's database" in result.stderr
+          and las["header"]["globalEncoding"] & 16 == 0
+          and [(v["userId"], v["recordId"]) for v in las["vlrs"]] == [("LASF_Projection", 34735)],
+          f"unknown EPSG as a GeoTIFF key: {result.stderr}")
+
+    # --las-scale: one or three positive numbers, and only for a .las output.
+    for arguments in (["--las-scale", "0", "-o", "e.las"], ["--las-scale", "0.1,0.1", "-o", "e.las"],
+                      ["--las-scale", "0.01", "-o", "e.ply"]):
+        result = run(*arguments, "c.txt")
+        check(result.returncode == 2 and "--las-scale" in result.stderr, f"{arguments}: {result.stderr}")
 
     # Real tables: UTM coordinates of 2 decimals, and a rock face of 8 decimals at northings of 5.1e6 (11 m of
     # them fit int32 at 1e-8), exact through copc.

@@ -386,26 +386,25 @@ int decimalsOf(double value) {
 }
 
 std::optional<std::array<double, 3>> parseLasScale(const std::string& text) {
-    std::array<double, 3> scale{};
-    std::size_t count = 0, start = 0;
-    while (count < 3) {
+    std::vector<double> scales;
+    for (std::size_t start = 0;;) {
         const std::size_t end = std::min(text.find(',', start), text.size());
         const std::string piece = text.substr(start, end - start);
         std::size_t used = 0;
+        double scale = 0;
         try {
-            scale[count] = std::stod(piece, &used);
+            scale = std::stod(piece, &used);
         } catch (const std::exception&) {
             return std::nullopt;
         }
-        if (used != piece.size() || !(scale[count] > 0) || !std::isfinite(scale[count])) return std::nullopt;
-        ++count;
+        if (used != piece.size() || !(scale > 0) || !std::isfinite(scale)) return std::nullopt;
+        scales.push_back(scale);
         if (end == text.size()) break;
         start = end + 1;
     }
-    if (start < text.size() && count == 3 && text.find(',', start) != std::string::npos) return std::nullopt;
-    if (count == 1) scale[1] = scale[2] = scale[0];
-    if (count == 2) return std::nullopt;
-    return scale;
+    if (scales.size() == 1) return std::array<double, 3>{scales[0], scales[0], scales[0]};
+    if (scales.size() == 3) return std::array<double, 3>{scales[0], scales[1], scales[2]};
+    return std::nullopt;
 }
 
 LasWritten writeLas(const Tessel::Grid& grid, const std::string& file, const LasOptions& options) {
@@ -492,10 +491,12 @@ LasWritten writeLas(const Tessel::Grid& grid, const std::string& file, const Las
     if (const std::optional<long long> epsg = epsgOf(grid)) {
         if (std::optional<std::string> wkt = wktOf(*epsg)) {
             vlrs.push_back({"LASF_Projection", WktRecordId, "OGC WKT", *wkt + '\0'});
-        } else {
+        } else if (*epsg > 0 && *epsg <= std::numeric_limits<std::uint16_t>::max()) {
             globalEncoding = 0;
             vlrs.push_back({"LASF_Projection", GeoKeyRecordId, "GeoTIFF GeoKeyDirectoryTag", geoKeysOf(*epsg)});
             written.notes.push_back(m::fill(canWriteLasWkt() ? m::LasUnknownEpsg : m::LasNoProj, file.c_str(), *epsg));
+        } else {
+            written.notes.push_back(m::fill(m::LasEpsgNotStored, file.c_str(), *epsg));
         }
     }
     if (!layout.extras.empty()) {
@@ -572,8 +573,9 @@ LasWritten writeLas(const Tessel::Grid& grid, const std::string& file, const Las
     }
     const std::size_t perWrite = std::max<std::size_t>(1, (1u << 20) / recordLength);
     std::vector<char> buffer(perWrite * recordLength);
-    auto value = [&](std::size_t s, double otherwise) {
-        const std::optional<std::size_t>& index = layout.standard[s];
+    // A standard dimension's value in the current row, where a field gives it (the table's order is the enum's).
+    auto value = [&](Dimension dimension, double otherwise) {
+        const std::optional<std::size_t>& index = layout.standard[static_cast<std::size_t>(dimension)];
         return index ? columns[*index].component(current[*index], 0) : otherwise;
     };
     auto put = [](char* at, auto v) { std::memcpy(at, &v, sizeof v); };
@@ -587,23 +589,23 @@ LasWritten writeLas(const Tessel::Grid& grid, const std::string& file, const Las
                 Axis& axis = axes[a];
                 const double v = point.component(current[layout.point], a);
                 const double steps = axis.steps(v);
-                put(record + 4 * a, static_cast<std::int32_t>(steps));
+                put(record + std::size_t{4} * a, static_cast<std::int32_t>(steps));
                 if (axis.noteRounding)
                     axis.rounded = std::max(axis.rounded, std::fabs(steps * axis.scale + axis.offset - v));
             }
-            put(record + 12, static_cast<std::uint16_t>(value(0, 0)));
-            const auto returnNumber = static_cast<unsigned>(value(1, 1));
-            const auto returns = static_cast<unsigned>(value(2, std::max(returnNumber, 1u)));
+            put(record + 12, static_cast<std::uint16_t>(value(Dimension::Intensity, 0)));
+            const auto returnNumber = static_cast<unsigned>(value(Dimension::ReturnNumber, 1));
+            const auto returns = static_cast<unsigned>(value(Dimension::NumberOfReturns, std::max(returnNumber, 1u)));
             put(record + 14, static_cast<std::uint8_t>(returnNumber | (returns << 4)));
-            put(record + 16, static_cast<std::uint8_t>(value(3, 0)));
-            put(record + 17, static_cast<std::uint8_t>(value(6, 0)));
-            put(record + 18, static_cast<std::int16_t>(std::nearbyint(value(5, 0) / ScanAngleStep)));
-            put(record + 20, static_cast<std::uint16_t>(value(7, 0)));
-            put(record + 22, value(4, 0));
+            put(record + 16, static_cast<std::uint8_t>(value(Dimension::Classification, 0)));
+            put(record + 17, static_cast<std::uint8_t>(value(Dimension::UserData, 0)));
+            put(record + 18, static_cast<std::int16_t>(std::nearbyint(value(Dimension::ScanAngle, 0) / ScanAngleStep)));
+            put(record + 20, static_cast<std::uint16_t>(value(Dimension::SourceId, 0)));
+            put(record + 22, value(Dimension::GpsTime, 0));
             if (layout.colour) {
                 const Column& colour = columns[*layout.colour];
                 for (unsigned c = 0; c < 3; ++c)
-                    put(record + 30 + 2 * c,
+                    put(record + 30 + std::size_t{2} * c,
                         static_cast<std::uint16_t>(colour.component(current[*layout.colour], c) * 257));
             }
             for (std::size_t e = 0; e < layout.extras.size(); ++e) {

@@ -105,6 +105,8 @@ inline constexpr std::string_view LasNoProj =
     "%s: this build has no PROJ (libproj-dev): EPSG:%lld is stored as a GeoTIFF key, without WKT";
 inline constexpr std::string_view LasUnknownEpsg =
     "%s: EPSG:%lld is not in PROJ's database: stored as a GeoTIFF key, without WKT";
+inline constexpr std::string_view LasEpsgNotStored =
+    "%s: EPSG:%lld is neither in PROJ's database nor a GeoTIFF key (1 to 65535): the file names no coordinate system";
 inline constexpr std::string_view LasTooManyExtras =
     "cannot write %s: the extra fields take %zu bytes a point, more than a LAS point record holds";
 inline constexpr std::string_view IntensityRange = "whole numbers from 0 to 65535";
