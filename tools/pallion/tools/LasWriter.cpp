@@ -427,28 +427,31 @@ LasWritten writeLas(const Tessel::Grid& grid, const std::string& file, const Las
         return {m::fill(m::LasTooManyExtras, file.c_str(), layout.extraBytes), {}};
 
     // The coordinates' ranges and decimals, before anything is written.
+    static_assert(sizeof(Tessel::Point) == 3 * sizeof(double), "a point is read as three doubles side by side");
     Seen seen[3];
     Column& point = columns[layout.point];
-    for (std::uint64_t i = 0; i < points; ++i) {
-        const char* element = point.next();
-        for (unsigned a = 0; a < 3; ++a) {
-            const double v = point.component(element, a);
-            if (!std::isfinite(v))
-                return {m::fill(m::LasNotFinite, file.c_str(), "XYZ"[a], static_cast<unsigned long long>(i),
-                                shortest(v).c_str()),
-                        {}};
-            Seen& s = seen[a];
-            s.low = std::min(s.low, v);
-            s.high = std::max(s.high, v);
-            if (s.beyond || exactAt(v, s.decimals)) continue;
-            const int d = decimalsOf(v);
-            if (d < 0)
-                s.beyond = true;
-            else
-                s.decimals = std::max(s.decimals, d);
+    std::uint64_t i = 0;
+    for (const auto& [data, count] : point.arrays)
+        for (std::uint64_t j = 0; j < count; ++j, ++i) {
+            double xyz[3];
+            std::memcpy(xyz, data + j * sizeof xyz, sizeof xyz);
+            for (unsigned a = 0; a < 3; ++a) {
+                const double v = xyz[a];
+                if (!std::isfinite(v))
+                    return {m::fill(m::LasNotFinite, file.c_str(), "XYZ"[a], static_cast<unsigned long long>(i),
+                                    shortest(v).c_str()),
+                            {}};
+                Seen& s = seen[a];
+                s.low = std::min(s.low, v);
+                s.high = std::max(s.high, v);
+                if (s.beyond || exactAt(v, s.decimals)) continue;
+                const int d = decimalsOf(v);
+                if (d < 0)
+                    s.beyond = true;
+                else
+                    s.decimals = std::max(s.decimals, d);
+            }
         }
-    }
-    point.rewind();
     Axis axes[3];
     for (unsigned a = 0; a < 3; ++a) {
         if (points == 0) break;  // no values: scale 1, offset 0
@@ -585,9 +588,11 @@ LasWritten writeLas(const Tessel::Grid& grid, const std::string& file, const Las
         for (std::size_t i = 0; i < n; ++i) {
             char* record = buffer.data() + i * recordLength;
             for (std::size_t c = 0; c < columns.size(); ++c) current[c] = columns[c].next();
+            double xyz[3];
+            std::memcpy(xyz, current[layout.point], sizeof xyz);
             for (unsigned a = 0; a < 3; ++a) {
                 Axis& axis = axes[a];
-                const double v = point.component(current[layout.point], a);
+                const double v = xyz[a];
                 const double steps = axis.steps(v);
                 put(record + std::size_t{4} * a, static_cast<std::int32_t>(steps));
                 if (axis.noteRounding)
