@@ -91,7 +91,8 @@ with tempfile.TemporaryDirectory() as folder:
                   f"{d} decimals: {axis} offset {h['offset'][i]} a whole number of steps")
 
     # Every standard dimension, rgb (v * 257), and an extra-bytes column in each of the nine element types, the
-    # standard ones in element types other than their own; a second point and rgb field go to the extras too.
+    # standard ones in element types other than their own; a second point and rgb field go to the extras too, and
+    # a field named like a dimension of the record gets a name of its own.
     k = 64
     table = {
         "X": decimal_tokens(rng, k, 2, 0, 100), "Y": decimal_tokens(rng, k, 2, 0, 100),
@@ -114,7 +115,7 @@ with tempfile.TemporaryDirectory() as folder:
              "NumberOfReturns:int:NumberOfReturns,CLASSIFICATION:float:CLASSIFICATION,GPSTime:double:GPSTime,"
              "ScanAngle:float:ScanAngle,UserData:uint32_t:UserData,PointSourceId:double:PointSourceId,C:rgb:R+G+B,"
              "ed:double:ed,ef:float:ef,ei:int:ei,e8:uint8_t:e8,e16:uint16_t:e16,e32:uint32_t:e32,"
-             "ep:point:ed+ef+ei,en:tvector:ef+ed+ei,ec:rgb:e8+R+G")
+             "ep:point:ed+ef+ei,en:tvector:ef+ed+ei,ec:rgb:e8+R+G,z:double:ed")
     write_table("d.txt", list(table), list(table.values()))
     result = run("--header", "1", "--block", "5", "--parse", parse, "-o", "d.las", "d.txt")
     check(result.returncode == 0, f"dimensions: status {result.returncode} {result.stderr}")
@@ -142,6 +143,7 @@ with tempfile.TemporaryDirectory() as folder:
             "ep_z": ("float", 8, [float(t) for t in table["ei"]]), "en_x": ("float", 8, [float(t) for t in table["ef"]]),
             "en_z": ("float", 8, [float(t) for t in table["ei"]]), "ec_r": ("unsigned", 1, as_ints("e8")),
             "ec_g": ("unsigned", 1, as_ints("R")), "ec_b": ("unsigned", 1, as_ints("G")),
+            "z_2": ("float", 8, [float(t) for t in table["ed"]]),  # a name of the record's own taken by no extra
         }
         described = {e["name"]: (e["type"], e["length"]) for e in las["extraBytes"]}
         for name, (kind, length, values) in expected.items():

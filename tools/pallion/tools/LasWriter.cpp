@@ -6,6 +6,7 @@
 #include <ctime>
 #include <limits>
 #include <memory>
+#include <set>
 #include <sstream>
 #include <string_view>
 
@@ -158,8 +159,44 @@ struct Layout {
     std::size_t extraBytes = 0;
 };
 
+std::string lowerCase(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+// An extra column's name, at most 32 bytes, that no dimension of the record
+// and no earlier extra column has (any case), so that a reader that finds
+// dimensions by name finds each: "Z" becomes "Z_2".
+std::string extraName(const std::string& wanted, std::set<std::string>& taken) {
+    std::string name = wanted.substr(0, 32);
+    for (int k = 2; taken.count(lowerCase(name)) > 0; ++k) name = wanted.substr(0, 28) + '_' + std::to_string(k);
+    taken.insert(lowerCase(name));
+    return name;
+}
+
 Layout layoutOf(const Tessel::Grid& grid, bool& hasPoint) {
     Layout layout;
+    std::set<std::string> taken = {"x",
+                                   "y",
+                                   "z",
+                                   "intensity",
+                                   "returnnumber",
+                                   "numberofreturns",
+                                   "classification",
+                                   "userdata",
+                                   "scanangle",
+                                   "pointsourceid",
+                                   "gpstime",
+                                   "red",
+                                   "green",
+                                   "blue",
+                                   "synthetic",
+                                   "keypoint",
+                                   "withheld",
+                                   "overlap",
+                                   "scannerchannel",
+                                   "scandirectionflag",
+                                   "edgeofflightline"};
     hasPoint = false;
     for (const auto& field : grid.fields()) {
         if (field->fragments().empty()) continue;
@@ -192,7 +229,7 @@ Layout layoutOf(const Tessel::Grid& grid, bool& hasPoint) {
                     layout.colour = index;
                     return;
                 }
-            } else if (const Standard* standard = standardOf(field->fieldName())) {
+            } else if (const Standard* standard = Traits::components == 1 ? standardOf(field->fieldName()) : nullptr) {
                 auto& slot = layout.standard[standard - Standards];
                 if (!slot) {
                     slot = index;
@@ -202,7 +239,7 @@ Layout layoutOf(const Tessel::Grid& grid, bool& hasPoint) {
             for (unsigned c = 0; c < Traits::components; ++c) {
                 std::string name = field->fieldName();
                 if (Traits::components > 1) name += '_' + Traits::componentName(static_cast<int>(c));
-                layout.extras.push_back({index, c, name.substr(0, 32)});
+                layout.extras.push_back({index, c, extraName(name, taken)});
                 layout.extraBytes += sizeof(C);
             }
         });
