@@ -181,6 +181,16 @@ with tempfile.TemporaryDirectory() as folder:
     if las is not None:
         check(las["header"]["scale"] == [0.001] * 3 and las["dimensions"]["X"] == [0.0, 5000.0], "coarse X")
 
+    # Values of more than 9 decimals: written at 1e-9 with a warning; a range that fits no such scale: refused.
+    pathlib.Path("m.txt").write_text("X Y Z\n0.1234567891 1 2\n0.5 3 4\n")
+    result = run("-o", "m.las", "m.txt")
+    check(result.returncode == 0 and "X holds values with more than 9 decimals; stored at the scale 1e-09" in
+          result.stderr, f"more than 9 decimals: {result.stderr}")
+    pathlib.Path("m.txt").write_text("X Y Z\n-1e300 1 2\n1e300 3 4\n")
+    result = run("-o", "m.las", "m.txt")
+    check(result.returncode == 1 and "at any scale from 1 to 1e-09; --las-scale 1e+291 fits" in result.stderr,
+          f"too wide at any decimals: {result.stderr}")
+
     # The EPSG code as WKT from PROJ on one line, its code in the authority, with the WKT bit.
     for epsg, name in (("25832", "UTM zone 32N"), ("4326", "WGS 84")):
         result = run("--epsg", epsg, "-o", "e.las", "c.txt")
@@ -200,6 +210,12 @@ with tempfile.TemporaryDirectory() as folder:
           and las["header"]["globalEncoding"] & 16 == 0
           and [(v["userId"], v["recordId"]) for v in las["vlrs"]] == [("LASF_Projection", 34735)],
           f"unknown EPSG as a GeoTIFF key: {result.stderr}")
+
+    # Standard input, read once, in blocks of the library's size: the same file as the blocks of 17 rows above.
+    with open("c.txt") as table:
+        piped = subprocess.run([HOST, "-q", "--header", "1", "-o", "s.las", "-"], stdin=table, capture_output=True)
+    check(piped.returncode == 0 and pathlib.Path("s.las").read_bytes() == pathlib.Path("c.las").read_bytes(),
+          f"standard input gives the file's bytes: {piped.stderr}")
 
     # --las-scale: one or three positive numbers, and only for a .las output.
     for arguments in (["--las-scale", "0", "-o", "e.las"], ["--las-scale", "0.1,0.1", "-o", "e.las"],

@@ -307,7 +307,7 @@ std::optional<Axis> chooseAxis(const Seen& seen, char name, const std::optional<
         std::optional<Axis> axis = scaledAxis(seen, *given);
         if (!axis) {
             failure = m::fill(m::LasTooWideAtScale, file.c_str(), name, low.c_str(), high.c_str(),
-                              shortest(*given).c_str(), static_cast<unsigned long long>(stepsAt(seen, *given)));
+                              shortest(*given).c_str(), shortest(stepsAt(seen, *given)).c_str());
             return std::nullopt;
         }
         axis->noteRounding = seen.beyond || axis->decimals < seen.decimals;
@@ -326,10 +326,16 @@ std::optional<Axis> chooseAxis(const Seen& seen, char name, const std::optional<
         return axis;
     }
     const double scale = axis ? axis->scale : std::pow(10.0, std::ceil(std::log10(stepsAt(seen, 1) / MaxSteps)));
-    const double fine = 1.0 / powerOfTen(seen.beyond ? MostDecimals : seen.decimals);
+    const std::string suggested = shortest(scale), half = shortest(scale / 2);
+    if (seen.beyond) {
+        failure = m::fill(m::LasTooWideAtAnyDecimals, file.c_str(), name, low.c_str(), high.c_str(),
+                          options.scaleOption.c_str(), suggested.c_str(), name, half.c_str());
+        return std::nullopt;
+    }
+    const double fine = 1.0 / powerOfTen(seen.decimals);
     failure = m::fill(m::LasTooWide, file.c_str(), name, low.c_str(), high.c_str(), shortest(fine).c_str(),
-                      seen.beyond ? MostDecimals : seen.decimals, static_cast<unsigned long long>(stepsAt(seen, fine)),
-                      options.scaleOption.c_str(), shortest(scale).c_str(), name, shortest(scale / 2).c_str());
+                      seen.decimals, shortest(stepsAt(seen, fine)).c_str(), options.scaleOption.c_str(),
+                      suggested.c_str(), name, half.c_str());
     return std::nullopt;
 }
 

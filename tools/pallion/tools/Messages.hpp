@@ -91,10 +91,13 @@ inline constexpr std::string_view LasNotFinite = "cannot write %s: %c of point %
 inline constexpr std::string_view LasOutOfDimension =
     "cannot write %s: field %s, element %llu, is %s; the LAS dimension %s holds %s";
 inline constexpr std::string_view LasTooWide =
-    "cannot write %s: %c spans %s to %s; at the scale %s (the most decimals in the values, %d) that is %llu steps, "
+    "cannot write %s: %c spans %s to %s; at the scale %s (the most decimals in the values, %d) that is %s steps, "
     "more than the 2147483647 of a LAS coordinate; %s %s fits, rounding %c by up to %s";
+inline constexpr std::string_view LasTooWideAtAnyDecimals =
+    "cannot write %s: %c spans %s to %s, more than 2147483647 steps of a LAS coordinate at any scale from 1 to "
+    "1e-09; %s %s fits, rounding %c by up to %s";
 inline constexpr std::string_view LasTooWideAtScale =
-    "cannot write %s: %c spans %s to %s; at the scale %s that is %llu steps, more than the 2147483647 of a LAS "
+    "cannot write %s: %c spans %s to %s; at the scale %s that is %s steps, more than the 2147483647 of a LAS "
     "coordinate";
 inline constexpr std::string_view LasRounded = "%s: %c is stored at the scale %s, which rounds it by up to %s";
 inline constexpr std::string_view LasManyDecimals =
