@@ -60,7 +60,8 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
                 return Pallion::Tools::parseLasScale(text) ? std::string()
                                                            : messages::fill(m::BadLasScale, text.c_str());
             },
-            "", "S or SX,SY,SZ"));
+            "", ""))
+        ->type_name("S|SX,SY,SZ");
     app.add_flag("--strict", options.strict, std::string(m::StrictHelp));
     app.add_option("--max-line", maxLine, std::string(m::MaxLineHelp))
         ->check(wholeNumber)
