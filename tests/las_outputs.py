@@ -123,6 +123,7 @@ with tempfile.TemporaryDirectory() as folder:
     if las is not None:
         dims, h = las["dimensions"], las["header"]
         check(h["pointDataRecordFormat"] == 7 and h["headerLength"] == 375, "format 7, header of 375 bytes")
+        check(pathlib.Path("d.las").read_bytes()[107:131] == bytes(24), "the legacy point counts are 0")
         as_ints = lambda name: [int(t) for t in table[name]]
         for dimension, column in (("Intensity", "intensity"), ("ReturnNumber", "return_number"),
                                   ("NumberOfReturns", "NumberOfReturns"), ("Classification", "CLASSIFICATION"),
