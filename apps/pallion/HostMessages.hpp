@@ -16,7 +16,7 @@ using Pallion::Tools::messages::fill;
 inline constexpr std::string_view Program = "pallion";
 inline constexpr std::string_view Description =
     "Converts delimited text tables of points (or trajectory files with --trajectory) into the fields of a grid,\n"
-    "prints what the grid holds, and writes it to a PLY or HDF5 file with --output.  The delimiter, the header\n"
+    "prints what the grid holds, and writes it to a PLY, HDF5 or LAS file with --output.  The delimiter, the header\n"
     "lines and the fields are guessed from the first lines of the first file where no option names them, and\n"
     "every guess is printed.  A pipe, a FIFO or standard input (-) is read once and nothing is guessed.";
 inline constexpr std::string_view Prefix = "pallion: ";
@@ -46,8 +46,10 @@ inline constexpr std::string_view PreviewHelp =
     "write a top-down picture of the first point field to this PNG file, coloured by height or by the first rgb field";
 inline constexpr std::string_view OutputHelp =
     "write the grid to this file after a conversion that read everything: .ply (binary PLY, one vertex per row: "
-    "the point field as x y z, rgb as red green blue, tvector as nx ny nz, every scalar field a property) or .h5 "
-    "(HDF5: the whole grid, a group per field, a dataset per fragment)";
+    "the point field as x y z, rgb as red green blue, tvector as nx ny nz, every scalar field a property), .h5 "
+    "(HDF5: the whole grid, a group per field, a dataset per fragment) or .las (LAS 1.4, point format 6 or 7 with rgb; "
+    "standard dimensions from the field names, every other field as extra bytes; coordinates exact at their "
+    "decimals, 8-bit colours as v*257)";
 inline constexpr std::string_view StrictHelp =
     "fail before converting where the check of the first 1000 rows finds a token that the standard conversion cuts "
     "short (\"11,5\" read as 11) or an integer out of its type's range (300 in a uint8_t stored as 44)";
@@ -58,7 +60,12 @@ inline constexpr std::string_view QuietHelp =
     "print no guesses, warnings or progress bar; the summary and failures still";
 inline constexpr std::string_view VersionHelp = "print the version and exit";
 inline constexpr std::string_view BadOutput =
-    "--output: \"%s\": the format is taken from the extension, which must be .ply or .h5";
+    "--output: \"%s\": the format is taken from the extension, which must be .ply, .h5 or .las";
+inline constexpr std::string_view LasScaleHelp =
+    "the scale of a .las file's coordinates, one for x, y and z or three as SX,SY,SZ; default: 10^-d per axis, d the "
+    "most decimals in its values, so that every coordinate reads back as written";
+inline constexpr std::string_view BadLasScale = "\"%s\" is not one positive number nor three joined by commas";
+inline constexpr std::string_view LasScaleWithoutLas = "--las-scale is for an --output file ending in .las";
 inline constexpr std::string_view Examples =
     "Examples:\n"
     "  pallion points.txt                      guess the delimiter, header and fields, print a summary\n"

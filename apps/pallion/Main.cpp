@@ -19,6 +19,7 @@
 #include "Summary.hpp"
 #include "pallion/Pallion.hpp"
 #include "pallion/tools/FailureContext.hpp"
+#include "pallion/tools/LasWriter.hpp"
 #include "pallion/tools/Preflight.hpp"
 #include "pallion/tools/Sniff.hpp"
 #include "pallion/tools/Writers.hpp"
@@ -142,7 +143,14 @@ int run(int argc, char** argv) {
     // The output file only after a conversion that read everything.
     std::string writeFailure;
     if (!options.output.empty() && !report.partial) {
-        writeFailure = Pallion::Tools::writeGrid(grid, options.output);
+        if (Pallion::Tools::outputFormatOf(options.output) == Pallion::Tools::OutputFormat::Las) {
+            // What the file holds otherwise than the grid is told even with --quiet.
+            Pallion::Tools::LasWritten las = Pallion::Tools::writeLas(grid, options.output, {options.lasScale});
+            for (const std::string& note : las.notes) std::cerr << m::Prefix << m::Warning << note << '\n';
+            writeFailure = std::move(las.failure);
+        } else {
+            writeFailure = Pallion::Tools::writeGrid(grid, options.output);
+        }
         if (writeFailure.empty()) report.output = options.output;
     }
 

@@ -8,6 +8,7 @@
 
 #include "HostMessages.hpp"
 #include "pallion/Pallion.hpp"
+#include "pallion/tools/LasWriter.hpp"
 #include "pallion/tools/Writers.hpp"
 
 namespace host {
@@ -17,7 +18,7 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     CommandLine result;
     Options options;
     std::int64_t epsg = 0, block = 0, maxLine = 0;
-    std::string header = "auto", delimiter = "auto";
+    std::string header = "auto", delimiter = "auto", lasScale;
 
     // Before the range check, so that "abc" is not called out of range.
     const CLI::Validator wholeNumber(
@@ -52,7 +53,15 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     app.add_flag("--trajectory", options.trajectory, std::string(m::TrajectoryHelp));
     app.add_flag("--json", options.json, std::string(m::JsonHelp));
     app.add_option("--preview", options.preview, std::string(m::PreviewHelp))->type_name("FILE.png");
-    app.add_option("-o,--output", options.output, std::string(m::OutputHelp))->type_name("FILE.ply|FILE.h5");
+    app.add_option("-o,--output", options.output, std::string(m::OutputHelp))->type_name("FILE.ply|FILE.h5|FILE.las");
+    app.add_option("--las-scale", lasScale, std::string(m::LasScaleHelp))
+        ->check(CLI::Validator(
+            [](std::string& text) -> std::string {
+                return Pallion::Tools::parseLasScale(text) ? std::string()
+                                                           : messages::fill(m::BadLasScale, text.c_str());
+            },
+            "", ""))
+        ->type_name("S|SX,SY,SZ");
     app.add_flag("--strict", options.strict, std::string(m::StrictHelp));
     app.add_option("--max-line", maxLine, std::string(m::MaxLineHelp))
         ->check(wholeNumber)
@@ -94,6 +103,14 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
         result.exitStatus = 2;
         result.err = std::string(m::Prefix) + messages::fill(m::BadOutput, options.output.c_str()) + '\n';
         return result;
+    }
+    if (!lasScale.empty()) {
+        if (Pallion::Tools::outputFormatOf(options.output) != Pallion::Tools::OutputFormat::Las) {
+            result.exitStatus = 2;
+            result.err = std::string(m::Prefix) + std::string(m::LasScaleWithoutLas) + '\n';
+            return result;
+        }
+        options.lasScale = Pallion::Tools::parseLasScale(lasScale);
     }
     result.options = options;
     return result;

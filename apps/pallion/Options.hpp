@@ -2,6 +2,7 @@
 // option and what it allows.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -16,9 +17,10 @@ struct Options {
     bool trajectory = false;
     bool json = false;
     std::string preview;
-    std::string output;   // .ply or .h5, written after a conversion that read everything
-    bool strict = false;  // the pre-flight check's warnings fail the run before it converts
-    bool quiet = false;   // no guesses, warnings or bar; failures still
+    std::string output;  // .ply, .h5 or .las, written after a conversion that read everything
+    std::optional<std::array<double, 3>> lasScale;  // the scale of a .las file's x, y, z instead of the chosen one
+    bool strict = false;                            // the pre-flight check's warnings fail the run before it converts
+    bool quiet = false;                             // no guesses, warnings or bar; failures still
 };
 
 // What the command line asks for: options to run with, or an exit status

@@ -14,17 +14,17 @@ _pallion() {
             COMPREPLY=($(compgen -W "auto Positions:point:0+1+2 Positions:point:X+Y+Z" -- "$cur"))
             return ;;
         -o|--output)
-            COMPREPLY=($(compgen -f -X '!*.@(ply|h5|hdf5)' -- "$cur") $(compgen -d -- "$cur"))
+            COMPREPLY=($(compgen -f -X '!*.@(ply|h5|hdf5|las)' -- "$cur") $(compgen -d -- "$cur"))
             return ;;
         --preview)
             COMPREPLY=($(compgen -f -X '!*.png' -- "$cur") $(compgen -d -- "$cur"))
             return ;;
-        --block|--epsg|--max-line)
+        --block|--epsg|--max-line|--las-scale)
             return ;;
     esac
     if [[ "$cur" == -* ]]; then
         COMPREPLY=($(compgen -W "--header --delimiter --block --epsg --parse --trajectory --json --preview
-            --output --strict --max-line --quiet --version --help" -- "$cur"))
+            --output --las-scale --strict --max-line --quiet --version --help" -- "$cur"))
     else
         COMPREPLY=($(compgen -f -- "$cur"))
     fi

@@ -76,13 +76,47 @@ inline constexpr std::string_view CannotRead = "cannot read %s: %s";
 // Output files.
 inline constexpr std::string_view CannotWriteFile = "cannot write %s: %s";
 inline constexpr std::string_view UnknownFormat =
-    "cannot write %s: the format is taken from the extension, .ply or .h5";
+    "cannot write %s: the format is taken from the extension, .ply, .h5 or .las";
 inline constexpr std::string_view NoHdf5 =
     "cannot write %s: this build has no HDF5 (libhdf5-dev); build it again with it";
 inline constexpr std::string_view NoPointField = "cannot write %s: no point field to give x, y, z";
 inline constexpr std::string_view CountsDiffer =
     "cannot write %s: a PLY vertex takes one element of every field, but the fields' element counts differ: %s";
 inline constexpr std::string_view Hdf5Failed = "cannot write %s: HDF5 failed to %s";
+
+// LAS output; %c is the axis, the numbers are printed as they are stored.
+inline constexpr std::string_view LasCountsDiffer =
+    "cannot write %s: a LAS point record takes one element of every field, but the fields' element counts differ: %s";
+inline constexpr std::string_view LasNotFinite = "cannot write %s: %c of point %llu is %s; a LAS coordinate is finite";
+inline constexpr std::string_view LasOutOfDimension =
+    "cannot write %s: field %s, element %llu, is %s; the LAS dimension %s holds %s";
+inline constexpr std::string_view LasTooWide =
+    "cannot write %s: %c spans %s to %s; at the scale %s (the most decimals in the values, %d) that is %s steps, "
+    "more than the 2147483647 of a LAS coordinate; %s %s fits, rounding %c by up to %s";
+inline constexpr std::string_view LasTooWideAtAnyDecimals =
+    "cannot write %s: %c spans %s to %s, more than 2147483647 steps of a LAS coordinate at any scale from 1 to "
+    "1e-09; %s %s fits, rounding %c by up to %s";
+inline constexpr std::string_view LasTooWideAtScale =
+    "cannot write %s: %c spans %s to %s; at the scale %s that is %s steps, more than the 2147483647 of a LAS "
+    "coordinate";
+inline constexpr std::string_view LasRounded = "%s: %c is stored at the scale %s, which rounds it by up to %s";
+inline constexpr std::string_view LasManyDecimals =
+    "%s: %c holds values with more than 9 decimals; stored at the scale %s, rounded by up to %s";
+inline constexpr std::string_view LasScanAngleRounded =
+    "%s: ScanAngle is stored in steps of 0.006 degrees, which round the field %s by up to %s degrees";
+inline constexpr std::string_view LasNoProj =
+    "%s: this build has no PROJ (libproj-dev): EPSG:%lld is stored as a GeoTIFF key, without WKT";
+inline constexpr std::string_view LasUnknownEpsg =
+    "%s: EPSG:%lld is not in PROJ's database: stored as a GeoTIFF key, without WKT";
+inline constexpr std::string_view LasEpsgNotStored =
+    "%s: EPSG:%lld is neither in PROJ's database nor a GeoTIFF key (1 to 65535): the file names no coordinate system";
+inline constexpr std::string_view LasTooManyExtras =
+    "cannot write %s: the extra fields take %zu bytes a point, more than a LAS point record holds";
+inline constexpr std::string_view IntensityRange = "whole numbers from 0 to 65535";
+inline constexpr std::string_view FourBitRange = "whole numbers from 0 to 15";
+inline constexpr std::string_view ByteRange = "whole numbers from 0 to 255";
+inline constexpr std::string_view AngleRange = "degrees from -180 to 180";
+inline constexpr std::string_view AnyFinite = "finite numbers";
 
 // Pre-flight check.
 inline constexpr std::string_view CutShort =

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "pallion/tools/GridValues.hpp"
+#include "pallion/tools/LasWriter.hpp"
 #include "pallion/tools/Messages.hpp"
 #include "pallion/tools/OutputFile.hpp"
 
@@ -89,6 +90,7 @@ OutputFormat outputFormatOf(const std::string& file) {
     const std::string extension = std::filesystem::path(file).extension().string();
     if (extension == ".ply" || extension == ".PLY") return OutputFormat::Ply;
     if (extension == ".h5" || extension == ".hdf5" || extension == ".H5") return OutputFormat::Hdf5;
+    if (extension == ".las" || extension == ".LAS") return OutputFormat::Las;
     return OutputFormat::Unknown;
 }
 
@@ -155,6 +157,8 @@ std::string writeGrid(const Tessel::Grid& grid, const std::string& file) {
             return writePly(grid, file);
         case OutputFormat::Hdf5:
             return writeHdf5(grid, file);
+        case OutputFormat::Las:
+            return writeLas(grid, file).failure;
         default:
             return messages::fill(messages::UnknownFormat, file.c_str());
     }

@@ -11,7 +11,7 @@
 namespace Pallion::Tools {
 
 // The formats, by the extension of the file name.
-enum class OutputFormat { Unknown, Ply, Hdf5 };
+enum class OutputFormat { Unknown, Ply, Hdf5, Las };
 OutputFormat outputFormatOf(const std::string& file);
 
 // Whether this build can write HDF5 files.
@@ -31,7 +31,7 @@ std::string writePly(const Tessel::Grid& grid, const std::string& file);
 // wrong, naming the file.
 std::string writeHdf5(const Tessel::Grid& grid, const std::string& file);
 
-// By the extension: .ply or .h5 (.hdf5).
+// By the extension: .ply, .h5 (.hdf5) or .las (with the default LasOptions).
 std::string writeGrid(const Tessel::Grid& grid, const std::string& file);
 
 }  // namespace Pallion::Tools

@@ -1,0 +1,89 @@
+"""The command-line host writing a .las file of a 10 M-row table, its time and peak memory, beside the same
+conversion without an output and, as the floor, numpy writing the same number of point records with tofile.
+
+    /usr/bin/python3 bench/las_bench.py PALLION [--rows N (10 M)] [--runs N (3)] [--keep DIR]
+
+The table is the xyz shape of convert_bench: three coordinates of three decimals, blank-delimited.  Each
+measurement runs in a process of its own (its peak memory is its maximum resident set), best of --runs."""
+import argparse
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import time
+
+import numpy as np
+
+FLOOR = """
+import sys, time, numpy as np
+rows = int(sys.argv[1])
+rng = np.random.default_rng(42)
+# The records of point format 6 (30 bytes): X, Y, Z as int32, the rest zero, built before the clock starts.
+records = np.zeros(rows, dtype=[("xyz", "<i4", 3), ("rest", "u1", 18)])
+records["xyz"] = rng.integers(0, 2**31 - 1, (rows, 3), dtype=np.int32)
+start = time.perf_counter()
+records.tofile(sys.argv[2])
+print(time.perf_counter() - start)
+"""
+
+
+def write_table(path, rows):
+    rng = np.random.default_rng(42)
+    with open(path, "w") as out:
+        for begin in range(0, rows, 1_000_000):
+            n = min(1_000_000, rows - begin)
+            whole = np.column_stack([512000 + rng.integers(0, 100000, n), rng.integers(0, 1000, n),
+                                     5403000 + rng.integers(0, 100000, n), rng.integers(0, 1000, n),
+                                     300 + rng.integers(0, 50, n), rng.integers(0, 1000, n)])
+            np.savetxt(out, whole, fmt="%d.%03d %d.%03d %d.%03d")
+
+
+def measure(arguments):
+    """Seconds and peak resident memory (MiB) of one child process; the child's own figure where it prints one."""
+    start = time.perf_counter()
+    child = subprocess.Popen(arguments, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    _, status, usage = os.wait4(child.pid, 0)
+    seconds = time.perf_counter() - start
+    out, err = child.stdout.read(), child.stderr.read()
+    if status != 0:
+        sys.exit(f"{arguments[0]} failed: {err.decode()}")
+    return seconds, usage.ru_maxrss / 1024, out.decode()
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("pallion")
+    parser.add_argument("--rows", type=int, default=10_000_000)
+    parser.add_argument("--runs", type=int, default=3)
+    parser.add_argument("--keep")
+    options = parser.parse_args()
+    with tempfile.TemporaryDirectory() as scratch:
+        folder = pathlib.Path(options.keep or scratch)
+        table = folder / f"xyz_{options.rows}.txt"
+        if not table.exists():
+            write_table(table, options.rows)
+        host = [options.pallion, "-q", "--header", "0", "--delimiter", "space", "--parse", "Positions:point:0+1+2"]
+        runs = {
+            "convert only": host + [str(table)],
+            "convert + .las": host + ["-o", str(folder / "out.las"), str(table)],
+            "numpy tofile": [sys.executable, "-c", FLOOR, str(options.rows), str(folder / "floor.bin")],
+        }
+        best = {name: (float("inf"), 0.0, 0.0) for name in runs}
+        for _ in range(options.runs):
+            for name, arguments in runs.items():
+                seconds, peak, out = measure(arguments)
+                written = float(out) if name == "numpy tofile" else seconds
+                if written < best[name][0]:
+                    best[name] = (written, peak, seconds)
+        size = table.stat().st_size / 1e6
+        print(f"{options.rows} rows, {size:.1f} MB of text, best of {options.runs}")
+        for name, (seconds, peak, whole) in best.items():
+            what = "the write alone" if name == "numpy tofile" else "the whole run"
+            print(f"{name:15} {seconds:7.3f} s ({what}), peak {peak:6.0f} MiB")
+        las = best["convert + .las"][0] - best["convert only"][0]
+        print(f"the .las write: {las:.3f} s for {(folder / 'out.las').stat().st_size / 1e6:.1f} MB; "
+              f"numpy's tofile of as many 30-byte records: {best['numpy tofile'][0]:.3f} s")
+
+
+main()

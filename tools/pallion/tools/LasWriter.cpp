@@ -1,0 +1,678 @@
+#include "pallion/tools/LasWriter.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <ctime>
+#include <limits>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string_view>
+
+#include "pallion/memory/Chunk.hpp"
+#include "pallion/tools/GridValues.hpp"
+#include "pallion/tools/Messages.hpp"
+#include "pallion/tools/OutputFile.hpp"
+
+#ifdef PALLION_TOOLS_PROJ
+#include <proj.h>
+#endif
+
+namespace Pallion::Tools {
+
+namespace {
+
+namespace m = messages;
+
+constexpr int MostDecimals = 9;
+constexpr double MaxSteps = std::numeric_limits<std::int32_t>::max();
+constexpr double ExactInteger = 9007199254740992.0;  // 2^53: every whole number below it is a double
+constexpr std::size_t HeaderSize = 375, VlrHeaderSize = 54, ExtraBytesRecordSize = 192;
+constexpr double ScanAngleStep = 0.006;  // degrees per unit of the record's scan angle
+constexpr std::uint16_t WktRecordId = 2112, GeoKeyRecordId = 34735, ExtraBytesRecordId = 4;
+constexpr std::uint16_t WktBit = 1u << 4;
+
+double powerOfTen(int d) {
+    static constexpr double powers[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
+    return powers[d];
+}
+
+// Whether `value` is the double of a decimal number with d decimals: the
+// whole number of steps divided by 10^d is correctly rounded, as the text's
+// reading was, so the two are the same double exactly when the text had at
+// most d decimals.
+bool exactAt(double value, int d) {
+    const double p = powerOfTen(d);
+    const double steps = std::nearbyint(value * p);
+    return std::fabs(steps) < ExactInteger && steps / p == value;
+}
+
+// A number as the messages print it: the fewest digits that give it back.
+std::string shortest(double value) {
+    std::ostringstream out;
+    out.precision(17);
+    for (int digits = 1; digits <= 17; ++digits) {
+        out.str({});
+        out.precision(digits);
+        out << value;
+        if (std::stod(out.str()) == value) break;
+    }
+    return out.str();
+}
+
+// The elements of one field over all its arrays, one after the other.
+struct Column {
+    const Tessel::Field* field = nullptr;
+    std::size_t elementBytes = 0;
+    unsigned components = 1;
+    std::size_t componentBytes = 0;
+    unsigned char extraType = 0;  // the extra bytes' data type of a component
+    std::string typeName;         // the parse string's name of the element type
+    double (*component)(const char*, unsigned) = nullptr;
+    std::vector<std::pair<const char*, std::uint64_t>> arrays;
+    std::size_t array = 0;
+    std::uint64_t at = 0;
+
+    const char* next() {
+        while (at == arrays[array].second) {
+            ++array;
+            at = 0;
+        }
+        return arrays[array].first + (at++) * elementBytes;
+    }
+    void rewind() { array = 0, at = 0; }
+};
+
+template <class C>
+constexpr unsigned char extraTypeOf() {
+    if constexpr (std::is_same_v<C, unsigned char>) return 1;
+    if constexpr (std::is_same_v<C, unsigned short>) return 3;
+    if constexpr (std::is_same_v<C, unsigned int>) return 5;
+    if constexpr (std::is_same_v<C, int>) return 6;
+    if constexpr (std::is_same_v<C, float>) return 9;
+    return 10;  // double
+}
+
+template <class C>
+double componentAsDouble(const char* element, unsigned c) {
+    C value;
+    std::memcpy(&value, element + c * sizeof(C), sizeof(C));
+    return static_cast<double>(value);
+}
+
+enum class Dimension {
+    Intensity,
+    ReturnNumber,
+    NumberOfReturns,
+    Classification,
+    GpsTime,
+    ScanAngle,
+    UserData,
+    SourceId
+};
+
+struct Standard {
+    Dimension dimension;
+    std::string_view key;  // the name in lower case without '_'
+    std::string_view name;
+    double low, high;
+    bool whole;
+    std::string_view holds;
+};
+
+constexpr double Infinite = std::numeric_limits<double>::infinity();
+constexpr Standard Standards[] = {
+    {Dimension::Intensity, "intensity", "Intensity", 0, 65535, true, m::IntensityRange},
+    {Dimension::ReturnNumber, "returnnumber", "ReturnNumber", 0, 15, true, m::FourBitRange},
+    {Dimension::NumberOfReturns, "numberofreturns", "NumberOfReturns", 0, 15, true, m::FourBitRange},
+    {Dimension::Classification, "classification", "Classification", 0, 255, true, m::ByteRange},
+    {Dimension::GpsTime, "gpstime", "GpsTime", -Infinite, Infinite, false, m::AnyFinite},
+    {Dimension::ScanAngle, "scanangle", "ScanAngle", -180, 180, false, m::AngleRange},
+    {Dimension::UserData, "userdata", "UserData", 0, 255, true, m::ByteRange},
+    {Dimension::SourceId, "pointsourceid", "PointSourceId", 0, 65535, true, m::IntensityRange},
+};
+
+const Standard* standardOf(const std::string& fieldName) {
+    std::string key;
+    for (const char c : fieldName)
+        if (c != '_') key += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (const Standard& standard : Standards)
+        if (standard.key == key) return &standard;
+    return nullptr;
+}
+
+// One column of the extra bytes: a component of a field.
+struct Extra {
+    std::size_t column;
+    unsigned component;
+    std::string name;
+};
+
+// The fields of the grid as the record takes them.
+struct Layout {
+    std::vector<Column> columns;
+    std::size_t point = 0;
+    std::optional<std::size_t> colour;
+    std::optional<std::size_t> standard[std::size(Standards)];
+    std::vector<Extra> extras;
+    std::size_t extraBytes = 0;
+};
+
+std::string lowerCase(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+// An extra column's name, at most 32 bytes, that no dimension of the record
+// and no earlier extra column has (any case), so that a reader that finds
+// dimensions by name finds each: "Z" becomes "Z_2".
+std::string extraName(const std::string& wanted, std::set<std::string>& taken) {
+    std::string name = wanted.substr(0, 32);
+    for (int k = 2; taken.count(lowerCase(name)) > 0; ++k) name = wanted.substr(0, 28) + '_' + std::to_string(k);
+    taken.insert(lowerCase(name));
+    return name;
+}
+
+Layout layoutOf(const Tessel::Grid& grid, bool& hasPoint) {
+    Layout layout;
+    std::set<std::string> taken = {"x",
+                                   "y",
+                                   "z",
+                                   "intensity",
+                                   "returnnumber",
+                                   "numberofreturns",
+                                   "classification",
+                                   "userdata",
+                                   "scanangle",
+                                   "pointsourceid",
+                                   "gpstime",
+                                   "red",
+                                   "green",
+                                   "blue",
+                                   "synthetic",
+                                   "keypoint",
+                                   "withheld",
+                                   "overlap",
+                                   "scannerchannel",
+                                   "scandirectionflag",
+                                   "edgeofflightline"};
+    hasPoint = false;
+    for (const auto& field : grid.fields()) {
+        if (field->fragments().empty()) continue;
+        withElementType(*field->fragments()[0].arrays[0], [&]<class T>() {
+            using Traits = Tessel::ElementTraits<T>;
+            using C = typename Traits::Component;
+            if (!fieldHolds<T>(*field)) return;
+            Column column;
+            column.field = field.get();
+            column.elementBytes = sizeof(T);
+            column.components = Traits::components;
+            column.componentBytes = sizeof(C);
+            column.extraType = extraTypeOf<C>();
+            column.typeName = Traits::parseName;
+            column.component = &componentAsDouble<C>;
+            forEachArray<T>(*field, [&](std::span<const T> elements) {
+                if (!elements.empty())
+                    column.arrays.emplace_back(reinterpret_cast<const char*>(elements.data()), elements.size());
+            });
+            const std::size_t index = layout.columns.size();
+            layout.columns.push_back(std::move(column));
+            if constexpr (std::is_same_v<T, Tessel::Point>) {
+                if (!hasPoint) {
+                    hasPoint = true;
+                    layout.point = index;
+                    return;
+                }
+            } else if constexpr (std::is_same_v<T, Tessel::Colour>) {
+                if (!layout.colour) {
+                    layout.colour = index;
+                    return;
+                }
+            } else if (const Standard* standard = Traits::components == 1 ? standardOf(field->fieldName()) : nullptr) {
+                auto& slot = layout.standard[standard - Standards];
+                if (!slot) {
+                    slot = index;
+                    return;
+                }
+            }
+            for (unsigned c = 0; c < Traits::components; ++c) {
+                std::string name = field->fieldName();
+                if (Traits::components > 1) name += '_' + Traits::componentName(static_cast<int>(c));
+                layout.extras.push_back({index, c, extraName(name, taken)});
+                layout.extraBytes += sizeof(C);
+            }
+        });
+    }
+    return layout;
+}
+
+// How one axis is stored: X = steps * scale + offset.
+struct Axis {
+    double scale = 1, offset = 0;
+    int decimals = -1;          // scale = 10^-decimals, or -1 for any other scale
+    double offsetSteps = 0;     // the offset in steps, a whole number (decimal scales)
+    bool noteRounding = false;  // whether the values may not come back as they are
+    double rounded = 0;         // the most a value moved
+
+    double steps(double v) const {
+        return decimals >= 0 ? std::nearbyint(v * powerOfTen(decimals)) - offsetSteps
+                             : std::nearbyint((v - offset) / scale);
+    }
+};
+
+// The values of one axis seen before writing.
+struct Seen {
+    double low = Infinite, high = -Infinite;
+    int decimals = 0;
+    bool beyond = false;  // some value has more than MostDecimals decimals
+};
+
+// The axis at the decimal scale 10^-d, its offset a whole number of units
+// where that still fits, else the minimum's own step; nothing where the
+// range does not fit a 32-bit record.
+std::optional<Axis> decimalAxis(const Seen& seen, int d) {
+    Axis axis;
+    axis.decimals = d;
+    axis.scale = 1.0 / powerOfTen(d);
+    const double p = powerOfTen(d);
+    if (std::fabs(seen.low) * p >= ExactInteger || std::fabs(seen.high) * p >= ExactInteger) return std::nullopt;
+    for (const double start : {std::floor(seen.low) * p, std::nearbyint(seen.low * p)}) {
+        axis.offsetSteps = start;
+        axis.offset = start / p;
+        if (axis.steps(seen.low) >= 0 && axis.steps(seen.high) <= MaxSteps) return axis;
+    }
+    return std::nullopt;
+}
+
+// Any scale: the offset a whole number of steps at or below the minimum.
+std::optional<Axis> scaledAxis(const Seen& seen, double scale) {
+    for (int d = 0; d <= MostDecimals; ++d)
+        if (scale == 1.0 / powerOfTen(d)) return decimalAxis(seen, d);
+    Axis axis;
+    axis.scale = scale;
+    axis.offset = std::floor(seen.low / scale) * scale;
+    const double high = (seen.high - axis.offset) / scale;
+    if (!(high <= MaxSteps) || axis.steps(seen.low) < -MaxSteps) return std::nullopt;
+    return axis;
+}
+
+double stepsAt(const Seen& seen, double scale) { return std::ceil((seen.high - seen.low) / scale); }
+
+// The axis for the values seen, or the refusal that says why none fits.
+std::optional<Axis> chooseAxis(const Seen& seen, char name, const std::optional<double>& given,
+                               const LasOptions& options, const std::string& file, std::string& failure) {
+    const std::string low = shortest(seen.low), high = shortest(seen.high);
+    if (given) {
+        std::optional<Axis> axis = scaledAxis(seen, *given);
+        if (!axis) {
+            failure = m::fill(m::LasTooWideAtScale, file.c_str(), name, low.c_str(), high.c_str(),
+                              shortest(*given).c_str(), shortest(stepsAt(seen, *given)).c_str());
+            return std::nullopt;
+        }
+        axis->noteRounding = seen.beyond || axis->decimals < seen.decimals;
+        return axis;
+    }
+    if (!seen.beyond) {
+        if (std::optional<Axis> axis = decimalAxis(seen, seen.decimals)) return axis;
+    }
+    // The finest decimal scale that fits: taken where the values have more
+    // decimals than any scale keeps, offered otherwise.
+    int d = seen.beyond ? MostDecimals : seen.decimals - 1;
+    std::optional<Axis> axis;
+    for (; d >= 0 && !axis; --d) axis = decimalAxis(seen, d);
+    if (axis && seen.beyond) {
+        axis->noteRounding = true;
+        return axis;
+    }
+    const double scale = axis ? axis->scale : std::pow(10.0, std::ceil(std::log10(stepsAt(seen, 1) / MaxSteps)));
+    const std::string suggested = shortest(scale), half = shortest(scale / 2);
+    if (seen.beyond) {
+        failure = m::fill(m::LasTooWideAtAnyDecimals, file.c_str(), name, low.c_str(), high.c_str(),
+                          options.scaleOption.c_str(), suggested.c_str(), name, half.c_str());
+        return std::nullopt;
+    }
+    const double fine = 1.0 / powerOfTen(seen.decimals);
+    failure = m::fill(m::LasTooWide, file.c_str(), name, low.c_str(), high.c_str(), shortest(fine).c_str(),
+                      seen.decimals, shortest(stepsAt(seen, fine)).c_str(), options.scaleOption.c_str(),
+                      suggested.c_str(), name, half.c_str());
+    return std::nullopt;
+}
+
+// Little-endian bytes of a header or a record.
+class Bytes {
+public:
+    template <class V>
+    void put(V value) {
+        char bytes[sizeof(V)];
+        std::memcpy(bytes, &value, sizeof(V));
+        data_.append(bytes, sizeof(V));
+    }
+    void text(std::string_view text, std::size_t width) {
+        const std::size_t n = std::min(text.size(), width);
+        data_.append(text.data(), n);
+        data_.append(width - n, '\0');
+    }
+    void zeros(std::size_t n) { data_.append(n, '\0'); }
+    const std::string& data() const { return data_; }
+
+private:
+    std::string data_;
+};
+
+struct Vlr {
+    std::string user;
+    std::uint16_t record;
+    std::string description;
+    std::string content;
+};
+
+// The EPSG code the grid names: EPSG, or a trajectory's EPSG_SPATIAL.
+std::optional<long long> epsgOf(const Tessel::Grid& grid) {
+    for (const char* name : {"EPSG", "EPSG_SPATIAL"}) {
+        const Ravelin::ChunkPtr value = grid.attributes().getAttribute(name);
+        if (const auto* code = dynamic_cast<const Ravelin::Chunk<int>*>(value.get()); code && !code->empty())
+            return (*code)[0];
+        if (const auto* code = dynamic_cast<const Ravelin::Chunk<unsigned int>*>(value.get()); code && !code->empty())
+            return (*code)[0];
+    }
+    return std::nullopt;
+}
+
+// WKT1 of an EPSG coordinate system from PROJ's database.
+std::optional<std::string> wktOf(long long code) {
+#ifdef PALLION_TOOLS_PROJ
+    const std::unique_ptr<PJ_CONTEXT, PJ_CONTEXT* (*)(PJ_CONTEXT*)> context(proj_context_create(),
+                                                                            proj_context_destroy);
+    proj_log_level(context.get(), PJ_LOG_NONE);
+    const std::string text = std::to_string(code);
+    const std::unique_ptr<PJ, PJ* (*)(PJ*)> crs(
+        proj_create_from_database(context.get(), "EPSG", text.c_str(), PJ_CATEGORY_CRS, 0, nullptr), proj_destroy);
+    if (!crs) return std::nullopt;
+    const char* const oneLine[] = {"MULTILINE=NO", nullptr};
+    const char* wkt = proj_as_wkt(context.get(), crs.get(), PJ_WKT1_GDAL, oneLine);
+    if (wkt == nullptr) return std::nullopt;
+    return std::string(wkt);
+#else
+    (void)code;
+    return std::nullopt;
+#endif
+}
+
+// The code as GeoTIFF keys, for a reader without WKT: geographic for the
+// 4000s, projected otherwise.
+std::string geoKeysOf(long long code) {
+    Bytes keys;
+    const bool geographic = code >= 4000 && code < 5000;
+    const std::uint16_t model = geographic ? 2 : 1, key = geographic ? 2048 : 3072;
+    // The directory's version, revision, minor revision and key count, then
+    // each key as its id, location (0: the value itself), count and value.
+    for (const std::uint16_t value : {1, 1, 0, 2, 1024, 0, 1, int{model}, int{key}, 0, 1, static_cast<int>(code)})
+        keys.put(value);
+    return keys.data();
+}
+
+}  // namespace
+
+bool canWriteLasWkt() {
+#ifdef PALLION_TOOLS_PROJ
+    return true;
+#else
+    return false;
+#endif
+}
+
+int decimalsOf(double value) {
+    for (int d = 0; d <= MostDecimals; ++d)
+        if (exactAt(value, d)) return d;
+    return -1;
+}
+
+std::optional<std::array<double, 3>> parseLasScale(const std::string& text) {
+    std::vector<double> scales;
+    for (std::size_t start = 0;;) {
+        const std::size_t end = std::min(text.find(',', start), text.size());
+        const std::string piece = text.substr(start, end - start);
+        std::size_t used = 0;
+        double scale = 0;
+        try {
+            scale = std::stod(piece, &used);
+        } catch (const std::exception&) {
+            return std::nullopt;
+        }
+        if (used != piece.size() || !(scale > 0) || !std::isfinite(scale)) return std::nullopt;
+        scales.push_back(scale);
+        if (end == text.size()) break;
+        start = end + 1;
+    }
+    if (scales.size() == 1) return std::array<double, 3>{scales[0], scales[0], scales[0]};
+    if (scales.size() == 3) return std::array<double, 3>{scales[0], scales[1], scales[2]};
+    return std::nullopt;
+}
+
+LasWritten writeLas(const Tessel::Grid& grid, const std::string& file, const LasOptions& options) {
+    LasWritten written;
+    bool hasPoint = false;
+    Layout layout = layoutOf(grid, hasPoint);
+    if (!hasPoint) return {m::fill(m::NoPointField, file.c_str()), {}};
+    auto& columns = layout.columns;
+    const std::uint64_t points = elementCountOf(*columns[layout.point].field);
+    std::string counts;
+    bool differ = false;
+    for (const Column& column : columns) {
+        const std::uint64_t n = elementCountOf(*column.field);
+        differ |= n != points;
+        counts += (counts.empty() ? "" : ", ") + column.field->fieldName() + ' ' + std::to_string(n);
+    }
+    if (differ) return {m::fill(m::LasCountsDiffer, file.c_str(), counts.c_str()), {}};
+    const std::size_t recordBase = layout.colour ? 36 : 30;
+    if (recordBase + layout.extraBytes > std::numeric_limits<std::uint16_t>::max())
+        return {m::fill(m::LasTooManyExtras, file.c_str(), layout.extraBytes), {}};
+
+    // The coordinates' ranges and decimals, before anything is written.
+    static_assert(sizeof(Tessel::Point) == 3 * sizeof(double), "a point is read as three doubles side by side");
+    Seen seen[3];
+    Column& point = columns[layout.point];
+    std::uint64_t i = 0;
+    for (const auto& [data, count] : point.arrays)
+        for (std::uint64_t j = 0; j < count; ++j, ++i) {
+            double xyz[3];
+            std::memcpy(xyz, data + j * sizeof xyz, sizeof xyz);
+            for (unsigned a = 0; a < 3; ++a) {
+                const double v = xyz[a];
+                if (!std::isfinite(v))
+                    return {m::fill(m::LasNotFinite, file.c_str(), "XYZ"[a], static_cast<unsigned long long>(i),
+                                    shortest(v).c_str()),
+                            {}};
+                Seen& s = seen[a];
+                s.low = std::min(s.low, v);
+                s.high = std::max(s.high, v);
+                if (s.beyond || exactAt(v, s.decimals)) continue;
+                const int d = decimalsOf(v);
+                if (d < 0)
+                    s.beyond = true;
+                else
+                    s.decimals = std::max(s.decimals, d);
+            }
+        }
+    Axis axes[3];
+    for (unsigned a = 0; a < 3; ++a) {
+        if (points == 0) break;  // no values: scale 1, offset 0
+        std::optional<double> given;
+        if (options.scale) given = (*options.scale)[a];
+        const std::optional<Axis> axis = chooseAxis(seen[a], "XYZ"[a], given, options, file, written.failure);
+        if (!axis) return written;
+        axes[a] = *axis;
+    }
+
+    // The standard dimensions checked, and the points counted by return.
+    std::uint64_t byReturn[15] = {};
+    if (!layout.standard[1]) byReturn[0] = points;  // every point its first return
+    for (std::size_t s = 0; s < std::size(Standards); ++s) {
+        if (!layout.standard[s]) continue;
+        const Standard& standard = Standards[s];
+        Column& column = columns[*layout.standard[s]];
+        double rounded = 0;
+        for (std::uint64_t i = 0; i < points; ++i) {
+            const double v = column.component(column.next(), 0);
+            if (!(v >= standard.low && v <= standard.high && std::isfinite(v)) ||
+                (standard.whole && v != std::floor(v)))
+                return {m::fill(m::LasOutOfDimension, file.c_str(), column.field->fieldName().c_str(),
+                                static_cast<unsigned long long>(i), shortest(v).c_str(), standard.name.data(),
+                                standard.holds.data()),
+                        {}};
+            if (standard.dimension == Dimension::ReturnNumber && v >= 1) ++byReturn[static_cast<int>(v) - 1];
+            if (standard.dimension == Dimension::ScanAngle)
+                rounded = std::max(rounded, std::fabs(std::nearbyint(v / ScanAngleStep) * ScanAngleStep - v));
+        }
+        column.rewind();
+        if (rounded > 1e-9)
+            written.notes.push_back(m::fill(m::LasScanAngleRounded, file.c_str(), column.field->fieldName().c_str(),
+                                            shortest(rounded).c_str()));
+    }
+
+    // The records before the points: the coordinate system and the extra bytes.
+    std::vector<Vlr> vlrs;
+    std::uint16_t globalEncoding = WktBit;
+    if (const std::optional<long long> epsg = epsgOf(grid)) {
+        if (std::optional<std::string> wkt = wktOf(*epsg)) {
+            vlrs.push_back({"LASF_Projection", WktRecordId, "OGC WKT", *wkt + '\0'});
+        } else if (*epsg > 0 && *epsg <= std::numeric_limits<std::uint16_t>::max()) {
+            globalEncoding = 0;
+            vlrs.push_back({"LASF_Projection", GeoKeyRecordId, "GeoTIFF GeoKeyDirectoryTag", geoKeysOf(*epsg)});
+            written.notes.push_back(m::fill(canWriteLasWkt() ? m::LasUnknownEpsg : m::LasNoProj, file.c_str(), *epsg));
+        } else {
+            written.notes.push_back(m::fill(m::LasEpsgNotStored, file.c_str(), *epsg));
+        }
+    }
+    if (!layout.extras.empty()) {
+        Bytes content;
+        for (const Extra& extra : layout.extras) {
+            const Column& column = columns[extra.column];
+            content.zeros(2);
+            content.put(column.extraType);
+            content.put(std::uint8_t{0});  // no no-data, minimum, maximum, scale or offset
+            content.text(extra.name, 32);
+            content.zeros(4 + 5 * 24);
+            content.text(column.typeName, 32);
+        }
+        vlrs.push_back({"LASF_Spec", ExtraBytesRecordId, "Extra Bytes Record", content.data()});
+    }
+    std::size_t pointOffset = HeaderSize;
+    for (const Vlr& vlr : vlrs) pointOffset += VlrHeaderSize + vlr.content.size();
+
+    const std::time_t now = std::time(nullptr);
+    std::tm utc{};
+    gmtime_r(&now, &utc);
+    const std::size_t recordLength = recordBase + layout.extraBytes;
+    Bytes header;
+    header.text("LASF", 4);
+    header.put(std::uint16_t{0});  // file source
+    header.put(globalEncoding);
+    header.zeros(16);  // project GUID
+    header.put(std::uint8_t{1});
+    header.put(std::uint8_t{4});
+    header.text("OTHER", 32);
+    header.text("pallion", 32);
+    header.put(static_cast<std::uint16_t>(utc.tm_yday + 1));
+    header.put(static_cast<std::uint16_t>(utc.tm_year + 1900));
+    header.put(static_cast<std::uint16_t>(HeaderSize));
+    header.put(static_cast<std::uint32_t>(pointOffset));
+    header.put(static_cast<std::uint32_t>(vlrs.size()));
+    // Point format 6 or 7; a compressed writer would set bit 7 here and
+    // encode the records below in chunks.
+    header.put(static_cast<std::uint8_t>(layout.colour ? 7 : 6));
+    header.put(static_cast<std::uint16_t>(recordLength));
+    header.zeros(4 + 5 * 4);  // the legacy counts, 0 for formats 6 and up
+    for (const Axis& axis : axes) header.put(axis.scale);
+    for (const Axis& axis : axes) header.put(axis.offset);
+    for (unsigned a = 0; a < 3; ++a) {
+        const Axis& axis = axes[a];
+        const bool any = points > 0;
+        header.put(any ? axis.steps(seen[a].high) * axis.scale + axis.offset : 0.0);
+        header.put(any ? axis.steps(seen[a].low) * axis.scale + axis.offset : 0.0);
+    }
+    header.put(std::uint64_t{0});  // no waveform data
+    header.put(std::uint64_t{0});  // no extended records
+    header.put(std::uint32_t{0});
+    header.put(std::uint64_t{points});
+    for (const std::uint64_t n : byReturn) header.put(n);
+    for (const Vlr& vlr : vlrs) {
+        header.put(std::uint16_t{0});
+        header.text(vlr.user, 16);
+        header.put(vlr.record);
+        header.put(static_cast<std::uint16_t>(vlr.content.size()));
+        header.text(vlr.description, 32);
+        header.text(vlr.content, vlr.content.size());
+    }
+
+    OutputFile out(file);
+    if (!out.open()) return {out.failure(), written.notes};
+    out.write(header.data().data(), header.data().size());
+
+    // The records, a megabyte at a time.
+    std::vector<const char*> current(columns.size());
+    std::vector<std::size_t> extraAt;
+    for (std::size_t at = recordBase; const Extra& extra : layout.extras) {
+        extraAt.push_back(at);
+        at += columns[extra.column].componentBytes;
+    }
+    const std::size_t perWrite = std::max<std::size_t>(1, (1u << 20) / recordLength);
+    std::vector<char> buffer(perWrite * recordLength);
+    // A standard dimension's value in the current row, where a field gives it (the table's order is the enum's).
+    auto value = [&](Dimension dimension, double otherwise) {
+        const std::optional<std::size_t>& index = layout.standard[static_cast<std::size_t>(dimension)];
+        return index ? columns[*index].component(current[*index], 0) : otherwise;
+    };
+    auto put = [](char* at, auto v) { std::memcpy(at, &v, sizeof v); };
+    for (std::uint64_t row = 0; row < points;) {
+        const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(perWrite, points - row));
+        std::memset(buffer.data(), 0, n * recordLength);
+        for (std::size_t i = 0; i < n; ++i) {
+            char* record = buffer.data() + i * recordLength;
+            for (std::size_t c = 0; c < columns.size(); ++c) current[c] = columns[c].next();
+            double xyz[3];
+            std::memcpy(xyz, current[layout.point], sizeof xyz);
+            for (unsigned a = 0; a < 3; ++a) {
+                Axis& axis = axes[a];
+                const double v = xyz[a];
+                const double steps = axis.steps(v);
+                put(record + std::size_t{4} * a, static_cast<std::int32_t>(steps));
+                if (axis.noteRounding)
+                    axis.rounded = std::max(axis.rounded, std::fabs(steps * axis.scale + axis.offset - v));
+            }
+            put(record + 12, static_cast<std::uint16_t>(value(Dimension::Intensity, 0)));
+            const auto returnNumber = static_cast<unsigned>(value(Dimension::ReturnNumber, 1));
+            const auto returns = static_cast<unsigned>(value(Dimension::NumberOfReturns, std::max(returnNumber, 1u)));
+            put(record + 14, static_cast<std::uint8_t>(returnNumber | (returns << 4)));
+            put(record + 16, static_cast<std::uint8_t>(value(Dimension::Classification, 0)));
+            put(record + 17, static_cast<std::uint8_t>(value(Dimension::UserData, 0)));
+            put(record + 18, static_cast<std::int16_t>(std::nearbyint(value(Dimension::ScanAngle, 0) / ScanAngleStep)));
+            put(record + 20, static_cast<std::uint16_t>(value(Dimension::SourceId, 0)));
+            put(record + 22, value(Dimension::GpsTime, 0));
+            if (layout.colour) {
+                const Column& colour = columns[*layout.colour];
+                for (unsigned c = 0; c < 3; ++c)
+                    put(record + 30 + std::size_t{2} * c,
+                        static_cast<std::uint16_t>(colour.component(current[*layout.colour], c) * 257));
+            }
+            for (std::size_t e = 0; e < layout.extras.size(); ++e) {
+                const Extra& extra = layout.extras[e];
+                const Column& column = columns[extra.column];
+                std::memcpy(record + extraAt[e], current[extra.column] + extra.component * column.componentBytes,
+                            column.componentBytes);
+            }
+        }
+        out.write(buffer.data(), n * recordLength);
+        row += n;
+    }
+    written.failure = out.commit();
+    for (unsigned a = 0; a < 3; ++a)
+        if (axes[a].noteRounding && axes[a].rounded > 0)
+            written.notes.push_back(m::fill(seen[a].beyond && !options.scale ? m::LasManyDecimals : m::LasRounded,
+                                            file.c_str(), "XYZ"[a], shortest(axes[a].scale).c_str(),
+                                            shortest(axes[a].rounded).c_str()));
+    return written;
+}
+
+}  // namespace Pallion::Tools
