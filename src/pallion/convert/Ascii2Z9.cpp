@@ -229,8 +229,8 @@ std::string Ascii2Z9::run() {
     // A block needs at least one row: with 0 no chunk could hold the first row.
     if (parameter.ChunkSize == 0) return fail(FailureKind::Arguments, std::string(messages::convert::ChunkSizeZero));
     reading_ = {parameter.WholeTokens, parameter.Whitespace, parameter.DecimalComma};
-    lineRules_ = parameter.WholeTokens || parameter.Whitespace || parameter.SkipEmptyLines ||
-                 parameter.DecimalComma || !parameter.CommentPrefix.empty();
+    lineRules_ = parameter.WholeTokens || parameter.Whitespace || parameter.SkipEmptyLines || parameter.DecimalComma ||
+                 !parameter.CommentPrefix.empty();
     checked_ = parameter.WholeTokens || parameter.DecimalComma;
 
     forEachHolder([&](auto& holder) { openColumns(holder); });
@@ -365,8 +365,7 @@ std::string Ascii2Z9::readFile(const std::string& name) {
                 const std::uint64_t value = std::min(estimate, parameter.LineCount);
                 if (!progress->report(std::string(messages::convert::ProgressReadLine),
                                       static_cast<std::uint32_t>(value), static_cast<std::uint32_t>(estimate)))
-                    return fail(FailureKind::Interrupted, std::string(messages::convert::UserInterruption),
-                                lineNumber);
+                    return fail(FailureKind::Interrupted, std::string(messages::convert::UserInterruption), lineNumber);
             }
         }
         const auto length = static_cast<std::size_t>(end - line);
@@ -375,7 +374,8 @@ std::string Ascii2Z9::readFile(const std::string& name) {
         // the standard way below reports.  Tokens left over from before the run
         // send its first line the standard way, which appends to them.
         if (fastRows_ && tokens.empty()) {
-            const char* stop = reader.sawNul() && !lineRules_ ? static_cast<const char*>(std::memchr(line, '\0', length)) : nullptr;
+            const char* stop =
+                reader.sawNul() && !lineRules_ ? static_cast<const char*>(std::memchr(line, '\0', length)) : nullptr;
             makeRoom();
             if (plan_.store(line, stop != nullptr ? stop : end, parameter.BlockFill)) {
                 if (parameter.BlockFill + 1 == parameter.ChunkSize) splitLine(line, length);

@@ -42,8 +42,9 @@ public:
         static_assert(sizeof(T) == Traits::components * sizeof(C), "components lie side by side");
         auto* rows = reinterpret_cast<std::byte*>(column.rows);
         for (unsigned i = 0; i < Traits::components; ++i)
-            pending_.push_back(
-                {column.Columns[i], {rows, sizeof(T), i * sizeof(C), kindOf(std::is_floating_point_v<C>, std::is_signed_v<C>, sizeof(C))}});
+            pending_.push_back({column.Columns[i],
+                                {rows, sizeof(T), i * sizeof(C),
+                                 kindOf(std::is_floating_point_v<C>, std::is_signed_v<C>, sizeof(C))}});
     }
 
     // Orders what was added by token; call once after the last add.
@@ -115,7 +116,7 @@ private:
     }
 
     char delimiter_ = ' ';
-    std::uint8_t mode_ = 0;  // the opt-in readings as bits: 1 whole tokens, 2 whitespace, 4 decimal comma
+    std::uint8_t mode_ = 0;       // the opt-in readings as bits: 1 whole tokens, 2 whitespace, 4 decimal comma
     Kind uniform_ = Kind::Mixed;  // the one kind of all targets, or Mixed
     bool dense_ = false;          // each of the tokens 0 to n-1 read by one target, no other token needed
     // A delimiter that can stand inside a number ('.', 'e', a digit, ...) would
