@@ -238,7 +238,9 @@ TEST(ReadingDifferential, TrickyFilesEndAsThePlainReadingWithTheirExactTexts) {
                               .chunkSize = tricky.chunk,
                               .stopAtReport = tricky.stopAt};
         for (std::size_t i = 0; i < tricky.files.size(); ++i) {
-            const std::string name = tricky.name + (i == 0 ? "" : "_" + std::to_string(i)) + ".txt";
+            std::string name = tricky.name;
+            if (i > 0) name += '_' + std::to_string(i);
+            name += ".txt";
             const std::string& bytes = tricky.files[i];
             s.files.push_back(bytes == Directory ? dir.path().string()
                               : bytes == Missing ? (dir.path() / name).string()
