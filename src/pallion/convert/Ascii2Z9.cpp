@@ -150,8 +150,7 @@ std::string Ascii2Z9::fail(FailureKind kind, std::string text, std::uint64_t lin
     return text;
 }
 
-bool Ascii2Z9::skipLine(const char* line, const char*& end) const {
-    if (end != line && end[-1] == '\r') --end;
+bool Ascii2Z9::skipLine(const char* line, const char* end) const {
     const char* p = line;
     // Blanks before a comment are no tokens where runs of blanks separate.
     if (parameter.Whitespace)
@@ -232,6 +231,7 @@ std::string Ascii2Z9::run() {
     lineRules_ = parameter.WholeTokens || parameter.Whitespace || parameter.SkipEmptyLines || parameter.DecimalComma ||
                  !parameter.CommentPrefix.empty();
     checked_ = parameter.WholeTokens || parameter.DecimalComma;
+    skipRules_ = parameter.SkipEmptyLines || !parameter.CommentPrefix.empty();
 
     forEachHolder([&](auto& holder) { openColumns(holder); });
     // A chunk that is being grown is seen by no one until it has its full
@@ -337,7 +337,8 @@ std::string Ascii2Z9::readFile(const std::string& name) {
                     break;
                 }
                 if (lineRules_) {
-                    if (skipLine(line, end)) continue;
+                    if (end != line && end[-1] == '\r') --end;
+                    if (skipRules_ && skipLine(line, end)) continue;
                     shaped = true;
                 }
                 if (!plan_.store(line, end, parameter.BlockFill)) {
@@ -355,7 +356,8 @@ std::string Ascii2Z9::readFile(const std::string& name) {
             if (reader.sawNul())
                 if (const void* nul = std::memchr(line, '\0', static_cast<std::size_t>(end - line)))
                     end = static_cast<const char*>(nul);
-            if (skipLine(line, end)) continue;
+            if (end != line && end[-1] == '\r') --end;
+            if (skipRules_ && skipLine(line, end)) continue;
         }
         const std::uint64_t lineNumber = reader.linesTaken();
 

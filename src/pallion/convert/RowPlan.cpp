@@ -44,6 +44,7 @@ void RowPlan::finish() {
     for (std::uint32_t i = 0; i < tokens_.size() && dense_; ++i)
         dense_ = tokens_[i].column == i && tokens_[i].targetCount == 1;
     pending_.clear();
+    if (mode_ != 0) chosen_ = chooseStore();
 }
 
 bool RowPlan::storePlain(const char* line, const char* end, std::uint64_t row) const {
@@ -109,46 +110,44 @@ inline bool RowPlan::convertInto(Kind kind, const char* p, const char* stop, std
     return false;
 }
 
-bool RowPlan::storeRead(const char* line, const char* end, std::uint64_t row) const {
+RowPlan::StoreFunction RowPlan::chooseStore() const {
     switch (mode_) {
         case 1:
-            return storeIn<true, false, '.'>(line, end, row);
+            return chooseIn<true, false, '.'>();
         case 2:
-            return storeIn<false, true, '.'>(line, end, row);
+            return chooseIn<false, true, '.'>();
         case 3:
-            return storeIn<true, true, '.'>(line, end, row);
+            return chooseIn<true, true, '.'>();
         case 4:
-            return storeIn<false, false, ','>(line, end, row);
+            return chooseIn<false, false, ','>();
         case 5:
-            return storeIn<true, false, ','>(line, end, row);
+            return chooseIn<true, false, ','>();
         case 6:
-            return storeIn<false, true, ','>(line, end, row);
-        case 7:
-            return storeIn<true, true, ','>(line, end, row);
+            return chooseIn<false, true, ','>();
         default:
-            return storePlain(line, end, row);
+            return chooseIn<true, true, ','>();
     }
 }
 
 template <bool Whole, bool Blanks, char Point>
-bool RowPlan::storeIn(const char* line, const char* end, std::uint64_t row) const {
+RowPlan::StoreFunction RowPlan::chooseIn() const {
     if (dense_) {
         switch (uniform_) {
             case Kind::Double:
-                return storeDense<Kind::Double, Whole, Blanks, Point>(line, end, row);
+                return &RowPlan::storeDense<Kind::Double, Whole, Blanks, Point>;
             case Kind::Float:
-                return storeDense<Kind::Float, Whole, Blanks, Point>(line, end, row);
+                return &RowPlan::storeDense<Kind::Float, Whole, Blanks, Point>;
             default:
-                return storeDense<Kind::Mixed, Whole, Blanks, Point>(line, end, row);
+                return &RowPlan::storeDense<Kind::Mixed, Whole, Blanks, Point>;
         }
     }
     switch (uniform_) {
         case Kind::Double:
-            return storeRow<Kind::Double, Whole, Blanks, Point>(line, end, row);
+            return &RowPlan::storeRow<Kind::Double, Whole, Blanks, Point>;
         case Kind::Float:
-            return storeRow<Kind::Float, Whole, Blanks, Point>(line, end, row);
+            return &RowPlan::storeRow<Kind::Float, Whole, Blanks, Point>;
         default:
-            return storeRow<Kind::Mixed, Whole, Blanks, Point>(line, end, row);
+            return &RowPlan::storeRow<Kind::Mixed, Whole, Blanks, Point>;
     }
 }
 
@@ -156,40 +155,42 @@ template <RowPlan::Kind Only, bool Whole, bool Blanks, char Point>
 bool RowPlan::storeDense(const char* p, const char* end, std::uint64_t row) const {
     const Target* target = targets_.data();
     const Target* const last = target + targets_.size();
-    // Blanks before a number are skipped as the standard functions skip them.
-    if constexpr (Whole || Blanks) p = skipPads<Blanks>(p, end);
+    if constexpr (Blanks) p = skipPads<true>(p, end);
     for (;;) {
         if (p == end) return false;  // the line has no such token
         const char* numberEnd = p;
-        if (!convertInto<Only, Whole, Point>(target->kind, p, end, target->rows + row * target->stride + target->offset,
-                                             numberEnd))
-            return false;
-        if constexpr (Whole || Blanks) {
-            // Whole: only blanks may stand between the number and the end of its token.
-            const char* next = Whole ? skipPads<Blanks>(numberEnd, end) : numberEnd;
-            const bool atBlank = Blanks && numberEnd != end && isPad<true>(*numberEnd);
-            if (++target == last) return !Whole || next == end || atBlank || (!Blanks && *next == delimiter_);
-            if constexpr (Blanks) {
-                if (!atBlank) {
-                    if (Whole) return false;
-                    while (next != end && !isPad<true>(*next)) ++next;
-                }
-                p = skipPads<true>(next, end);
-            } else {
-                if (next != end && *next == delimiter_) {
-                    p = skipPads<false>(next + 1, end);
-                } else {
-                    if (Whole || next == end) return false;
-                    const void* cut = std::memchr(next, delimiter_, static_cast<std::size_t>(end - next));
-                    p = cut != nullptr ? static_cast<const char*>(cut) + 1 : end;
-                }
-            }
-            continue;
+        std::byte* into = target->rows + row * target->stride + target->offset;
+        if (!convertInto<Only, Whole, Point>(target->kind, p, end, into, numberEnd)) {
+            // Blanks before a number, which the standard functions skip: looked for only here, off the usual way.
+            if (!Whole || Blanks || !isPad<false>(*p)) return false;
+            p = skipPads<false>(p, end);
+            if (p == end || !convertInto<Only, Whole, Point>(target->kind, p, end, into, numberEnd)) return false;
         }
-        if (++target == last) return true;
-        // The token ends at the first delimiter behind its number: usually right there.
-        if (numberEnd != end && *numberEnd == delimiter_) {
+        if (++target == last) {
+            if constexpr (!Whole) return true;
+            // Only blanks may stand between the number and the end of its token.
+            if (numberEnd == end) return true;
+            if constexpr (Blanks) return isPad<true>(*numberEnd);
+            const char* after = skipPads<false>(numberEnd, end);
+            return after == end || *after == delimiter_;
+        }
+        if constexpr (Blanks) {
+            // The token ends at the first blank behind its number: usually right there.
+            if (numberEnd != end && isPad<true>(*numberEnd)) {
+                p = numberEnd + 1;
+            } else {
+                if constexpr (Whole) return false;
+                p = numberEnd;
+                while (p != end && !isPad<true>(*p)) ++p;
+            }
+            p = skipPads<true>(p, end);
+        } else if (numberEnd != end && *numberEnd == delimiter_) {
+            // The token ends at the first delimiter behind its number: usually right there.
             p = numberEnd + 1;
+        } else if constexpr (Whole) {
+            const char* after = skipPads<false>(numberEnd, end);
+            if (after == end || *after != delimiter_) return false;
+            p = after + 1;
         } else {
             const void* cut = std::memchr(numberEnd, delimiter_, static_cast<std::size_t>(end - numberEnd));
             p = cut != nullptr ? static_cast<const char*>(cut) + 1 : end;
