@@ -9,6 +9,7 @@
 #include <functional>
 #include <random>
 
+#include "ReferenceConversion.hpp"
 #include "TestSupport.hpp"
 #include "pallion/array/MemArray.hpp"
 #include "pallion/convert/detail/Ascii2Z9.hpp"
@@ -460,4 +461,55 @@ TEST(Readings, TheRecordTellsEveryFailure) {
     p.Failure.Kind = FailureKind::TokenInvalid;
     EXPECT_EQ(ascii2z9(grid, p), "");
     EXPECT_EQ(p.Failure.Kind, FailureKind::None);
+}
+
+// Real tables under the opt-in readings, against the plain reading's
+// reference: the messy table converts (header skipped, its empty lines too,
+// blanks around each comma; the fourth token of its first row is read by no
+// column and left alone), the .pts table is refused at its stray colon.
+TEST(Readings, RealTablesConvertOrAreRefusedAtTheirLine) {
+    const auto dir = testsupport::realDataDir();
+    if (dir.empty()) GTEST_SKIP() << "the real tables (../shared/data/real beside the project) are absent";
+    struct Case {
+        std::string file, parse;
+        char delimiter;
+        std::uint64_t rows;
+        std::string expected;  // {file} stands for the file's path
+    };
+    const std::string point = "Positions:point:0+1+2";
+    const Case cases[] = {
+        {"pdal_utm17_3_messy.txt", point, ',', 11, ""},
+        {"pdal_crlf_test.txt", point, ',', 10, ""},
+        {"jfm_rock_face_xyzrgb.txt", point + ",Colour:rgb:3+4+5", ' ', 1133, ""},
+        {"open3d_bunnyData.pts", point, ' ', 30571, ""},
+        {"open3d_point_cloud_sample3.pts", point, ' ', 9,
+         "Ascii2Z9::run: not a number in full for point: \"-65.089279:\" in column 2 of line 11 of file: {file}; it "
+         "would be stored as -65.089279"},
+    };
+    for (const Case& c : cases) {
+        const std::string path = (dir / c.file).string();
+        const reference::Settings settings{.files = {path},
+                                           .headerLines = 1,
+                                           .parse = c.parse,
+                                           .delimiter = c.delimiter,
+                                           .chunkSize = 4096,
+                                           .wholeTokens = true,
+                                           .skipEmptyLines = true};
+        const reference::Outcome got = reference::libraryReading(settings);
+        EXPECT_EQ(got, reference::plainReading(settings)) << c.file;
+        std::string expected = c.expected;
+        if (const auto at = expected.find("{file}"); at != std::string::npos) expected.replace(at, 6, path);
+        EXPECT_EQ(got.result, expected) << c.file;
+        EXPECT_EQ(got.lineCount, c.rows) << c.file;
+    }
+    Grid grid;
+    Parameter p = tableParameter({(dir / "pdal_utm17_3_messy.txt").string()});
+    p.Delimiter = ',';
+    p.HeaderLines = 1;
+    apply(p, {.whole = true, .empty = true});
+    ASSERT_EQ(ascii2z9(grid, p), "");
+    const auto points = fieldValues<Tessel::Point>(grid, "Positions");
+    ASSERT_EQ(points.size(), 11u);
+    EXPECT_EQ(points.front(), Quillon::make<Tessel::Point>(289814.15, 4320978.61, 170.76));
+    EXPECT_EQ(points.back(), Quillon::make<Tessel::Point>(289818.50, 4320980.59, 170.58));
 }
