@@ -339,13 +339,12 @@ std::string Ascii2Z9::readFile(const std::string& name) {
                 if (lineRules_) {
                     if (end != line && end[-1] == '\r') --end;
                     if (skipRules_ && skipLine(line, end)) continue;
-                    shaped = true;
                 }
                 if (!plan_.store(line, end, parameter.BlockFill)) {
                     haveLine = true;
+                    shaped = lineRules_;
                     break;
                 }
-                shaped = false;
                 ++parameter.BlockFill;
                 ++parameter.LineCount;
             }
