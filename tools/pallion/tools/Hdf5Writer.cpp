@@ -6,6 +6,7 @@
 #ifdef PALLION_TOOLS_HDF5
 
 #include <hdf5.h>
+#include <unistd.h>
 
 #include "pallion/memory/Chunk.hpp"
 #include "pallion/tools/GridValues.hpp"
@@ -26,6 +27,12 @@ public:
     Handle& operator=(const Handle&) = delete;
     operator hid_t() const { return id_; }  // NOLINT: a handle stands for its id
     bool bad() const { return id_ < 0; }
+    // Closes it now; false where the close failed.
+    bool close() {
+        const hid_t id = id_;
+        id_ = -1;
+        return id < 0 || close_(id) >= 0;
+    }
 
 private:
     hid_t id_;
@@ -43,19 +50,27 @@ hid_t nativeType() {
 }
 
 // Writes `count` values of `type` as a one- or two-dimensional dataset, or an attribute.
+// A small dataset is kept in its object header (compact layout): no block of
+// its own, so that many small fragments do not multiply the file's size.
+constexpr hsize_t CompactBytes = 16 * 1024;
+
 bool writeDataset(hid_t parent, const std::string& name, hid_t type, const void* data, hsize_t rows, hsize_t columns) {
     const hsize_t dims[2] = {rows, columns};
     Handle space(H5Screate_simple(columns > 1 ? 2 : 1, dims, nullptr), H5Sclose);
     if (space.bad()) return false;
-    Handle set(H5Dcreate2(parent, name.c_str(), type, space, H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), H5Dclose);
-    return !set.bad() && (rows == 0 || H5Dwrite(set, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, data) >= 0);
+    Handle layout(H5Pcreate(H5P_DATASET_CREATE), H5Pclose);
+    if (layout.bad()) return false;
+    if (rows > 0 && rows * columns * H5Tget_size(type) <= CompactBytes && H5Pset_layout(layout, H5D_COMPACT) < 0)
+        return false;
+    Handle set(H5Dcreate2(parent, name.c_str(), type, space, H5P_DEFAULT, layout, H5P_DEFAULT), H5Dclose);
+    return !set.bad() && (rows == 0 || H5Dwrite(set, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, data) >= 0) && set.close();
 }
 
 bool writeAttribute(hid_t parent, const std::string& name, hid_t type, const void* data, hsize_t count) {
     const hsize_t dims[1] = {count};
     Handle space(H5Screate_simple(1, dims, nullptr), H5Sclose);
     Handle attribute(H5Acreate2(parent, name.c_str(), type, space, H5P_DEFAULT, H5P_DEFAULT), H5Aclose);
-    return !attribute.bad() && H5Awrite(attribute, type, data) >= 0;
+    return !attribute.bad() && H5Awrite(attribute, type, data) >= 0 && attribute.close();
 }
 
 // Variable-length strings, as a dataset or an attribute.
@@ -77,6 +92,44 @@ std::string linkName(std::string name) {
     return name.empty() || name == "." ? "_" + name : name;
 }
 
+// Creation properties under which a group lists its members in the order they were made.
+hid_t ordered(hid_t propertyClass) {
+    const hid_t list = H5Pcreate(propertyClass);
+    if (list >= 0 && H5Pset_link_creation_order(list, H5P_CRT_ORDER_TRACKED | H5P_CRT_ORDER_INDEXED) < 0) {
+        H5Pclose(list);
+        return -1;
+    }
+    return list;
+}
+
+// The file being written.  Its close is checked; where it fails (a full disk
+// at the last flush), the temporary file is emptied to give the space back
+// and the close tried once more, so that no file is left open for the HDF5
+// library's own shutdown at exit, which crashes on one.
+class FileHandle {
+public:
+    FileHandle(hid_t id, std::string temporary) : id_(id), temporary_(std::move(temporary)) {}
+    ~FileHandle() { close(); }
+    FileHandle(const FileHandle&) = delete;
+    FileHandle& operator=(const FileHandle&) = delete;
+    operator hid_t() const { return id_; }  // NOLINT: a handle stands for its id
+    bool bad() const { return id_ < 0; }
+    bool close() {
+        const hid_t id = id_;
+        id_ = -1;
+        if (id < 0 || H5Fclose(id) >= 0) return true;
+        if (H5Iis_valid(id) > 0) {
+            (void)::truncate(temporary_.c_str(), 0);
+            H5Fclose(id);
+        }
+        return false;
+    }
+
+private:
+    hid_t id_;
+    std::string temporary_;
+};
+
 // The step that failed, as the failure text names it.
 std::string what(const char* step, const std::string& name) { return std::string(step).append(name); }
 
@@ -86,20 +139,33 @@ bool canWriteHdf5() { return true; }
 
 std::string writeHdf5(const Tessel::Grid& grid, const std::string& file) {
     namespace m = messages;
+    std::vector<std::string> fieldNames;
+    for (const auto& field : grid.fields()) fieldNames.push_back(field->fieldName());
+    if (std::string refused = fieldNamesProblem(file, fieldNames); !refused.empty()) return refused;
     OutputFile out(file);
     if (!out.open(false)) return out.failure();
     H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);  // failures come back as values, printed by the host
-    std::string step;
+    const auto failed = [&](const std::string& step) {
+        out.fail(m::fill(m::Hdf5Failed, step.c_str()));
+        return out.failure();
+    };
     {
-        Handle h5(H5Fcreate(out.temporaryPath().c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT), H5Fclose);
-        if (h5.bad()) return m::fill(m::Hdf5Failed, file.c_str(), "create the file");
+        // The newest object headers that 1.8 readers still open are the smaller ones.
+        const Handle access(H5Pcreate(H5P_FILE_ACCESS), H5Pclose);
+        const Handle creation(ordered(H5P_FILE_CREATE), H5Pclose);
+        if (access.bad() || creation.bad() || H5Pset_libver_bounds(access, H5F_LIBVER_V18, H5F_LIBVER_LATEST) < 0)
+            return failed("create the file");
+        FileHandle h5(H5Fcreate(out.temporaryPath().c_str(), H5F_ACC_TRUNC, creation, access), out.temporaryPath());
+        if (h5.bad()) return failed("create the file");
+        const Handle groupCreation(ordered(H5P_GROUP_CREATE), H5Pclose);
+        if (groupCreation.bad()) return failed("create the file");
         for (const auto& field : grid.fields()) {
-            Handle group(H5Gcreate2(h5, linkName(field->fieldName()).c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT),
-                         H5Gclose);
-            if (group.bad())
-                return m::fill(m::Hdf5Failed, file.c_str(), what("make the group of ", field->fieldName()).c_str());
+            Handle group(H5Gcreate2(h5, field->fieldName().c_str(), H5P_DEFAULT, groupCreation, H5P_DEFAULT), H5Gclose);
+            if (group.bad()) return failed(what("make the group of ", field->fieldName()));
+            std::vector<std::string> order;  // the datasets' names in the fragments' order
             for (const auto& fragment : field->fragments())
                 for (std::size_t i = 0; i < fragment.arrays.size(); ++i) {
+                    if (!out.good()) return out.failure();
                     std::string name = linkName(fragment.id->name);
                     if (i > 0) name.append(1, '_').append(std::to_string(i));
                     const auto& array = *fragment.arrays[i];
@@ -110,14 +176,17 @@ std::string writeHdf5(const Tessel::Grid& grid, const std::string& file) {
                         written = writeDataset(group, name, nativeType<typename Traits::Component>(), elements.data(),
                                                elements.size(), Traits::components);
                     });
-                    if (!written)
-                        return m::fill(m::Hdf5Failed, file.c_str(),
-                                       what("write ", field->fieldName() + "/" + name).c_str());
+                    if (!written) return failed(what("write ", field->fieldName() + "/" + name));
+                    order.push_back(std::move(name));
                 }
-            // The field's element type in the parse string's words, as the attribute "type" of its group.
+            // The field's element type in the parse string's words, as the attribute "type" of its group,
+            // and the fragments' order as the attribute "fragments".
             if (!field->fragments().empty() &&
                 !writeTexts(group, "type", {parseTypeName(*field->fragments()[0].arrays[0])}, true))
-                return m::fill(m::Hdf5Failed, file.c_str(), what("write the type of ", field->fieldName()).c_str());
+                return failed(what("write the type of ", field->fieldName()));
+            if (!order.empty() && !writeTexts(group, "fragments", order, true))
+                return failed(what("write the fragment order of ", field->fieldName()));
+            if (!group.close()) return failed(what("write the group of ", field->fieldName()));
         }
         // The grid's attributes, by the type of their values.
         for (const std::string& name : grid.attributes().names()) {
@@ -132,20 +201,21 @@ std::string writeHdf5(const Tessel::Grid& grid, const std::string& file) {
                     writeAttribute(h5, name, H5T_NATIVE_DOUBLE, doubles->vector().data(), doubles->vector().size());
             else if (auto* texts = dynamic_cast<Ravelin::Chunk<std::string>*>(value.get()))
                 written = writeTexts(h5, name, texts->vector(), true);
-            if (!written) return m::fill(m::Hdf5Failed, file.c_str(), what("write the attribute ", name).c_str());
+            if (!written) return failed(what("write the attribute ", name));
         }
         if (!grid.notes().empty()) {
-            Handle notes(H5Gcreate2(h5, "notes", H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), H5Gclose);
+            Handle notes(H5Gcreate2(h5, "notes", H5P_DEFAULT, groupCreation, H5P_DEFAULT), H5Gclose);
             std::vector<std::string> converters, texts;
             for (const auto& note : grid.notes()) {
                 converters.push_back(note.converter);
                 texts.push_back(note.text);
             }
             if (notes.bad() || !writeTexts(notes, "converter", converters, false) ||
-                !writeTexts(notes, "text", texts, false))
-                return m::fill(m::Hdf5Failed, file.c_str(), "write the notes");
+                !writeTexts(notes, "text", texts, false) || !notes.close())
+                return failed("write the notes");
         }
-        if (H5Fflush(h5, H5F_SCOPE_GLOBAL) < 0) return m::fill(m::Hdf5Failed, file.c_str(), "write the file");
+        if (!out.good()) return out.failure();
+        if (H5Fflush(h5, H5F_SCOPE_GLOBAL) < 0 || !h5.close()) return failed("write the file");
     }
     return out.commit();
 }
