@@ -50,19 +50,12 @@ hid_t nativeType() {
 }
 
 // Writes `count` values of `type` as a one- or two-dimensional dataset, or an attribute.
-// A small dataset is kept in its object header (compact layout): no block of
-// its own, so that many small fragments do not multiply the file's size.
-constexpr hsize_t CompactBytes = 16 * 1024;
-
+// Writes `rows` x `columns` values of `type` as a one- or two-dimensional dataset.
 bool writeDataset(hid_t parent, const std::string& name, hid_t type, const void* data, hsize_t rows, hsize_t columns) {
     const hsize_t dims[2] = {rows, columns};
     Handle space(H5Screate_simple(columns > 1 ? 2 : 1, dims, nullptr), H5Sclose);
     if (space.bad()) return false;
-    Handle layout(H5Pcreate(H5P_DATASET_CREATE), H5Pclose);
-    if (layout.bad()) return false;
-    if (rows > 0 && rows * columns * H5Tget_size(type) <= CompactBytes && H5Pset_layout(layout, H5D_COMPACT) < 0)
-        return false;
-    Handle set(H5Dcreate2(parent, name.c_str(), type, space, H5P_DEFAULT, layout, H5P_DEFAULT), H5Dclose);
+    Handle set(H5Dcreate2(parent, name.c_str(), type, space, H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), H5Dclose);
     return !set.bad() && (rows == 0 || H5Dwrite(set, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, data) >= 0) && set.close();
 }
 
@@ -130,6 +123,68 @@ private:
     std::string temporary_;
 };
 
+// Names of one length (the longest's, padded with NULs) as an attribute:
+// many short names cost their bytes, without a heap object each.
+bool writeNames(hid_t parent, const std::string& name, const std::vector<std::string>& names) {
+    std::size_t longest = 1;
+    for (const std::string& text : names) longest = std::max(longest, text.size());
+    std::string packed(longest * names.size(), '\0');
+    for (std::size_t i = 0; i < names.size(); ++i) names[i].copy(&packed[i * longest], longest);
+    const Handle type(H5Tcopy(H5T_C_S1), H5Tclose);
+    return !type.bad() && H5Tset_size(type, longest) >= 0 && H5Tset_strpad(type, H5T_STR_NULLPAD) >= 0 &&
+           H5Tset_cset(type, H5T_CSET_UTF8) >= 0 && writeAttribute(parent, name, type, packed.data(), names.size());
+}
+
+// Elements gathered before one write: small fragments go out together, so
+// that many of them cost no more than their bytes.
+constexpr std::size_t GatheredBytes = 4u << 20;
+
+// The elements of every array of `field` (of element type T), fragment after
+// fragment, as the one dataset "values" (n, or n x 3 for three components);
+// the arrays' names and element counts in that order go to `names` and `counts`.
+template <class T>
+bool writeValues(hid_t group, const Tessel::Field& field, OutputFile& out, std::vector<std::string>& names,
+                 std::vector<std::uint64_t>& counts) {
+    using Traits = Tessel::ElementTraits<T>;
+    const hid_t type = nativeType<typename Traits::Component>();
+    const int rank = Traits::components > 1 ? 2 : 1;
+    const hsize_t dims[2] = {elementCountOf(field), Traits::components};
+    const Handle space(H5Screate_simple(rank, dims, nullptr), H5Sclose);
+    if (space.bad()) return false;
+    Handle set(H5Dcreate2(group, "values", type, space, H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), H5Dclose);
+    if (set.bad()) return false;
+    hsize_t at = 0;  // the first row not written yet
+    const auto write = [&](const T* data, hsize_t rows) {
+        if (rows == 0) return true;
+        const hsize_t start[2] = {at, 0}, count[2] = {rows, Traits::components};
+        const Handle memory(H5Screate_simple(rank, count, nullptr), H5Sclose);
+        if (memory.bad() || H5Sselect_hyperslab(space, H5S_SELECT_SET, start, nullptr, count, nullptr) < 0 ||
+            H5Dwrite(set, type, memory, space, H5P_DEFAULT, data) < 0)
+            return false;
+        at += rows;
+        return out.good();
+    };
+    std::vector<T> gathered;
+    const std::size_t gatherUpTo = GatheredBytes / sizeof(T);
+    bool written = true;
+    for (const auto& fragment : field.fragments())
+        for (std::size_t i = 0; i < fragment.arrays.size() && written; ++i) {
+            const auto elements = elementsOf<T>(*fragment.arrays[i]);
+            names.push_back(linkName(fragment.id->name));
+            if (i > 0) names.back().append(1, '_').append(std::to_string(i));
+            counts.push_back(elements.size());
+            if (gathered.size() + elements.size() > gatherUpTo) {
+                written = write(gathered.data(), gathered.size());
+                gathered.clear();
+            }
+            if (elements.size() > gatherUpTo)
+                written = written && write(elements.data(), elements.size());
+            else
+                gathered.insert(gathered.end(), elements.begin(), elements.end());
+        }
+    return written && write(gathered.data(), gathered.size()) && at == dims[0] && set.close();
+}
+
 // The step that failed, as the failure text names it.
 std::string what(const char* step, const std::string& name) { return std::string(step).append(name); }
 
@@ -162,30 +217,22 @@ std::string writeHdf5(const Tessel::Grid& grid, const std::string& file) {
         for (const auto& field : grid.fields()) {
             Handle group(H5Gcreate2(h5, field->fieldName().c_str(), H5P_DEFAULT, groupCreation, H5P_DEFAULT), H5Gclose);
             if (group.bad()) return failed(what("make the group of ", field->fieldName()));
-            std::vector<std::string> order;  // the datasets' names in the fragments' order
-            for (const auto& fragment : field->fragments())
-                for (std::size_t i = 0; i < fragment.arrays.size(); ++i) {
-                    if (!out.good()) return out.failure();
-                    std::string name = linkName(fragment.id->name);
-                    if (i > 0) name.append(1, '_').append(std::to_string(i));
-                    const auto& array = *fragment.arrays[i];
-                    bool written = false;
-                    withElementType(array, [&]<class T>() {
-                        using Traits = Tessel::ElementTraits<T>;
-                        const auto elements = elementsOf<T>(array);
-                        written = writeDataset(group, name, nativeType<typename Traits::Component>(), elements.data(),
-                                               elements.size(), Traits::components);
-                    });
-                    if (!written) return failed(what("write ", field->fieldName() + "/" + name));
-                    order.push_back(std::move(name));
-                }
-            // The field's element type in the parse string's words, as the attribute "type" of its group,
-            // and the fragments' order as the attribute "fragments".
-            if (!field->fragments().empty() &&
-                !writeTexts(group, "type", {parseTypeName(*field->fragments()[0].arrays[0])}, true))
-                return failed(what("write the type of ", field->fieldName()));
-            if (!order.empty() && !writeTexts(group, "fragments", order, true))
-                return failed(what("write the fragment order of ", field->fieldName()));
+            // The values, then the field's element type in the parse string's words as the attribute "type",
+            // the fragments' names in order as "fragments" and their element counts as "counts".
+            std::vector<std::string> names;
+            std::vector<std::uint64_t> counts;
+            if (!field->fragments().empty()) {
+                bool written = false;
+                withElementType(*field->fragments()[0].arrays[0], [&]<class T>() {
+                    written = writeValues<T>(group, *field, out, names, counts);
+                });
+                if (!out.good()) return out.failure();
+                if (!written) return failed(what("write the values of ", field->fieldName()));
+                if (!writeTexts(group, "type", {parseTypeName(*field->fragments()[0].arrays[0])}, true) ||
+                    !writeNames(group, "fragments", names) ||
+                    !writeAttribute(group, "counts", H5T_NATIVE_UINT64, counts.data(), counts.size()))
+                    return failed(what("write the fragments of ", field->fieldName()));
+            }
             if (!group.close()) return failed(what("write the group of ", field->fieldName()));
         }
         // The grid's attributes, by the type of their values.

@@ -28,6 +28,7 @@ struct PlyColumn {
     std::vector<std::pair<const char*, std::uint64_t>> arrays;  // data and element count
     std::size_t array = 0;
     std::uint64_t at = 0;
+    bool usual = false;  // x y z, red green blue or nx ny nz
 };
 
 template <class C>
@@ -54,7 +55,7 @@ std::vector<PlyColumn> plyColumns(const Tessel::Grid& grid) {
     bool point = false, colour = false, normal = false;
     for (const auto& field : grid.fields()) {
         if (field->fragments().empty()) continue;
-        PlyColumn column{field.get(), {}, {}, 0, {}, 0, 0};
+        PlyColumn column{field.get(), {}, {}, 0, {}, 0, 0, false};
         const bool typed = withElementType(*field->fragments()[0].arrays[0], [&]<class T>() {
             using Traits = Tessel::ElementTraits<T>;
             if (!fieldHolds<T>(*field)) return;
@@ -65,13 +66,13 @@ std::vector<PlyColumn> plyColumns(const Tessel::Grid& grid) {
             });
             const std::string name = plyName(field->fieldName());
             if constexpr (std::is_same_v<T, Tessel::Point>) {
-                if (!point) column.names = {"x", "y", "z"};
+                if (!point) column.names = {"x", "y", "z"}, column.usual = true;
                 point = true;
             } else if constexpr (std::is_same_v<T, Tessel::Colour>) {
-                if (!colour) column.names = {"red", "green", "blue"};
+                if (!colour) column.names = {"red", "green", "blue"}, column.usual = true;
                 colour = true;
             } else if constexpr (std::is_same_v<T, Tessel::TVector>) {
-                if (!normal) column.names = {"nx", "ny", "nz"};
+                if (!normal) column.names = {"nx", "ny", "nz"}, column.usual = true;
                 normal = true;
             }
             if (column.names.empty())
@@ -82,12 +83,16 @@ std::vector<PlyColumn> plyColumns(const Tessel::Grid& grid) {
     }
     // The point field's columns first, so that a reader finds x, y, z at the start.
     std::stable_partition(columns.begin(), columns.end(), [](const PlyColumn& c) { return c.names[0] == "x"; });
-    // Readers look properties up by name: a name taken before ("x" of a field
-    // beside the point field, "red" beside an rgb field) gets the first free
-    // suffix _2, _3, ...
+    // Readers look properties up by name: the usual names stay with the
+    // point, rgb and tvector fields, and any other name taken before ("x" of a
+    // field beside the point field, "red" beside an rgb field) gets the first
+    // free suffix _2, _3, ...
     std::set<std::string> taken;
+    for (const PlyColumn& column : columns)
+        if (column.usual) taken.insert(column.names.begin(), column.names.end());
     for (PlyColumn& column : columns)
         for (std::string& name : column.names) {
+            if (column.usual) continue;
             std::string unique = name;
             for (unsigned n = 2; taken.count(unique) > 0; ++n) unique = name + '_' + std::to_string(n);
             taken.insert(unique);
