@@ -223,9 +223,8 @@ std::string writeHdf5(const Tessel::Grid& grid, const std::string& file) {
             std::vector<std::uint64_t> counts;
             if (!field->fragments().empty()) {
                 bool written = false;
-                withElementType(*field->fragments()[0].arrays[0], [&]<class T>() {
-                    written = writeValues<T>(group, *field, out, names, counts);
-                });
+                withElementType(*field->fragments()[0].arrays[0],
+                                [&]<class T>() { written = writeValues<T>(group, *field, out, names, counts); });
                 if (!out.good()) return out.failure();
                 if (!written) return failed(what("write the values of ", field->fieldName()));
                 if (!writeTexts(group, "type", {parseTypeName(*field->fragments()[0].arrays[0])}, true) ||

@@ -53,6 +53,8 @@ void requestStop(int signal) noexcept {
 
 int stopSignal() noexcept { return stopAsked.load(); }
 
+void clearStop() noexcept { stopAsked = 0; }
+
 void removeTemporaries() noexcept {
     for (int slot = 0; slot < Slots; ++slot)
         if (slotStates[slot].load() == 2) ::unlink(slotPaths[slot]);

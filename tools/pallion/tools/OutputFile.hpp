@@ -21,6 +21,8 @@ namespace Pallion::Tools {
 // commits nothing once a stop was asked for.
 void requestStop(int signal) noexcept;
 int stopSignal() noexcept;
+// Forgets a stop, for a process that goes on writing after one (a test).
+void clearStop() noexcept;
 // Unlinks the temporary files being written now; safe in a signal handler
 // that ends the process at once.
 void removeTemporaries() noexcept;
