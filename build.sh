@@ -180,6 +180,7 @@ case "${1:-}" in
         ./build/release/bench/wrap_bench
         ./build/release/bench/convert_bench
         ./build/release/bench/fragment_bench
+        ./build/release/bench/write_bench
         ;;
     consumer)
         install_missing
