@@ -402,8 +402,11 @@ TEST(HostOutput, SignalsStopWithTheirStatusAndCommitNothing) {
     for (const auto& [signal, status] :
          std::vector<std::pair<std::string, int>>{{"INT", 130}, {"TERM", 143}, {"HUP", 129}}) {
         const auto run = runHost(dir, "((printf '1 2 3\\n'; sleep 3) > fifo &) && timeout --preserve-status -s " +
-                                          signal + " 1 $P -q fifo -o out.ply --preview out.png");
+                                          signal + " 1 $P -q --json fifo -o out.ply --preview out.png");
         EXPECT_EQ(run.status, status) << signal << '\n' << run.err;
+        // Stopped by the host, not killed: it says so, and the JSON tells the status.
+        EXPECT_TRUE(has(run.err, "stopped; the blocks read so far are kept")) << signal << '\n' << run.err;
+        EXPECT_EQ(nlohmann::json::parse(run.out, nullptr, false).value("status", -1), status) << signal;
         EXPECT_EQ(entries(dir.path()), (std::vector<std::string>{"fifo", "host.err", "host.out"})) << signal;
     }
     Tessel::Grid grid;
