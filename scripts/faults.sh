@@ -17,11 +17,13 @@ passed=0 failed=0
 ok() { passed=$((passed + 1)); }
 bad() { failed=$((failed + 1)); echo "FAILED: $*"; }
 
-# Tables of 3 columns: a small one, one that fills 1 MiB, one that takes about a second to convert.
+# Tables of 3 columns: a small one, three whose output ends near 1 MiB (a full disk then strikes the last
+# writes and the final flush and close), one that overfills it, one that takes about a second to convert.
 /usr/bin/python3 - "$work" <<'EOF'
 import random, sys
 r = random.Random(5)
-for name, rows in (("small", 2000), ("fill", 60000), ("big", 1500000)):
+for name, rows in (("small", 2000), ("edge1", 42000), ("edge2", 43000), ("edge3", 43500), ("fill", 60000),
+                   ("big", 1500000)):
     with open(f"{sys.argv[1]}/{name}.txt", "w") as f:
         f.writelines(f"{i} {r.random():.6f} {r.random():.6f}\n" for i in range(rows))
 EOF
@@ -32,9 +34,9 @@ leftovers() { find "$1" -maxdepth 1 -name '.*.tmp' | grep -q .; }
 # A full disk: every output format, each size, small blocks for many HDF5 objects.
 if [ "$(id -u)" -eq 0 ] && mkdir -p "$work/full" && mount -t tmpfs -o size=1m tmpfs "$work/full" 2>/dev/null; then
     mounted="$work/full"
-    for table in small fill; do
+    for table in small edge1 edge2 edge3 fill; do
         for out in out.ply out.h5 out.png; do
-            for block in 50 100000; do
+            for block in 10 50 100000; do
                 rm -f "$mounted"/out.* "$mounted"/.out.*
                 option=(-o "$mounted/$out")
                 [ "$out" = out.png ] && option=(--preview "$mounted/$out")

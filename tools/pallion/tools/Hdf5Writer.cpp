@@ -96,9 +96,10 @@ hid_t ordered(hid_t propertyClass) {
 }
 
 // The file being written.  Its close is checked; where it fails (a full disk
-// at the last flush), the temporary file is emptied to give the space back
-// and the close tried once more, so that no file is left open for the HDF5
-// library's own shutdown at exit, which crashes on one.
+// at the last flush), the file stays half closed inside the HDF5 library,
+// which must not touch it again: neither a second close (it crashes) nor the
+// library's own shutdown at exit (see H5dont_atexit below).  The temporary
+// file is emptied to give its space back, and removed with the OutputFile.
 class FileHandle {
 public:
     FileHandle(hid_t id, std::string temporary) : id_(id), temporary_(std::move(temporary)) {}
@@ -111,10 +112,7 @@ public:
         const hid_t id = id_;
         id_ = -1;
         if (id < 0 || H5Fclose(id) >= 0) return true;
-        if (H5Iis_valid(id) > 0) {
-            (void)::truncate(temporary_.c_str(), 0);
-            H5Fclose(id);
-        }
+        (void)::truncate(temporary_.c_str(), 0);
         return false;
     }
 
@@ -199,6 +197,9 @@ std::string writeHdf5(const Tessel::Grid& grid, const std::string& file) {
     if (std::string refused = fieldNamesProblem(file, fieldNames); !refused.empty()) return refused;
     OutputFile out(file);
     if (!out.open(false)) return out.failure();
+    // No shutdown of the library at exit: after a failed close it would close that file again and crash.
+    // Where the library is already running (another part of the process opened it), this changes nothing.
+    H5dont_atexit();
     H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);  // failures come back as values, printed by the host
     const auto failed = [&](const std::string& step) {
         out.fail(m::fill(m::Hdf5Failed, step.c_str()));
