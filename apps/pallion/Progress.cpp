@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
+#include <ctime>
 
 #include <unistd.h>
 
@@ -13,15 +15,28 @@
 namespace host {
 
 namespace {
+// When the first signal came, in nanoseconds of the monotonic clock.
+std::atomic<std::int64_t> firstSignalAt{0};
+
+std::int64_t monotonicNanoseconds() {
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);  // safe in a signal handler
+    return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
+}
+
 // The first signal asks the conversion and the writers to stop (the
 // temporary file is removed and nothing is committed); a second one, for a
 // run that does not come to a stop, removes the temporary files and ends the
-// process at once.  Both exit with 128 and the first signal's number.
+// process at once.  A second signal within a second of the first is the same
+// request (timeout(1) and a terminal send one to the process and one to its
+// group) and is let go.  Both exit with 128 and the first signal's number.
 extern "C" void onSignal(int signal) {
     if (const int first = Pallion::Tools::stopSignal(); first != 0) {
+        if (monotonicNanoseconds() - firstSignalAt < 1'000'000'000) return;
         Pallion::Tools::removeTemporaries();
         ::_exit(128 + first);
     }
+    firstSignalAt = monotonicNanoseconds();
     Pallion::Tools::requestStop(signal);
 }
 }  // namespace
