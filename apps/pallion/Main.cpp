@@ -53,7 +53,7 @@ public:
     ConsoleToStderr() {
         auto misfit = misfit_;
         Ravelin::Console::setSink([misfit](const std::string& text) {
-            std::cerr << host::messages::Prefix << text << '\n';
+            std::cerr << host::messages::Prefix << Pallion::Tools::shownLines(text) << '\n';
             *misfit = true;
         });
     }
