@@ -12,6 +12,8 @@
 #   ./build.sh tsan       builds and runs the whole test suite under ThreadSanitizer
 #   ./build.sh fuzz [S]   builds the fuzz targets and runs each for S seconds (60), failing on a finding
 #   ./build.sh bench      builds and runs the benchmarks
+#   ./build.sh faults     builds the host and injects faults into its writes: a full disk (a 1 MiB tmpfs,
+#                         root only) and INT, TERM, HUP while converting and writing (scripts/faults.sh)
 #   ./build.sh consumer   installs into a temporary prefix and builds a separate project
 #                         against it with find_package, with pkg-config, then again with add_subdirectory
 #   ./build.sh package    makes the Debian packages, checks them and builds the separate project against their contents
@@ -178,12 +180,19 @@ case "${1:-}" in
             echo "fuzz_$target: $(grep -E '^stat::number_of_executed_units' "$scratch/$target.log" | awk '{print $2}') executions in ${seconds} s, no finding"
         done
         ;;
+    faults)
+        install_missing
+        cmake --preset release >/dev/null
+        cmake --build --preset release --target pallion_host
+        scripts/faults.sh "$PWD/build/release/apps/pallion/pallion"
+        ;;
     bench)
         install_missing
         build release
         ./build/release/bench/wrap_bench
         ./build/release/bench/convert_bench
         ./build/release/bench/fragment_bench
+        ./build/release/bench/write_bench
         ;;
     consumer)
         install_missing

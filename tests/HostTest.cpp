@@ -14,6 +14,8 @@
 #include "TestSupport.hpp"
 #include "pallion/Pallion.hpp"
 #include "pallion/tools/FailureContext.hpp"
+#include "pallion/tools/Lines.hpp"
+#include "pallion/tools/OutputFile.hpp"
 #include "pallion/tools/Sniff.hpp"
 #include "pallion/tools/Writers.hpp"
 
@@ -294,7 +296,8 @@ TEST(HostInput, PreflightStrictHeaderNamesAndOutputFailures) {
              {"$P --strict euro.csv --output e.ply", 1, "--strict:"},
              {types, 0, "column 3: 300 is out of range for uint8_t (0 to 255) and is stored as 44"},
              {types, 0, "column 4: \"6abc\" is read as 6"},
-             {"$P -q ok.txt --output no/such/folder/out.ply", 1, "cannot write no/such/folder/out.ply: No such file"},
+             {"$P -q ok.txt --output no/such/folder/out.ply", 1,
+              "cannot write no/such/folder/out.ply: the folder no/such/folder: No such file"},
              {"$P -q ok.txt --output out.xyz", 2, ""},
              {"$P -q absent.txt", 1, "hint: absent.txt: No such file or directory"},
              {"$P -q .", 1, "hint: .: is a directory"},
@@ -329,4 +332,157 @@ TEST(HostOutput, PlyRefusesDifferentCountsAndLeavesNothingBehind) {
     std::filesystem::permissions(folder, std::filesystem::perms::owner_all);
     // a.txt and the folder: no temporary file
     EXPECT_EQ(std::distance(std::filesystem::recursive_directory_iterator(dir.path()), {}), 2);
+}
+
+namespace {
+
+// The names of a folder's entries, sorted.
+std::vector<std::string> entries(const std::filesystem::path& folder) {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) names.push_back(entry.path().filename());
+    std::ranges::sort(names);
+    return names;
+}
+
+}  // namespace
+
+// An output is refused before anything is read where it would replace an input or cannot be written; what is
+// accepted replaces a symlink's target, keeps the mode, and takes any case of the extension and a long name.
+TEST(HostOutput, InputsAreNeverReplacedAndOutputsAreCheckedFirst) {
+    testsupport::TempDir dir;
+    const std::string table = "1 2 3\n4 5 6\n";
+    dir.write("a.txt", table);
+    dir.write("same.ply", table);
+    std::filesystem::create_symlink("a.txt", dir.path() / "link.ply");
+    std::filesystem::create_hard_link(dir.path() / "a.txt", dir.path() / "hard.ply");
+    dir.write("shared.ply", "old");
+    std::filesystem::create_hard_link(dir.path() / "shared.ply", dir.path() / "other.ply");
+    std::filesystem::create_directory(dir.path() / "dir.ply");
+    const std::string longName = std::string(240, 'n') + ".ply";  // 244 bytes, and a temporary name within 255
+    for (const auto& [command, status, part] : std::vector<std::tuple<std::string, int, std::string>>{
+             {"$P -q same.ply -o same.ply", 2, "--output: same.ply is the input same.ply"},
+             {"$P -q same.ply -o ./sub/../same.ply", 2, "is the input same.ply"},
+             {"$P -q a.txt -o link.ply", 2, "--output: link.ply is the input a.txt"},
+             {"$P -q a.txt -o hard.ply", 2, "--output: hard.ply is the input a.txt"},
+             {"$P -q a.txt --preview a.txt", 2, "--preview: a.txt is the input a.txt"},
+             {"$P -q a.txt -o x.ply --preview x.ply", 2, "--output and --preview name one file"},
+             {"$P -q a.txt -o shared.ply", 1, "it has 2 hard links"},
+             {"$P -q a.txt --preview no/p.png", 1, "--preview: cannot write no/p.png: the folder no: No such"},
+             {"$P -q a.txt -o dir.ply", 1, "cannot write dir.ply: it is a folder"},
+             {"$P -q a.txt -o x.Ply -q", 0, ""},
+             {"$P -q a.txt -o x.HDF5", 0, ""},
+             {"$P -q a.txt -o " + longName, 0, ""},
+         }) {
+        const auto run = runHost(dir, command);
+        EXPECT_EQ(run.status, status) << command << '\n' << run.err;
+        EXPECT_TRUE(has(run.err, part)) << command << '\n' << run.err;
+    }
+    for (const char* input : {"a.txt", "same.ply"}) EXPECT_EQ(slurp(dir.path() / input), table) << input;
+    EXPECT_EQ(slurp(dir.path() / "other.ply"), "old");
+    EXPECT_TRUE(slurp(dir.path() / longName).starts_with("ply\n"));
+
+    // A symlink stays and its target gets the new contents; a replaced file keeps its mode.
+    dir.write("target.ply", "old");
+    ::chmod((dir.path() / "target.ply").c_str(), 0640);
+    std::filesystem::create_symlink("target.ply", dir.path() / "out.ply");
+    ASSERT_EQ(runHost(dir, "$P -q a.txt -o out.ply").status, 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(dir.path() / "out.ply"));
+    EXPECT_TRUE(slurp(dir.path() / "target.ply").starts_with("ply\n"));
+    struct stat status {};
+    ASSERT_EQ(::stat((dir.path() / "target.ply").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640u);
+    for (const auto& name : entries(dir.path())) EXPECT_FALSE(name.ends_with(".tmp")) << name;
+}
+
+// INT, TERM and HUP stop a conversion that waits on its input: 128 and the signal's number, no output, no
+// temporary file; the same three stop a write at once once asked before it, and nothing is committed.
+TEST(HostOutput, SignalsStopWithTheirStatusAndCommitNothing) {
+    testsupport::TempDir dir;
+    ASSERT_EQ(mkfifo((dir.path() / "fifo").c_str(), 0600), 0);
+    for (const auto& [signal, status] :
+         std::vector<std::pair<std::string, int>>{{"INT", 130}, {"TERM", 143}, {"HUP", 129}}) {
+        const auto run = runHost(dir, "((printf '1 2 3\\n'; sleep 3) > fifo &) && timeout --preserve-status -s " +
+                                          signal + " 1 $P -q --json fifo -o out.ply --preview out.png");
+        EXPECT_EQ(run.status, status) << signal << '\n' << run.err;
+        // Stopped by the host, not killed: it says so, and the JSON tells the status.
+        EXPECT_TRUE(has(run.err, "stopped; the blocks read so far are kept")) << signal << '\n' << run.err;
+        const auto json = nlohmann::json::parse(run.out, nullptr, false);
+        EXPECT_TRUE(json.is_object() && json["status"] == status) << signal << '\n' << run.out;
+        EXPECT_EQ(entries(dir.path()), (std::vector<std::string>{"fifo", "host.err", "host.out"})) << signal;
+    }
+    Tessel::Grid grid;
+    auto p = testsupport::tableParameter({dir.write("a.txt", "1 2 3\n")}, "P:point:0+1+2");
+    ASSERT_EQ(Pallion::ascii2z9(grid, p), "");
+    Pallion::Tools::requestStop(15);
+    for (const std::string name : {"s.ply", "s.h5", "s.png"}) {
+        const auto file = (dir.path() / name).string();
+        const std::string failure =
+            name.ends_with(".png") ? host::writePreview(grid, file) : Pallion::Tools::writeGrid(grid, file);
+        EXPECT_EQ(failure, "cannot write " + file + ": stopped by signal 15; nothing was written");
+    }
+    Pallion::Tools::clearStop();
+    EXPECT_EQ(entries(dir.path()), (std::vector<std::string>{"a.txt", "fifo", "host.err", "host.out"}));
+}
+
+// Every outcome answers in JSON with its status, and a failed run never claims success.
+TEST(HostSummary, JsonForEveryOutcome) {
+    testsupport::TempDir dir;
+    dir.write("ok.txt", "1 2 3\n");
+    dir.write("named.txt", "east north up\n1 2 3\n");
+    dir.write("wide.txt", std::string("\xFF\xFE", 2) + "1 2 3\n");
+    dir.write("esc.txt", "x y z \x1b]0;pwned\x07\n1 2 3 4\n");
+    for (const auto& [command, status, result] : std::vector<std::tuple<std::string, int, std::string>>{
+             {"$P --json --block 0 ok.txt", 2, "--block"},
+             {"$P --json --parse P:point:0+1+nope named.txt", 2, "is not a name in the header"},
+             {"$P --json --parse bad ok.txt", 2, "parse string"},
+             {"$P --json wide.txt", 1, "UTF-16 LE byte order mark"},
+             {"$P --json -o no/x.ply ok.txt", 1, "cannot write no/x.ply"},
+             {"$P --json absent.txt", 1, "absent.txt"},
+             {"$P --json --parse P:point:0+1+2,H:float:0,H:float:1 -o c.ply ok.txt", 1, "element counts differ"},
+             {"cat ok.txt | $P --json --strict -", 0, ""},
+             {"$P --json esc.txt", 0, ""},
+         }) {
+        const auto run = runHost(dir, command);
+        EXPECT_EQ(run.status, status) << command << '\n' << run.err;
+        const auto json = nlohmann::json::parse(run.out, nullptr, false);
+        ASSERT_FALSE(json.is_discarded()) << command << '\n' << run.out;
+        EXPECT_EQ(json["status"], status) << command;
+        EXPECT_EQ(json["result"].get<std::string>().empty(), result.empty()) << command;
+        EXPECT_TRUE(has(json["result"], result)) << command << '\n' << json["result"];
+        // Bytes from a file reach stderr escaped, never as a control sequence.
+        EXPECT_EQ(run.err.find_first_of("\x1b\x07"), std::string::npos) << command;
+    }
+    const auto missing = nlohmann::json::parse(runHost(dir, "$P --json absent.txt").out);
+    EXPECT_TRUE(has(missing["failure"]["hints"][0], "No such file")) << missing;
+    const auto failedWrite =
+        nlohmann::json::parse(runHost(dir, "$P --json --parse P:point:0+1+2,H:float:0,H:float:1 -o c.ply ok.txt").out);
+    EXPECT_EQ(failedWrite["output"]["written"], false);
+    EXPECT_TRUE(has(failedWrite["output"]["error"], "counts differ"));
+    // --strict says what it could not look at.
+    const auto piped = nlohmann::json::parse(runHost(dir, "cat ok.txt | $P --json --strict -").out);
+    EXPECT_TRUE(has(piped["warnings"][0], "- is not a regular file")) << piped;
+}
+
+// Control bytes as a terminal cannot take them as commands; a picture of coordinates at +-1e308 is drawn.
+TEST(HostSummary, ControlBytesEscapedAndExtremeSpansDrawn) {
+    for (const auto& [raw, want] : std::vector<std::pair<std::string, std::string>>{
+             {"a\x1b]0;t\x07z", "a\\x1b]0;t\\x07z"},
+             {std::string("\r\t\0\x7f\x1f", 5), "\\r\\t\\0\\x7f\\x1f"},
+             {"caf\xc3\xa9 ~", "caf\xc3\xa9 ~"},
+         })
+        EXPECT_EQ(Pallion::Tools::shown(raw, 100), want);
+    EXPECT_EQ(Pallion::Tools::shownLines("a\x1b\nb\tc"), "a\\x1b\nb\tc");
+
+    testsupport::TempDir dir;
+    Tessel::Grid grid;
+    auto p = testsupport::tableParameter({dir.write("far.txt", "-1e308 -1e308 0\n1e308 1e308 1\n0 0 0.5\n")},
+                                         "P:point:0+1+2");
+    ASSERT_EQ(Pallion::ascii2z9(grid, p), "");
+    const auto png = (dir.path() / "far.png").string();
+    ASSERT_EQ(host::writePreview(grid, png, 8), "");
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    ASSERT_TRUE(png_image_begin_read_from_file(&image, png.c_str()));
+    EXPECT_EQ((std::pair<unsigned, unsigned>(image.width, image.height)), std::pair(8u, 8u));
+    png_image_free(&image);
 }

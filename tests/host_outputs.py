@@ -1,6 +1,7 @@
 """The host's output files read back by other tools' readers (PLY by Open3D, HDF5 by h5py), with the values of the
 text they came from.  Run by ctest as: /usr/bin/python3 host_outputs.py PALLION REAL_DATA_DIR; exits with 77
 (skipped) where open3d or h5py is missing."""
+import json
 import os
 import pathlib
 import subprocess
@@ -29,9 +30,6 @@ def run(*arguments, stdin=None):
     return subprocess.run([HOST, "-q", *arguments], stdin=stdin, capture_output=True, text=True)
 
 
-def fields_of(h5file, name):
-    # Fragments in the order the grid made them: "table" and the block number.
-    return np.concatenate([h5file[name][k][()] for k in sorted(h5file[name], key=lambda k: int(k[len("table"):]))])
 
 
 with tempfile.TemporaryDirectory() as folder:
@@ -63,15 +61,38 @@ with tempfile.TemporaryDirectory() as folder:
     check(vertices["K"].dtype == np.uint16 and np.array_equal(vertices["K"], klass), "PLY ushort property")
 
     # HDF5, the whole grid, read by h5py.
-    result = run("--parse", parse, "--block", "64", "--epsg", "25832", "--output", "table.h5", "table.txt")
+    result = run("--parse", parse, "--block", "64", "--epsg", "25832", "--json", "--output", "table.h5", "table.txt")
     check(result.returncode == 0, f"table.h5: status {result.returncode}: {result.stderr}")
+    grid_order = [field["name"].encode() for field in json.loads(result.stdout)["fields"]]
     with h5py.File("table.h5", "r") as h5:
-        check(len(h5["P"]) == (n + 63) // 64, "a dataset per fragment")
+        # Groups listed in the order they were made, and each field's fragments in order with their counts.
+        made = []
+        h5.id.links.iterate(made.append, idx_type=h5py.h5.INDEX_CRT_ORDER)
+        check(made == grid_order + [b"notes"] and len(made) == 6, f"groups in creation order: {made}")
+        fragments = [name.decode() for name in h5["P"].attrs["fragments"]]
+        check(fragments == [f"table{i}" for i in range((n + 63) // 64)], f"fragments in order: {fragments[:12]}")
+        check(list(h5["P"].attrs["counts"]) == [64] * (n // 64) + [n % 64], "elements per fragment")
         for name, values in {"P": xyz, "C": rgb.astype(np.uint8), "I": intensity, "K": klass.astype(np.uint16)}.items():
-            stored = fields_of(h5, name)
+            stored = h5[name]["values"][()]
             check(stored.dtype == values.dtype and np.array_equal(stored, values), f"HDF5 {name} as {values.dtype}")
         check(list(h5.attrs["EPSG"]) == [25832], "the grid's attribute EPSG")
         check(h5["notes"]["converter"][0] == b"ascii2z9", "the notes")
+
+    # Names a reader would confuse: a repeated PLY property gets a suffix, an HDF5 group name that cannot be is
+    # refused before the conversion (no file, exit 2).
+    with open("names.txt", "w") as table:
+        table.write("X Y Z x red\n1 2 3 4 5\n")
+    result = run("--parse", "P:point:X+Y+Z,x:double:x,C:rgb:X+Y+Z,red:double:red", "--output", "names.PLY",
+                 "names.txt")
+    cloud = pathlib.Path("names.PLY").read_bytes().split(b"end_header")[0].decode()
+    properties = [line.split()[1:] for line in cloud.splitlines() if line.startswith("property")]
+    names = [name for _, name in properties]
+    check(len(set(names)) == 8 and {"x_2", "red_2"} < set(names), f"unique PLY names: {names}")
+    check([name for kind, name in properties if kind == "uchar"] == ["red", "green", "blue"], "red is the rgb's")
+    for parse in ("P:point:X+Y+Z,notes:double:x", "P:point:X+Y+Z,a/b:double:x"):
+        result = run("--parse", parse, "--output", "names.HDF5", "names.txt")
+        check(result.returncode == 2 and "cannot be an HDF5 group name" in result.stderr
+              and not os.path.exists("names.HDF5"), f"{parse}: {result.returncode} {result.stderr}")
 
     # Standard input is never read ahead, so nothing is guessed: header names cannot be looked up.
     with open("table.txt", "rb") as stdin:

@@ -43,13 +43,17 @@ inline constexpr std::string_view TrajectoryHelp =
     "e.g. QVT_Harbour_001_20260310_EPSG25832_EPSG7837.txt";
 inline constexpr std::string_view JsonHelp = "print a summary as JSON on stdout instead of the text summary";
 inline constexpr std::string_view PreviewHelp =
-    "write a top-down picture of the first point field to this PNG file, coloured by height or by the first rgb field";
+    "write a top-down picture of the first point field to this PNG file, coloured by height or by the first rgb "
+    "field; written as --output is";
 inline constexpr std::string_view OutputHelp =
     "write the grid to this file after a conversion that read everything: .ply (binary PLY, one vertex per row: "
     "the point field as x y z, rgb as red green blue, tvector as nx ny nz, every scalar field a property), .h5 "
-    "(HDF5: the whole grid, a group per field, a dataset per fragment) or .las (LAS 1.4, point format 6 or 7 with rgb; "
-    "standard dimensions from the field names, every other field as extra bytes; coordinates exact at their "
-    "decimals, 8-bit colours as v*257)";
+    "(HDF5: the whole grid, a group per field listing its fragments' datasets in order) or .las (LAS 1.4, point "
+    "format 6 or 7 with rgb; standard dimensions from the field names, every other field as extra bytes; coordinates "
+    "exact at their decimals, 8-bit colours as v*257), in any case (.PLY, .hdf5, .LAS); written under a temporary "
+    "name and renamed when complete.  It may not be an input.  An existing file keeps its permissions and a symlink "
+    "its target, which gets the new contents; a file with other hard links is refused, since the other names would "
+    "keep the old contents";
 inline constexpr std::string_view StrictHelp =
     "fail before converting where the check of the first 1000 rows finds a token that the standard conversion cuts "
     "short (\"11,5\" read as 11) or an integer out of its type's range (300 in a uint8_t stored as 44)";
@@ -60,7 +64,7 @@ inline constexpr std::string_view QuietHelp =
     "print no guesses, warnings or progress bar; the summary and failures still";
 inline constexpr std::string_view VersionHelp = "print the version and exit";
 inline constexpr std::string_view BadOutput =
-    "--output: \"%s\": the format is taken from the extension, which must be .ply, .h5 or .las";
+    "--output: \"%s\": the format is taken from the extension, which must be .ply, .h5, .hdf5 or .las (in any case)";
 inline constexpr std::string_view LasScaleHelp =
     "the scale of a .las file's coordinates, one for x, y and z or three as SX,SY,SZ; default: 10^-d per axis, d the "
     "most decimals in its values, so that every coordinate reads back as written";
@@ -73,7 +77,8 @@ inline constexpr std::string_view Examples =
     "  cat a.txt | pallion - --output a.h5     standard input into an HDF5 file (nothing is guessed)\n"
     "  pallion --header 1 --delimiter comma --parse \"P:point:X+Y+Z,I:float:Intensity\" table.csv\n"
     "  pallion --strict --json export.csv      fail on tokens the conversion would cut short\n"
-    "Exit status: 0 done, 1 a conversion or write failed, 2 a usage error, 130 stopped by Ctrl-C.";
+    "Exit status: 0 done, 1 a conversion or write failed, 2 a usage error, 130 stopped by Ctrl-C (SIGINT),\n"
+    "143 by SIGTERM, 129 by SIGHUP; a stopped run writes no output file.";
 inline constexpr std::string_view FilesHelp =
     "the files to convert, read in this order into the same fields; - is standard input";
 inline constexpr std::string_view BadDelimiter =
@@ -88,10 +93,18 @@ inline constexpr std::string_view HintTrajectoryName =
     "      e.g. QVT_Harbour_001_20260310_EPSG25832_EPSG7837.txt: Number a whole number, Date YYYYMMDD,\n"
     "      then the spatial and the height reference, each four letters and the code's digits";
 inline constexpr std::string_view Interrupted = "stopped; the blocks read so far are kept";
+inline constexpr std::string_view StoppedBySignal = "stopped by signal %d before anything was written";
+
+// Output files, checked before anything is read.
+inline constexpr std::string_view OutputIsInput =
+    "%s: %s is the input %s; writing it would destroy the input: choose another name";
+inline constexpr std::string_view OutputIsPreview = "--output and --preview name one file, %s: choose two names";
 
 // Pre-flight check.
 inline constexpr std::string_view Warning = "warning: ";
 inline constexpr std::string_view MoreWarnings = "... and %llu more such token(s) in the first %llu row(s)";
+inline constexpr std::string_view StrictNotChecked =
+    "--strict: %s is not a regular file and is not read ahead: none of its rows were checked";
 inline constexpr std::string_view StrictRefused =
     "--strict: the first rows hold tokens that the conversion would store otherwise than written; nothing was "
     "converted";
@@ -104,7 +117,7 @@ inline constexpr std::string_view NoFragment = "(no fragment)";
 // Preview.
 inline constexpr std::string_view PreviewFailed = "--preview: ";
 inline constexpr std::string_view NothingToDraw = "no point field with elements to draw";
-inline constexpr std::string_view CannotWrite = "cannot write ";
+inline constexpr std::string_view PngFailed = "the PNG library failed to write the picture";
 
 // Progress.
 inline constexpr std::string_view Reading = "reading";

@@ -3,6 +3,7 @@
 // delimiter, the header and the fields where the user names none, checks the
 // first rows before converting, and gives a failure with its file, line,
 // token and a hint.  Run it with --help for the options.
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <exception>
@@ -20,6 +21,8 @@
 #include "pallion/Pallion.hpp"
 #include "pallion/tools/FailureContext.hpp"
 #include "pallion/tools/LasWriter.hpp"
+#include "pallion/tools/Lines.hpp"
+#include "pallion/tools/OutputFile.hpp"
 #include "pallion/tools/Preflight.hpp"
 #include "pallion/tools/Sniff.hpp"
 #include "pallion/tools/Writers.hpp"
@@ -28,7 +31,9 @@
 
 namespace {
 
-constexpr int Done = 0, Failed = 1, Usage = 2, Interrupted = 130;
+using namespace std::string_view_literals;
+
+constexpr int Done = 0, Failed = 1, Usage = 2;
 
 std::uint64_t bytesOf(const std::vector<std::string>& files) {
     std::uint64_t bytes = 0;
@@ -49,7 +54,7 @@ public:
     ConsoleToStderr() {
         auto misfit = misfit_;
         Ravelin::Console::setSink([misfit](const std::string& text) {
-            std::cerr << host::messages::Prefix << text << '\n';
+            std::cerr << host::messages::Prefix << Pallion::Tools::shownLines(text) << '\n';
             *misfit = true;
         });
     }
@@ -62,25 +67,81 @@ private:
     std::shared_ptr<std::atomic<bool>> misfit_ = std::make_shared<std::atomic<bool>>(false);
 };
 
+// The field names of a parse string: what stands before the first ':' of each entry.
+std::vector<std::string> fieldNamesOf(const std::string& parse) {
+    std::vector<std::string> names;
+    for (const std::string& entry : Pallion::Tools::cut(parse, ',')) names.push_back(entry.substr(0, entry.find(':')));
+    return names;
+}
+
+// Why the files named by -o and --preview cannot be written, found before
+// anything is read: one of them is an input (or both are one file), its
+// folder is missing or not writable, it is a folder or has other hard links.
+// The exit status and the text; 0 and nothing where both can be written.
+std::pair<int, std::string> outputsRefused(const host::Options& options) {
+    namespace m = host::messages;
+    const std::vector<std::pair<std::string_view, std::string>> outputs = {{"--output", options.output},
+                                                                           {"--preview", options.preview}};
+    for (const auto& [option, output] : outputs) {
+        if (output.empty()) continue;
+        for (const std::string& input : options.table.files)
+            if (input != "-" && Pallion::Tools::sameFile(input, output))
+                return {2, m::fill(m::OutputIsInput, std::string(option).c_str(), output.c_str(), input.c_str())};
+    }
+    if (!options.output.empty() && !options.preview.empty() &&
+        Pallion::Tools::sameFile(options.output, options.preview))
+        return {2, m::fill(m::OutputIsPreview, options.output.c_str())};
+    for (const auto& [option, output] : outputs)
+        if (!output.empty())
+            if (std::string problem = Pallion::Tools::outputProblem(output); !problem.empty())
+                return {1, std::string(option) + ": " + problem};
+    return {0, {}};
+}
+
+// A signal's exit status: 128 and its number, as shells report it.
+int signalled() { return 128 + Pallion::Tools::stopSignal(); }
+
 int run(int argc, char** argv) {
     namespace m = host::messages;
+    using Pallion::Tools::shownLines;
     const host::CommandLine command = host::parseCommandLine(argc, argv);
-    std::cout << command.out;
-    std::cerr << command.err;
-    if (!command.options) return command.exitStatus;
+    Tessel::Grid grid;
+    host::RunReport report;
+    if (!command.options) {
+        // A usage error also answers in JSON where --json was among the words.
+        const bool json = std::any_of(argv + 1, argv + argc, [](const char* word) { return word == "--json"sv; });
+        if (json && command.exitStatus != 0) {
+            report.result = command.err.substr(std::min(command.err.size(), m::Prefix.size()));
+            while (!report.result.empty() && report.result.back() == '\n') report.result.pop_back();
+            report.status = command.exitStatus;
+            std::cout << host::jsonSummary(grid, report) << std::flush;
+        } else {
+            std::cout << command.out;
+        }
+        std::cerr << shownLines(command.err);
+        return command.exitStatus;
+    }
     const host::Options& options = *command.options;
     auto say = [&](const std::string& line) {
-        if (!options.quiet) std::cerr << m::Prefix << line << '\n';
+        if (!options.quiet) std::cerr << m::Prefix << shownLines(line) << '\n';
     };
+    // Ends the run with a failure that is not a conversion's: told on stderr, and as the JSON's result.
+    auto refuse = [&](int status, const std::string& text) {
+        std::cerr << m::Prefix << shownLines(text) << '\n';
+        report.result = text;
+        report.status = status;
+        if (options.json) std::cout << host::jsonSummary(grid, report) << std::flush;
+        return status;
+    };
+
+    if (const auto [status, text] = outputsRefused(options); status != 0) return refuse(status, text);
 
     const ConsoleToStderr console;
     host::BarProgress::installInterruptHandler();
     const bool terminal = isatty(STDERR_FILENO) != 0 && !options.quiet;
     const std::uint64_t bytes = bytesOf(options.table.files);
 
-    Tessel::Grid grid;
     Pallion::Parameter parameter;
-    host::RunReport report;
     bool threw = false;
     {
         Ravelin::StringListPtr files(new Ravelin::StringList);
@@ -94,11 +155,13 @@ int run(int argc, char** argv) {
             } else {
                 const Pallion::Tools::Resolved resolved = Pallion::Tools::resolveOptions(options.table);
                 for (const std::string& line : resolved.guessed) say(line);
-                if (!resolved.failure.empty()) {
-                    std::cerr << m::Prefix << resolved.failure << '\n';
-                    return resolved.aboutTheOptions ? Usage : Failed;
-                }
                 report.guessed = resolved.guessed;
+                if (!resolved.failure.empty())
+                    return refuse(resolved.aboutTheOptions ? Usage : Failed, resolved.failure);
+                // Field names that the output cannot hold are refused before the conversion, not after it.
+                const std::string badNames =
+                    Pallion::Tools::fieldNamesProblem(options.output, fieldNamesOf(resolved.parse));
+                if (!badNames.empty()) return refuse(Usage, badNames);
                 report.delimiter = Pallion::Tools::delimiterName(resolved.delimiter);
                 report.headerLines = resolved.headerLines;
                 report.parse = resolved.parse;
@@ -112,12 +175,18 @@ int run(int argc, char** argv) {
                     report.warnings.push_back(m::fill(
                         m::MoreWarnings, static_cast<unsigned long long>(checked.count - checked.warnings.size()),
                         static_cast<unsigned long long>(checked.rowsChecked)));
+                // What is not a regular file is not read ahead, so --strict cannot look at it: told, not hidden.
+                if (options.strict)
+                    for (const std::string& file : options.table.files)
+                        if (!Pallion::Tools::isRegularFile(file))
+                            report.warnings.push_back(m::fill(m::StrictNotChecked, file.c_str()));
                 for (const std::string& warning : report.warnings)
                     if (options.strict || !options.quiet)
-                        std::cerr << m::Prefix << (options.strict ? "" : m::Warning) << warning << '\n';
+                        std::cerr << m::Prefix << (options.strict ? "" : m::Warning) << shownLines(warning) << '\n';
                 if (options.strict && checked.count > 0) {
                     std::cerr << m::Prefix << m::StrictRefused << '\n';
                     report.result = std::string(m::StrictRefused);
+                    report.status = Failed;
                     if (options.json) std::cout << host::jsonSummary(grid, report) << std::flush;
                     return Failed;
                 }
@@ -133,15 +202,19 @@ int run(int argc, char** argv) {
             parameter.Progress.reset();
         }
     }
-    const bool interrupted = host::BarProgress::interrupted();
     report.partial = !report.result.empty();
     if (report.partial && !options.trajectory) {
         const std::string libraryText = threw ? report.result.substr(m::StoppedByException.size()) : report.result;
         report.failure = Pallion::Tools::describeFailure(parameter, libraryText, threw);
     }
+    // A stop asked for by a signal during the conversion: nothing is written.
+    if (!report.partial && Pallion::Tools::stopSignal() != 0) {
+        report.result = m::fill(m::StoppedBySignal, Pallion::Tools::stopSignal());
+        report.partial = true;
+    }
 
-    // The output file only after a conversion that read everything.
-    std::string writeFailure;
+    // The output files only after a conversion that read everything and was not stopped.
+    std::string writeFailure, previewFailure;
     if (!options.output.empty() && !report.partial) {
         if (Pallion::Tools::outputFormatOf(options.output) == Pallion::Tools::OutputFormat::Las) {
             // What the file holds otherwise than the grid is told even with --quiet.
@@ -151,34 +224,41 @@ int run(int argc, char** argv) {
         } else {
             writeFailure = Pallion::Tools::writeGrid(grid, options.output);
         }
-        if (writeFailure.empty()) report.output = options.output;
+        report.output = {options.output, writeFailure};
     }
+    if (!options.preview.empty() && Pallion::Tools::stopSignal() == 0) {
+        previewFailure = host::writePreview(grid, options.preview);
+        report.preview = {options.preview, previewFailure};
+    }
+    const bool stopped = Pallion::Tools::stopSignal() != 0;
+    const int status = stopped                                                              ? signalled()
+                       : report.partial || !writeFailure.empty() || !previewFailure.empty() ? Failed
+                                                                                            : Done;
+    if (!report.partial && status != Done) report.result = !writeFailure.empty() ? writeFailure : previewFailure;
+    report.status = status;
 
     if (options.json)
         std::cout << host::jsonSummary(grid, report);
     else
-        std::cout << host::textSummary(grid, report.partial);
+        std::cout << shownLines(host::textSummary(grid, report.partial));
     std::cout << std::flush;  // the summary before the failure, also when both go to one pipe
-    if (!options.preview.empty()) {
-        const std::string failure = host::writePreview(grid, options.preview);
-        if (!failure.empty()) std::cerr << m::Prefix << m::PreviewFailed << failure << '\n';
-    }
-    if (!writeFailure.empty()) std::cerr << m::Prefix << writeFailure << '\n';
-    if (!report.partial) return writeFailure.empty() ? Done : Failed;
+    if (!previewFailure.empty()) std::cerr << m::Prefix << m::PreviewFailed << shownLines(previewFailure) << '\n';
+    if (!writeFailure.empty()) std::cerr << m::Prefix << shownLines(writeFailure) << '\n';
+    if (!report.partial) return status;
 
-    std::cerr << m::Prefix << report.result << '\n';
-    if (interrupted) {
+    std::cerr << m::Prefix << shownLines(report.result) << '\n';
+    if (stopped) {
         std::cerr << m::Prefix << m::Interrupted << '\n';
-        return Interrupted;
+        return status;
     }
     if (options.trajectory) {
         const std::string wrongName = Pallion::Tools::trajectoryNameFailure(options.table.files);
         if (!wrongName.empty())
-            std::cerr << m::Prefix << wrongName << '\n';
+            std::cerr << m::Prefix << shownLines(wrongName) << '\n';
         else if (console.nameMisfit())
             std::cerr << m::HintTrajectoryName << '\n';
     }
-    std::cerr << report.failure.text();
+    std::cerr << shownLines(report.failure.text());
     return Failed;
 }
 

@@ -3,15 +3,42 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
+#include <ctime>
+
+#include <unistd.h>
 
 #include "HostMessages.hpp"
+#include "pallion/tools/OutputFile.hpp"
 
 namespace host {
 
 namespace {
-std::atomic<bool> stopRequested{false};
-extern "C" void onInterrupt(int) { stopRequested = true; }
+// When the first signal came, in nanoseconds of the monotonic clock.
+std::atomic<std::int64_t> firstSignalAt{0};
+
+std::int64_t monotonicNanoseconds() {
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);  // safe in a signal handler
+    return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
+}
+
+// The first signal asks the conversion and the writers to stop (the
+// temporary file is removed and nothing is committed); a second one, for a
+// run that does not come to a stop, removes the temporary files and ends the
+// process at once.  A second signal within a second of the first is the same
+// request (timeout(1) and a terminal send one to the process and one to its
+// group) and is let go.  Both exit with 128 and the first signal's number.
+extern "C" void onSignal(int signal) {
+    if (const int first = Pallion::Tools::stopSignal(); first != 0) {
+        if (monotonicNanoseconds() - firstSignalAt < 1'000'000'000) return;
+        Pallion::Tools::removeTemporaries();
+        ::_exit(128 + first);
+    }
+    firstSignalAt = monotonicNanoseconds();
+    Pallion::Tools::requestStop(signal);
+}
 }  // namespace
 
 BarProgress::BarProgress(const Pallion::Parameter* parameter, std::uint64_t rows, std::uint64_t bytes, bool terminal)
@@ -21,29 +48,30 @@ BarProgress::~BarProgress() {
     if (drawn_) std::fputc('\n', stderr);
 }
 
-// Without SA_RESTART: a blocked open() or read() (a FIFO that has no writer
-// yet, a pipe that is silent) returns with EINTR, so that Ctrl-C stops it.
+// INT, TERM and HUP, without SA_RESTART: a blocked open() or read() (a FIFO
+// that has no writer yet, a pipe that is silent) returns with EINTR, so that
+// the signal stops it.
 void BarProgress::installInterruptHandler() {
     struct sigaction action {};
-    action.sa_handler = onInterrupt;
+    action.sa_handler = onSignal;
     sigemptyset(&action.sa_mask);
     action.sa_flags = 0;
-    sigaction(SIGINT, &action, nullptr);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
 }
 
-bool BarProgress::interrupted() { return stopRequested; }
+bool BarProgress::interrupted() { return Pallion::Tools::stopSignal() != 0; }
 
 bool BarProgress::report(const std::string&, std::uint32_t value, std::uint32_t total) {
     if (rows_ == 0) {
         drawCount(parameter_ != nullptr ? parameter_->LineCount : value);
-        return !stopRequested;
+        return !interrupted();
     }
     const std::uint64_t read = parameter_ != nullptr ? parameter_->LineCount : value;
     const double share = parameter_ != nullptr ? static_cast<double>(read) / static_cast<double>(rows_)
                                                : (total == 0 ? 0.0 : static_cast<double>(value) / total);
     // The rows are judged; until the end the bar stays short of full.
     draw(std::min(share, 0.99), read);
-    return !stopRequested;
+    return !interrupted();
 }
 
 void BarProgress::finish() {

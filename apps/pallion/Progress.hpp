@@ -25,7 +25,7 @@ public:
     // Draws the bar full after a conversion that read everything.
     void finish();
 
-    // Ctrl-C from now on asks the conversion to stop at its next report.
+    // Ctrl-C (and TERM, HUP) from now on asks the conversion to stop at its next report.
     static void installInterruptHandler();
     static bool interrupted();
 

@@ -16,6 +16,7 @@
 #include "HostMessages.hpp"
 #include "pallion/memory/Chunk.hpp"
 #include "pallion/tools/GridValues.hpp"
+#include "pallion/tools/OutputFile.hpp"
 
 namespace host {
 
@@ -109,6 +110,32 @@ void heightColour(double t, png_byte* rgb) {
 
 bool finite(const Tessel::Point& p) { return std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2]); }
 
+// The rows of an RGB picture.
+struct Picture {
+    const std::vector<png_byte>& rgb;
+    unsigned width, height;
+};
+
+// The picture as PNG into `out`; a failure of libpng (a short write among
+// them) is recorded in `out`, which then commits nothing.
+void writePng(Pallion::Tools::OutputFile& out, const Picture& picture) {
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png ? png_create_info_struct(png) : nullptr;
+    if (info == nullptr || setjmp(png_jmpbuf(png))) {
+        png_destroy_write_struct(&png, &info);
+        out.fail(std::string(messages::PngFailed));
+        return;
+    }
+    png_init_io(png, out.stream());
+    png_set_IHDR(png, info, picture.width, picture.height, 8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
+                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    png_write_info(png, info);
+    for (unsigned y = 0; y < picture.height && out.good(); ++y)
+        png_write_row(png, &picture.rgb[static_cast<std::size_t>(y) * picture.width * 3]);
+    if (out.good()) png_write_end(png, nullptr);
+    png_destroy_write_struct(&png, &info);
+}
+
 }  // namespace
 
 std::string textSummary(const Tessel::Grid& grid, bool partial) {
@@ -133,6 +160,7 @@ std::string textSummary(const Tessel::Grid& grid, bool partial) {
 std::string jsonSummary(const Tessel::Grid& grid, const RunReport& run) {
     Json json;
     json["result"] = run.result;
+    json["status"] = run.status;
     json["partial"] = run.partial;
     if (run.headerLines >= 0)
         json["options"] = {{"delimiter", run.delimiter}, {"header", run.headerLines}, {"parse", run.parse}};
@@ -145,8 +173,14 @@ std::string jsonSummary(const Tessel::Grid& grid, const RunReport& run) {
         failure["detail"] = run.failure.detail;
         failure["hints"] = run.failure.hints;
         json["failure"] = failure;
+    } else if (!run.failure.hints.empty()) {
+        json["failure"] = {{"hints", run.failure.hints}};
     }
-    if (!run.output.empty()) json["output"] = run.output;
+    for (const auto& [key, written] : {std::pair{"output", &run.output}, std::pair{"preview", &run.preview}})
+        if (*written) {
+            json[key] = {{"file", (*written)->file}, {"written", (*written)->error.empty()}};
+            if (!(*written)->error.empty()) json[key]["error"] = (*written)->error;
+        }
 
     json["fields"] = Json::array();
     for (const auto& field : grid.fields()) {
@@ -200,38 +234,34 @@ std::string writePreview(const Tessel::Grid& grid, const std::string& file, unsi
                 high[c] = std::max(high[c], p[c]);
             }
     if (!(low[0] <= high[0])) return std::string(messages::NothingToDraw);
-    const double spanX = std::max(high[0] - low[0], 1e-12), spanY = std::max(high[1] - low[1], 1e-12);
-    const double scale = (size - 1) / std::max(spanX, spanY);
-    const unsigned width = static_cast<unsigned>(spanX * scale) + 1, height = static_cast<unsigned>(spanY * scale) + 1;
+    // Spans and offsets in halves, so that coordinates near +-1e308 give no
+    // infinite span; every pixel index is clamped before it becomes unsigned.
+    const double spanX = std::max(high[0] / 2 - low[0] / 2, 1e-12), spanY = std::max(high[1] / 2 - low[1] / 2, 1e-12);
+    const double pixels = size - 1;
+    const double longest = std::max(spanX, spanY);
+    const auto pixel = [&](double offset) {
+        const double at = offset / longest * pixels;
+        return static_cast<unsigned>(std::isfinite(at) ? std::clamp(at, 0.0, pixels) : 0.0);
+    };
+    const unsigned width = pixel(spanX) + 1, height = pixel(spanY) + 1;
     std::vector<png_byte> image(static_cast<std::size_t>(width) * height * 3, 24);
+    const double spanZ = high[2] / 2 - low[2] / 2;
     for (std::size_t i = 0; i < points.size(); ++i) {
         if (!finite(points[i])) continue;
-        const auto x = std::min(width - 1, static_cast<unsigned>((points[i][0] - low[0]) * scale));
-        const auto y = height - 1 - std::min(height - 1, static_cast<unsigned>((points[i][1] - low[1]) * scale));
-        png_byte* pixel = &image[(static_cast<std::size_t>(y) * width + x) * 3];
+        const auto x = std::min(width - 1, pixel(points[i][0] / 2 - low[0] / 2));
+        const auto y = height - 1 - std::min(height - 1, pixel(points[i][1] / 2 - low[1] / 2));
+        png_byte* rgb = &image[(static_cast<std::size_t>(y) * width + x) * 3];
         if (coloured) {
-            for (int c = 0; c < 3; ++c) pixel[c] = colours[i][c];
+            for (int c = 0; c < 3; ++c) rgb[c] = colours[i][c];
         } else {
-            heightColour(high[2] > low[2] ? (points[i][2] - low[2]) / (high[2] - low[2]) : 0.5, pixel);
+            heightColour(spanZ > 0 ? (points[i][2] / 2 - low[2] / 2) / spanZ : 0.5, rgb);
         }
     }
 
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(std::fopen(file.c_str(), "wb"), std::fclose);
-    if (!out) return std::string(messages::CannotWrite) + file;
-    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    png_infop info = png ? png_create_info_struct(png) : nullptr;
-    if (info == nullptr || setjmp(png_jmpbuf(png))) {
-        png_destroy_write_struct(&png, &info);
-        return std::string(messages::CannotWrite) + file;
-    }
-    png_init_io(png, out.get());
-    png_set_IHDR(png, info, width, height, 8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-                 PNG_FILTER_TYPE_DEFAULT);
-    png_write_info(png, info);
-    for (unsigned y = 0; y < height; ++y) png_write_row(png, &image[static_cast<std::size_t>(y) * width * 3]);
-    png_write_end(png, nullptr);
-    png_destroy_write_struct(&png, &info);
-    return {};
+    // Through the one atomic writer: nothing under the name unless the whole picture was written.
+    Pallion::Tools::OutputFile out(file);
+    if (out.open()) writePng(out, Picture{image, width, height});
+    return out.commit();
 }
 
 }  // namespace host

@@ -2,6 +2,7 @@
 // script, and a top-down picture of its first point field.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,17 +20,23 @@ struct RunReport {
     std::int64_t headerLines = -1;          // as used; -1 for trajectories
     std::vector<std::string> warnings;      // the pre-flight check's lines
     Pallion::Tools::FailureReport failure;  // where a conversion stopped, if about a line
-    std::string output;                     // the file written, if any
+    int status = 0;                         // the exit status
+    struct Written {
+        std::string file, error;  // the file asked for; why it was not written, empty when it was
+    };
+    std::optional<Written> output, preview;  // where asked for and tried
 };
 
 // Field types in the parse string's words ("point", "rgb", "float").  A
 // partial grid is said to be one in its first line.
 std::string textSummary(const Tessel::Grid& grid, bool partial = false);
 
-// {"result", "partial", "options": {"delimiter", "header", "parse"}, "guessed": [...], "warnings": [...],
-//  "failure": {"file", "line", "text", "column", "token", "detail", "hints"}, "output",
+// {"result", "status", "partial", "options": {"delimiter", "header", "parse"}, "guessed": [...], "warnings": [...],
+//  "failure": {"file", "line", "text", "column", "token", "detail", "hints"} (only "hints" where the failure
+//  is not about a line), "output" and "preview": {"file", "written", "error"},
 //  "fields": [{"name", "type", "components", "elements", "fragments": [{"name", "elements"}], "min", "max"}],
 //  "attributes": {name: [values]}, "notes": [{"converter", "text"}]}
+// "result" is empty only for a run that did everything it was asked (status 0).
 // Valid JSON for any bytes: invalid UTF-8 is replaced (U+FFFD) and "invalid_utf8_replaced" is then true.
 // min and max are per component, over all fragments, and absent for a field without elements.
 std::string jsonSummary(const Tessel::Grid& grid, const RunReport& run);

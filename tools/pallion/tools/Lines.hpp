@@ -59,21 +59,46 @@ inline std::vector<std::string> cut(const std::string& text, char delimiter,
     return pieces;
 }
 
-// `text` for a person: a CR, a tab and a NUL shown as \r, \t and \0, and a
-// text longer than `length` bytes cut there, with "..." behind.
+// A byte for a terminal: a CR, a tab and a NUL as \r, \t and \0, any
+// other byte below 0x20 and 0x7f (DEL) as \x and two hex digits, so that
+// bytes taken from a file never reach a terminal as control sequences (ESC
+// starts one, BEL ends one); any other byte as it is.
+inline void appendShown(std::string& out, char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (c == '\r') {
+        out += "\\r";
+    } else if (c == '\t') {
+        out += "\\t";
+    } else if (c == '\0') {
+        out += "\\0";
+    } else if (byte < 0x20 || byte == 0x7f) {
+        static constexpr char Hex[] = "0123456789abcdef";
+        out += "\\x";
+        out += Hex[byte >> 4];
+        out += Hex[byte & 15];
+    } else {
+        out += c;
+    }
+}
+
+// `text` for a person, each byte as appendShown gives it, and a text longer
+// than `length` bytes cut there, with "..." behind.
 inline std::string shown(const std::string& text, std::size_t length) {
     std::string out;
-    for (char c : text.substr(0, length)) {
-        if (c == '\r')
-            out += "\\r";
-        else if (c == '\t')
-            out += "\\t";
-        else if (c == '\0')
-            out += "\\0";
-        else
-            out += c;
-    }
+    for (char c : text.substr(0, length)) appendShown(out, c);
     if (text.size() > length) out += "...";
+    return out;
+}
+
+// A message of one or more lines for a terminal: its line feeds and tabs
+// kept, every other byte as appendShown gives it.
+inline std::string shownLines(const std::string& text) {
+    std::string out;
+    for (char c : text)
+        if (c == '\n' || c == '\t')
+            out += c;
+        else
+            appendShown(out, c);
     return out;
 }
 

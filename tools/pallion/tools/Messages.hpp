@@ -82,7 +82,18 @@ inline constexpr std::string_view NoHdf5 =
 inline constexpr std::string_view NoPointField = "cannot write %s: no point field to give x, y, z";
 inline constexpr std::string_view CountsDiffer =
     "cannot write %s: a PLY vertex takes one element of every field, but the fields' element counts differ: %s";
-inline constexpr std::string_view Hdf5Failed = "cannot write %s: HDF5 failed to %s";
+inline constexpr std::string_view Hdf5Failed = "HDF5 failed to %s";  // after "cannot write FILE: "
+inline constexpr std::string_view StoppedBySignal = "cannot write %s: stopped by signal %d; nothing was written";
+inline constexpr std::string_view IsAFolder = "cannot write %s: it is a folder";
+inline constexpr std::string_view HardLinks =
+    "cannot write %s: it has %llu hard links, and a new file under one name would leave the others with the old "
+    "contents; remove the other links, or write to another name";
+inline constexpr std::string_view FolderProblem = "cannot write %s: the folder %s: %s";
+inline constexpr std::string_view BadHdf5Name =
+    "cannot write %s: the field name \"%s\" cannot be an HDF5 group name (%s); rename it in the parse string";
+inline constexpr std::string_view Hdf5NameSlash = "it holds a '/'";
+inline constexpr std::string_view Hdf5NameDot = "it is empty or \".\"";
+inline constexpr std::string_view Hdf5NameNotes = "the group \"notes\" holds the grid's notes";
 
 // LAS output; %c is the axis, the numbers are printed as they are stored.
 inline constexpr std::string_view LasCountsDiffer =

@@ -1,10 +1,12 @@
 #include "pallion/tools/Writers.hpp"
 
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <set>
 
 #include <unistd.h>
 
@@ -27,6 +29,7 @@ struct PlyColumn {
     std::vector<std::pair<const char*, std::uint64_t>> arrays;  // data and element count
     std::size_t array = 0;
     std::uint64_t at = 0;
+    bool usual = false;  // x y z, red green blue or nx ny nz
 };
 
 template <class C>
@@ -53,7 +56,7 @@ std::vector<PlyColumn> plyColumns(const Tessel::Grid& grid) {
     bool point = false, colour = false, normal = false;
     for (const auto& field : grid.fields()) {
         if (field->fragments().empty()) continue;
-        PlyColumn column{field.get(), {}, {}, 0, {}, 0, 0};
+        PlyColumn column{field.get(), {}, {}, 0, {}, 0, 0, false};
         const bool typed = withElementType(*field->fragments()[0].arrays[0], [&]<class T>() {
             using Traits = Tessel::ElementTraits<T>;
             if (!fieldHolds<T>(*field)) return;
@@ -64,13 +67,13 @@ std::vector<PlyColumn> plyColumns(const Tessel::Grid& grid) {
             });
             const std::string name = plyName(field->fieldName());
             if constexpr (std::is_same_v<T, Tessel::Point>) {
-                if (!point) column.names = {"x", "y", "z"};
+                if (!point) column.names = {"x", "y", "z"}, column.usual = true;
                 point = true;
             } else if constexpr (std::is_same_v<T, Tessel::Colour>) {
-                if (!colour) column.names = {"red", "green", "blue"};
+                if (!colour) column.names = {"red", "green", "blue"}, column.usual = true;
                 colour = true;
             } else if constexpr (std::is_same_v<T, Tessel::TVector>) {
-                if (!normal) column.names = {"nx", "ny", "nz"};
+                if (!normal) column.names = {"nx", "ny", "nz"}, column.usual = true;
                 normal = true;
             }
             if (column.names.empty())
@@ -81,17 +84,46 @@ std::vector<PlyColumn> plyColumns(const Tessel::Grid& grid) {
     }
     // The point field's columns first, so that a reader finds x, y, z at the start.
     std::stable_partition(columns.begin(), columns.end(), [](const PlyColumn& c) { return c.names[0] == "x"; });
+    // Readers look properties up by name: the usual names stay with the
+    // point, rgb and tvector fields, and any other name taken before ("x" of a
+    // field beside the point field, "red" beside an rgb field) gets the first
+    // free suffix _2, _3, ...
+    std::set<std::string> taken;
+    for (const PlyColumn& column : columns)
+        if (column.usual) taken.insert(column.names.begin(), column.names.end());
+    for (PlyColumn& column : columns)
+        for (std::string& name : column.names) {
+            if (column.usual) continue;
+            std::string unique = name;
+            for (unsigned n = 2; taken.count(unique) > 0; ++n) unique = name + '_' + std::to_string(n);
+            taken.insert(unique);
+            name = unique;
+        }
     return columns;
 }
 
 }  // namespace
 
 OutputFormat outputFormatOf(const std::string& file) {
-    const std::string extension = std::filesystem::path(file).extension().string();
-    if (extension == ".ply" || extension == ".PLY") return OutputFormat::Ply;
-    if (extension == ".h5" || extension == ".hdf5" || extension == ".H5") return OutputFormat::Hdf5;
-    if (extension == ".las" || extension == ".LAS") return OutputFormat::Las;
+    std::string extension = std::filesystem::path(file).extension().string();
+    for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (extension == ".ply") return OutputFormat::Ply;
+    if (extension == ".h5" || extension == ".hdf5") return OutputFormat::Hdf5;
+    if (extension == ".las") return OutputFormat::Las;
     return OutputFormat::Unknown;
+}
+
+std::string fieldNamesProblem(const std::string& file, const std::vector<std::string>& fieldNames) {
+    namespace m = messages;
+    if (outputFormatOf(file) != OutputFormat::Hdf5) return {};  // PLY names are made unique
+    for (const std::string& name : fieldNames) {
+        const std::string_view why = name.find('/') != std::string::npos ? m::Hdf5NameSlash
+                                     : name.empty() || name == "."       ? m::Hdf5NameDot
+                                     : name == "notes"                   ? m::Hdf5NameNotes
+                                                                         : std::string_view();
+        if (!why.empty()) return m::fill(m::BadHdf5Name, file.c_str(), name.c_str(), std::string(why).c_str());
+    }
+    return {};
 }
 
 std::string writePly(const Tessel::Grid& grid, const std::string& file) {
@@ -125,7 +157,7 @@ std::string writePly(const Tessel::Grid& grid, const std::string& file) {
     for (const PlyColumn& column : columns) rowBytes += column.elementBytes;
     const std::size_t rowsPerWrite = std::max<std::size_t>(1, (1u << 20) / rowBytes);
     buffer.reserve(rowsPerWrite * rowBytes);
-    for (std::uint64_t written = 0; written < vertices;) {
+    for (std::uint64_t written = 0; written < vertices && out.good();) {
         std::uint64_t run = vertices - written;
         for (PlyColumn& column : columns) {
             while (column.at == column.arrays[column.array].second) {
