@@ -160,14 +160,23 @@ std::string Ascii2Z9::readFile(const std::string& name) {
                                 static_cast<std::uint32_t>(std::min(estimate, parameter.LineCount)),
                                 static_cast<std::uint32_t>(estimate));
     };
-    LineReader reader(name, parameter.LineSizeLimit, LineReader::DefaultBlockSize, false, stillWanted);
+    LineReader reader(parameter.OpenSource, name, parameter.LineSizeLimit, LineReader::DefaultBlockSize,
+                      stillWanted);
     if (reader.interrupted()) return std::string(messages::convert::UserInterruption);
     if (!reader.isOpen()) return std::string(messages::convert::CannotOpenFile) + name;
-    reader.skipLines(parameter.HeaderLines);
+    // A range that begins inside the file skips no header: that lies before it.
+    reader.stopAt(parameter.RangeEnd);
+    if (parameter.RangeBegin > 0)
+        reader.startAt(parameter.RangeBegin);
+    else
+        reader.skipLines(parameter.HeaderLines);
 
-    // Only a regular file is judged; anything else (a FIFO, a pipe, a device)
-    // is opened this once and read only by the line loop.
-    if (reader.fileSize() > 0) estimate = estimateLines(name, parameter.HeaderLines, parameter.LineSizeLimit);
+    // Only a regular file read as a whole is judged; anything else (a FIFO, a
+    // pipe, a device, a compressed file) is opened this once and read only by
+    // the line loop.
+    const bool whole = parameter.RangeBegin == 0 && parameter.RangeEnd == Parameter().RangeEnd;
+    if (reader.fileSize() > 0 && whole)
+        estimate = estimateLines(name, parameter.HeaderLines, parameter.LineSizeLimit);
     const std::uint64_t step = progressStep(estimate);
     parameter.CurrentFile = name;
 
@@ -239,6 +248,14 @@ std::string Ascii2Z9::readFile(const std::string& name) {
         tokens.clear();
     }
     if (reader.interrupted()) return std::string(messages::convert::UserInterruption);
+    if (reader.failed()) {
+        parameter.Failure = FailureRecord{};
+        parameter.Failure.Kind = FailureKind::ReadFailed;
+        parameter.Failure.File = name;
+        parameter.Failure.Line = reader.linesTaken() + 1;
+        return std::string(messages::convert::CannotReadFile) + name + std::string(messages::convert::CannotReadWhy) +
+               reader.failure();
+    }
     if (reader.lineTooLong())
         return std::string(messages::convert::LineTooLong) + std::to_string(parameter.LineSizeLimit) +
                std::string(messages::convert::LineTooLongAt) + std::to_string(reader.linesTaken() + 1) +
