@@ -160,8 +160,7 @@ std::string Ascii2Z9::readFile(const std::string& name) {
                                 static_cast<std::uint32_t>(std::min(estimate, parameter.LineCount)),
                                 static_cast<std::uint32_t>(estimate));
     };
-    LineReader reader(parameter.OpenSource, name, parameter.LineSizeLimit, LineReader::DefaultBlockSize,
-                      stillWanted);
+    LineReader reader(parameter.OpenSource, name, parameter.LineSizeLimit, LineReader::DefaultBlockSize, stillWanted);
     if (reader.interrupted()) return std::string(messages::convert::UserInterruption);
     if (!reader.isOpen()) return std::string(messages::convert::CannotOpenFile) + name;
     // A range that begins inside the file skips no header: that lies before it.
@@ -175,8 +174,7 @@ std::string Ascii2Z9::readFile(const std::string& name) {
     // pipe, a device, a compressed file) is opened this once and read only by
     // the line loop.
     const bool whole = parameter.RangeBegin == 0 && parameter.RangeEnd == Parameter().RangeEnd;
-    if (reader.fileSize() > 0 && whole)
-        estimate = estimateLines(name, parameter.HeaderLines, parameter.LineSizeLimit);
+    if (reader.fileSize() > 0 && whole) estimate = estimateLines(name, parameter.HeaderLines, parameter.LineSizeLimit);
     const std::uint64_t step = progressStep(estimate);
     parameter.CurrentFile = name;
 

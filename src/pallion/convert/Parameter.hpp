@@ -26,15 +26,15 @@ struct ContainerEntry {
 // kind, the place and the counts from here instead of taking the sentence
 // apart.  The text stays what it always was; it is made apart from this.
 enum class FailureKind : std::uint8_t {
-    None,              // no failure (yet)
-    Arguments,         // no files, no parse-string entry, a block size of 0, a wrong parse string
-    CannotOpen,        // File could not be opened (or is a directory)
-    ReadFailed,        // reading File failed part-way (an I/O error, a corrupt compressed stream)
-    Interrupted,       // the progress object said stop
-    LineTooLong,       // Line of File is longer than LineSizeLimit
-    TooFewTokens,      // Line of File has TokensInLine tokens where HighestColumn is needed
-    TokenInvalid,      // Token in Column of Line is no number (std::invalid_argument, or not whole)
-    TokenOutOfRange,   // Token in Column of Line does not fit its type (std::out_of_range, or range refusal)
+    None,             // no failure (yet)
+    Arguments,        // no files, no parse-string entry, a block size of 0, a wrong parse string
+    CannotOpen,       // File could not be opened (or is a directory)
+    ReadFailed,       // reading File failed part-way (an I/O error, a corrupt compressed stream)
+    Interrupted,      // the progress object said stop
+    LineTooLong,      // Line of File is longer than LineSizeLimit
+    TooFewTokens,     // Line of File has TokensInLine tokens where HighestColumn is needed
+    TokenInvalid,     // Token in Column of Line is no number (std::invalid_argument, or not whole)
+    TokenOutOfRange,  // Token in Column of Line does not fit its type (std::out_of_range, or range refusal)
 };
 
 struct FailureRecord {

@@ -11,9 +11,9 @@
 // gives Source::Failed, and failure() names the file and the cause.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <istream>
-#include <array>
 #include <streambuf>
 #include <string>
 

@@ -51,8 +51,8 @@ public:
                         std::size_t blockSize = DefaultBlockSize, bool nonBlocking = false,
                         std::function<bool()> stillWanted = {});
     // Reads `name` through the Source that `factory` opens (the plain one where it is empty).
-    LineReader(const SourceFactory& factory, const std::string& name, std::uint64_t lineLimit,
-               std::size_t blockSize, std::function<bool()> stillWanted);
+    LineReader(const SourceFactory& factory, const std::string& name, std::uint64_t lineLimit, std::size_t blockSize,
+               std::function<bool()> stillWanted);
     ~LineReader() = default;
     LineReader(const LineReader&) = delete;
     LineReader& operator=(const LineReader&) = delete;
