@@ -16,6 +16,7 @@
 #include <archive_entry.h>
 #include <fcntl.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include "pallion/tools/Messages.hpp"
 
@@ -45,6 +46,20 @@ public:
     CompressedSource(const std::string& name, Compression kind) : name_(name) {
         descriptor_ = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
         if (descriptor_ < 0) return;
+        for (auto& block : blocks_) free_.push_back(&block);
+        if (kind == Compression::Gzip) {
+            // zlib's own gzip reading checks each member's CRC and length,
+            // which libarchive's skips.
+            gzip_ = true;
+            input_.resize(CompressedReadBytes);
+            if (inflateInit2(&stream_, MAX_WBITS + 16) != Z_OK) {
+                failure_ = std::string(messages::CompressedUnknown);
+                finished_ = true;
+                return;
+            }
+            worker_ = std::thread([this] { decompress(); });
+            return;
+        }
         archive_ = archive_read_new();
         archive_read_support_filter_all(archive_);
         if (kind == Compression::Zip)
@@ -61,7 +76,6 @@ public:
             return;
         }
         zip_ = kind == Compression::Zip;
-        for (auto& block : blocks_) free_.push_back(&block);
         worker_ = std::thread([this] { decompress(); });
     }
 
@@ -73,6 +87,7 @@ public:
         changed_.notify_all();
         if (worker_.joinable()) worker_.join();
         if (archive_ != nullptr) archive_read_free(archive_);
+        if (gzip_) inflateEnd(&stream_);
         if (descriptor_ >= 0) ::close(descriptor_);
     }
     CompressedSource(const CompressedSource&) = delete;
@@ -109,6 +124,50 @@ private:
         return why != nullptr ? std::string(why) : std::string(messages::CompressedUnknown);
     }
 
+    // Decompresses up to `count` bytes: the number, 0 at the end, -1 with `failure` set.
+    std::int64_t step(char* into, std::size_t count, std::string& failure) {
+        if (gzip_) return inflateStep(into, count, failure);
+        const la_ssize_t n = archive_read_data(archive_, into, count);
+        if (n < 0) failure = whyFailed();
+        return n;
+    }
+
+    // A gzip file, of one member or several one after the other.
+    std::int64_t inflateStep(char* into, std::size_t count, std::string& failure) {
+        stream_.next_out = reinterpret_cast<Bytef*>(into);
+        stream_.avail_out = static_cast<uInt>(count);
+        while (stream_.avail_out > 0) {
+            if (stream_.avail_in == 0 && !inputEnded_) {
+                const ssize_t n = ::read(descriptor_, input_.data(), input_.size());
+                if (n < 0 && errno == EINTR) continue;
+                if (n < 0) {
+                    failure = std::strerror(errno);
+                    return -1;
+                }
+                inputEnded_ = n == 0;
+                stream_.next_in = input_.data();
+                stream_.avail_in = static_cast<uInt>(n);
+            }
+            if (stream_.avail_in == 0 && inputEnded_) {
+                if (!inMember_) break;
+                failure = std::string(messages::GzipTruncated);
+                return -1;
+            }
+            if (!inMember_) {
+                inflateReset(&stream_);
+                inMember_ = true;
+            }
+            const int result = inflate(&stream_, Z_NO_FLUSH);
+            if (result == Z_STREAM_END) {
+                inMember_ = false;
+            } else if (result != Z_OK && result != Z_BUF_ERROR) {
+                failure = stream_.msg != nullptr ? std::string(stream_.msg) : std::string(messages::CompressedUnknown);
+                return -1;
+            }
+        }
+        return static_cast<std::int64_t>(count - stream_.avail_out);
+    }
+
     // The thread: fills free blocks in turn until the text ends or fails.
     void decompress() {
         std::string failure;
@@ -126,12 +185,8 @@ private:
             bool end = false;
             while (got < BlockBytes) {
                 // In small steps: a step that meets a failure gives none of its bytes.
-                const la_ssize_t n =
-                    archive_read_data(archive_, block->data() + got, std::min(BlockBytes - got, StepBytes));
-                if (n < 0) {
-                    failure = whyFailed();
-                    break;
-                }
+                const std::int64_t n = step(block->data() + got, std::min(BlockBytes - got, StepBytes), failure);
+                if (n < 0) break;
                 if (n == 0) {
                     end = true;
                     break;
@@ -159,6 +214,11 @@ private:
     int descriptor_ = -1;
     archive* archive_ = nullptr;
     bool zip_ = false;
+    bool gzip_ = false;
+    z_stream stream_{};
+    std::vector<Bytef> input_;
+    bool inputEnded_ = false;
+    bool inMember_ = true;  // an empty file is a truncated one
     std::thread worker_;
 
     mutable std::mutex mutex_;

@@ -5,10 +5,12 @@
 // (sniffing, the pre-flight check, the failure context) opens it here, and so
 // sees the same text as the conversion.
 //
-// The name's ending chooses whether a file is decompressed; the stream's own
-// first bytes then choose how (a .gz that holds xz data is read as xz).  A
-// truncated or corrupt stream fails at the block where it is found: read()
-// gives Source::Failed, and failure() names the file and the cause.
+// The name's ending chooses whether a file is decompressed and how: .gz by
+// zlib (one member or several, each checked against its CRC), the others by
+// libarchive.  A truncated or corrupt stream fails at the block where it is
+// found: read() gives Source::Failed, and failure() says why.  Bytes handed
+// out before the damage was seen stay handed out: a decompressor that checks
+// only at a block's or a member's end may have given some of it.
 #pragma once
 
 #include <array>

@@ -75,6 +75,7 @@ inline constexpr std::string_view CannotRead = "cannot read %s: %s";
 // Why a compressed file could not be read, where the decompressor gives no word.
 inline constexpr std::string_view CompressedUnknown = "the compressed stream could not be read";
 inline constexpr std::string_view CompressedMoreMembers = "the zip archive holds more than one member";
+inline constexpr std::string_view GzipTruncated = "truncated gzip input";
 
 // Output files.
 inline constexpr std::string_view CannotWriteFile = "cannot write %s: %s";
