@@ -111,8 +111,8 @@ bool LineReader::nextLine(const char*& begin, const char*& end) {
         if (filled_ - start_ > lineLimit_) return refuse();
         searched = filled_ - start_;  // counted from the front, where refill moves the line
         if (!refill()) {
-            // A part of a line cut off by a stop is no line.
-            if (filled_ == start_ || interrupted_) return false;
+            // A part of a line cut off by a stop or a failure is no line.
+            if (filled_ == start_ || interrupted_ || failed_) return false;
             begin = buffer_.get() + start_;
             end = buffer_.get() + filled_;
             start_ = filled_;

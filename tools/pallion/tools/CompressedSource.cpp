@@ -27,7 +27,7 @@ namespace {
 // Decompressed blocks in flight between the thread and the reader: enough to
 // keep both busy, few enough that memory stays a few MiB whatever the file.
 constexpr std::size_t BlockBytes = std::size_t{1} << 20;
-constexpr std::size_t BlocksInFlight = 4;
+constexpr std::size_t BlocksInFlight = 8;
 // What one call to libarchive decompresses at most.
 constexpr std::size_t StepBytes = std::size_t{64} * 1024;
 // What libarchive reads of the compressed file at a time.
