@@ -8,6 +8,7 @@
 #include <cstring>
 #include <deque>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -16,7 +17,12 @@
 #include <archive_entry.h>
 #include <fcntl.h>
 #include <unistd.h>
+
+#if defined(PALLION_TOOLS_ISAL)
+#include <isa-l/igzip_lib.h>
+#else
 #include <zlib.h>
+#endif
 
 #include "pallion/tools/Messages.hpp"
 
@@ -38,6 +44,106 @@ std::string lower(std::string text) {
     return text;
 }
 
+// A gzip file of one member or several one after the other, each checked
+// against its CRC and length (which libarchive's gzip reading skips).  With
+// ISA-L where it was found at build time, which inflates some times faster,
+// else with zlib.
+class GzipReader {
+public:
+    explicit GzipReader(int descriptor) : descriptor_(descriptor), input_(CompressedReadBytes) {
+#if defined(PALLION_TOOLS_ISAL)
+        isal_inflate_init(&state_);
+        state_.crc_flag = ISAL_GZIP;
+        ready_ = true;
+#else
+        ready_ = inflateInit2(&state_, MAX_WBITS + 16) == Z_OK;
+#endif
+    }
+    ~GzipReader() {
+#if !defined(PALLION_TOOLS_ISAL)
+        if (ready_) inflateEnd(&state_);
+#endif
+    }
+    GzipReader(const GzipReader&) = delete;
+    GzipReader& operator=(const GzipReader&) = delete;
+
+    bool ready() const { return ready_; }
+
+    // Up to `count` bytes of text: the number, 0 at the end, -1 with `failure` set.
+    std::int64_t read(char* into, std::size_t count, std::string& failure) {
+        state_.next_out = reinterpret_cast<unsigned char*>(into);
+        state_.avail_out = static_cast<unsigned>(count);
+        while (state_.avail_out > 0) {
+            if (state_.avail_in == 0 && !inputEnded_) {
+                const ssize_t n = ::read(descriptor_, input_.data(), input_.size());
+                if (n < 0 && errno == EINTR) continue;
+                if (n < 0) {
+                    failure = std::strerror(errno);
+                    return -1;
+                }
+                inputEnded_ = n == 0;
+                state_.next_in = input_.data();
+                state_.avail_in = static_cast<unsigned>(n);
+            }
+            if (state_.avail_in == 0 && inputEnded_) {
+                if (!inMember_) break;
+                failure = std::string(messages::GzipTruncated);
+                return -1;
+            }
+            if (!inMember_) nextMember();
+            if (!inflateSome(failure)) return -1;
+        }
+        return static_cast<std::int64_t>(count - state_.avail_out);
+    }
+
+private:
+    // Starts the next member where the last one ended, its input kept.
+    void nextMember() {
+        auto* const in = state_.next_in;
+        const auto available = state_.avail_in;
+#if defined(PALLION_TOOLS_ISAL)
+        isal_inflate_reset(&state_);
+        state_.crc_flag = ISAL_GZIP;
+#else
+        inflateReset(&state_);
+#endif
+        state_.next_in = in;
+        state_.avail_in = available;
+        inMember_ = true;
+    }
+
+    // One step of inflating; false with `failure` set where the data is damaged.
+    bool inflateSome(std::string& failure) {
+#if defined(PALLION_TOOLS_ISAL)
+        if (isal_inflate(&state_) < 0) {
+            failure = std::string(messages::GzipDamaged);
+            return false;
+        }
+        if (state_.block_state == ISAL_BLOCK_FINISH) inMember_ = false;
+#else
+        const int result = inflate(&state_, Z_NO_FLUSH);
+        if (result == Z_STREAM_END) {
+            inMember_ = false;
+        } else if (result != Z_OK && result != Z_BUF_ERROR) {
+            failure = state_.msg != nullptr ? std::string(state_.msg) : std::string(messages::GzipDamaged);
+            return false;
+        }
+#endif
+        return true;
+    }
+
+    int descriptor_;  // the file, owned by the Source
+    std::vector<unsigned char> input_;
+#if defined(PALLION_TOOLS_ISAL)
+    inflate_state state_{};
+#else
+    z_stream state_{};
+#endif
+    bool ready_ = false;
+    bool inputEnded_ = false;
+    bool inMember_ = true;  // an empty file is a truncated one
+};
+
 // A compressed file, decompressed by a thread of its own into a few blocks
 // that the reader takes in turn.  The thread ends at the end of the text, at
 // a failure, or when the Source goes (it is then told to stop and joined).
@@ -48,11 +154,8 @@ public:
         if (descriptor_ < 0) return;
         for (auto& block : blocks_) free_.push_back(&block);
         if (kind == Compression::Gzip) {
-            // zlib's own gzip reading checks each member's CRC and length,
-            // which libarchive's skips.
-            gzip_ = true;
-            input_.resize(CompressedReadBytes);
-            if (inflateInit2(&stream_, MAX_WBITS + 16) != Z_OK) {
+            inflater_.emplace(descriptor_);
+            if (!inflater_->ready()) {
                 failure_ = std::string(messages::CompressedUnknown);
                 finished_ = true;
                 return;
@@ -87,7 +190,6 @@ public:
         changed_.notify_all();
         if (worker_.joinable()) worker_.join();
         if (archive_ != nullptr) archive_read_free(archive_);
-        if (gzip_) inflateEnd(&stream_);
         if (descriptor_ >= 0) ::close(descriptor_);
     }
     CompressedSource(const CompressedSource&) = delete;
@@ -126,46 +228,10 @@ private:
 
     // Decompresses up to `count` bytes: the number, 0 at the end, -1 with `failure` set.
     std::int64_t step(char* into, std::size_t count, std::string& failure) {
-        if (gzip_) return inflateStep(into, count, failure);
+        if (inflater_) return inflater_->read(into, count, failure);
         const la_ssize_t n = archive_read_data(archive_, into, count);
         if (n < 0) failure = whyFailed();
         return n;
-    }
-
-    // A gzip file, of one member or several one after the other.
-    std::int64_t inflateStep(char* into, std::size_t count, std::string& failure) {
-        stream_.next_out = reinterpret_cast<Bytef*>(into);
-        stream_.avail_out = static_cast<uInt>(count);
-        while (stream_.avail_out > 0) {
-            if (stream_.avail_in == 0 && !inputEnded_) {
-                const ssize_t n = ::read(descriptor_, input_.data(), input_.size());
-                if (n < 0 && errno == EINTR) continue;
-                if (n < 0) {
-                    failure = std::strerror(errno);
-                    return -1;
-                }
-                inputEnded_ = n == 0;
-                stream_.next_in = input_.data();
-                stream_.avail_in = static_cast<uInt>(n);
-            }
-            if (stream_.avail_in == 0 && inputEnded_) {
-                if (!inMember_) break;
-                failure = std::string(messages::GzipTruncated);
-                return -1;
-            }
-            if (!inMember_) {
-                inflateReset(&stream_);
-                inMember_ = true;
-            }
-            const int result = inflate(&stream_, Z_NO_FLUSH);
-            if (result == Z_STREAM_END) {
-                inMember_ = false;
-            } else if (result != Z_OK && result != Z_BUF_ERROR) {
-                failure = stream_.msg != nullptr ? std::string(stream_.msg) : std::string(messages::CompressedUnknown);
-                return -1;
-            }
-        }
-        return static_cast<std::int64_t>(count - stream_.avail_out);
     }
 
     // The thread: fills free blocks in turn until the text ends or fails.
@@ -214,11 +280,7 @@ private:
     int descriptor_ = -1;
     archive* archive_ = nullptr;
     bool zip_ = false;
-    bool gzip_ = false;
-    z_stream stream_{};
-    std::vector<Bytef> input_;
-    bool inputEnded_ = false;
-    bool inMember_ = true;  // an empty file is a truncated one
+    std::optional<GzipReader> inflater_;  // a .gz file's reading, else libarchive's
     std::thread worker_;
 
     mutable std::mutex mutex_;

@@ -76,6 +76,7 @@ inline constexpr std::string_view CannotRead = "cannot read %s: %s";
 inline constexpr std::string_view CompressedUnknown = "the compressed stream could not be read";
 inline constexpr std::string_view CompressedMoreMembers = "the zip archive holds more than one member";
 inline constexpr std::string_view GzipTruncated = "truncated gzip input";
+inline constexpr std::string_view GzipDamaged = "the gzip data is damaged";
 
 // Output files.
 inline constexpr std::string_view CannotWriteFile = "cannot write %s: %s";
