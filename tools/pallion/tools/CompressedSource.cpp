@@ -59,11 +59,13 @@ public:
         ready_ = inflateInit2(&state_, MAX_WBITS + 16) == Z_OK;
 #endif
     }
+#if defined(PALLION_TOOLS_ISAL)
+    ~GzipReader() = default;
+#else
     ~GzipReader() {
-#if !defined(PALLION_TOOLS_ISAL)
         if (ready_) inflateEnd(&state_);
-#endif
     }
+#endif
     GzipReader(const GzipReader&) = delete;
     GzipReader& operator=(const GzipReader&) = delete;
 

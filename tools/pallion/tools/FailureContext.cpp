@@ -54,7 +54,7 @@ std::string openReason(const std::string& name) {
     struct stat status {};
     if (::stat(name.c_str(), &status) != 0) return std::strerror(errno);
     if (S_ISDIR(status.st_mode)) return std::string(messages::IsADirectory);
-    if (!openTableSource(name, SourceOpening{true, {}})->isOpen()) return std::strerror(errno);
+    if (!openFileSource(name, SourceOpening{true, {}})->isOpen()) return std::strerror(errno);
     return {};
 }
 
