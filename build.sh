@@ -42,6 +42,7 @@ install_missing() {
     [ -f /usr/include/archive.h ] || need+=(libarchive-dev)
     [ -f /usr/include/zlib.h ] || need+=(zlib1g-dev)
     [ -f /usr/include/isa-l/igzip_lib.h ] || need+=(libisal-dev)
+    [ -f /usr/include/zstd.h ] || need+=(libzstd-dev)
     command -v help2man >/dev/null || need+=(help2man)
     [ -d /usr/share/bash-completion ] || need+=(bash-completion)
     # The tests that read the host's output files back: Debian's Python with Open3D and h5py.

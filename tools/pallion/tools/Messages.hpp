@@ -77,6 +77,7 @@ inline constexpr std::string_view CompressedUnknown = "the compressed stream cou
 inline constexpr std::string_view CompressedMoreMembers = "the zip archive holds more than one member";
 inline constexpr std::string_view GzipTruncated = "truncated gzip input";
 inline constexpr std::string_view GzipDamaged = "the gzip data is damaged";
+inline constexpr std::string_view ZstdTruncated = "truncated zstd input";
 
 // Output files.
 inline constexpr std::string_view CannotWriteFile = "cannot write %s: %s";
