@@ -6,11 +6,12 @@
 // sees the same text as the conversion.
 //
 // The name's ending chooses whether a file is decompressed and how: .gz by
-// zlib (one member or several, each checked against its CRC), the others by
-// libarchive.  A truncated or corrupt stream fails at the block where it is
-// found: read() gives Source::Failed, and failure() says why.  Bytes handed
-// out before the damage was seen stay handed out: a decompressor that checks
-// only at a block's or a member's end may have given some of it.
+// ISA-L or zlib (one member or several, each checked against its CRC), .zst
+// by libzstd where it was found at build time, the others by libarchive.
+// A truncated or corrupt stream fails at the block where it is found: read()
+// gives Source::Failed, and failure() says why.  Bytes handed out before the
+// damage was seen stay handed out: a decompressor that checks only at a
+// block's or a member's end may have given some of it.
 #pragma once
 
 #include <array>
