@@ -42,6 +42,10 @@ install_missing() {
     [ -f /usr/include/png.h ] || need+=(libpng-dev)
     [ -f /usr/include/nlohmann/json.hpp ] || need+=(nlohmann-json3-dev)
     [ -f /usr/include/hdf5/serial/hdf5.h ] || [ -f /usr/include/hdf5.h ] || need+=(libhdf5-dev)
+    [ -f /usr/include/archive.h ] || need+=(libarchive-dev)
+    [ -f /usr/include/zlib.h ] || need+=(zlib1g-dev)
+    [ -f /usr/include/isa-l/igzip_lib.h ] || need+=(libisal-dev)
+    [ -f /usr/include/zstd.h ] || need+=(libzstd-dev)
     command -v help2man >/dev/null || need+=(help2man)
     # EPSG codes as WKT in LAS files, and the LAS reader of the tests (npm's copc under Debian's nodejs).
     [ -f /usr/include/proj.h ] || need+=(libproj-dev)

@@ -486,3 +486,42 @@ TEST(HostSummary, ControlBytesEscapedAndExtremeSpansDrawn) {
     EXPECT_EQ((std::pair<unsigned, unsigned>(image.width, image.height)), std::pair(8u, 8u));
     png_image_free(&image);
 }
+
+// A compressed table gives the program the summary of its plain text: guesses,
+// fields, fragments and the failing line with its context; a truncated one
+// fails with the file's name.
+TEST(HostInput, CompressedTablesReadAsTheirPlainText) {
+    testsupport::TempDir dir;
+    std::string rows = "X Y Z Intensity\n";
+    for (int i = 0; i < 30'000; ++i)
+        rows += std::to_string(i) + ".5 " + std::to_string(i % 97) + " 2.25 " + std::to_string(i % 7) + "\n";
+    rows += "1 2 3\n";  // one token short: the failure names this line
+    dir.write("pts", rows);
+    const auto plain = runHost(dir, "$P --json --block 1000 pts");
+    ASSERT_EQ(plain.status, 1) << plain.err;
+    ASSERT_EQ(nlohmann::json::parse(plain.out)["failure"]["line"], 30'002);
+    const std::pair<const char*, const char*> formats[] = {{"gzip -k pts", "pts.gz"},
+                                                           {"bzip2 -k pts", "pts.bz2"},
+                                                           {"xz -k pts", "pts.xz"},
+                                                           {"zstd -q -k pts", "pts.zst"},
+                                                           {"zip -q pts.zip pts", "pts.zip"}};
+    for (const auto& [command, name] : formats) {
+        SCOPED_TRACE(name);
+        if (std::system((std::string("cd '") + dir.path().string() + "' && " + command).c_str()) != 0) {
+            std::cout << "skipped: " << command << " failed\n";
+            continue;
+        }
+        const auto run = runHost(dir, std::string("$P --json --block 1000 ") + name);
+        EXPECT_EQ(run.status, 1) << run.err;
+        nlohmann::json summary = nlohmann::json::parse(run.out);
+        EXPECT_EQ(summary["failure"]["file"], name);
+        summary["failure"]["file"] = "pts";
+        EXPECT_EQ(summary, nlohmann::json::parse(plain.out));
+
+        const std::string whole = slurp(dir.path() / name);
+        dir.write(std::string("cut-") + name, whole.substr(0, whole.size() / 2));
+        const auto cut = runHost(dir, std::string("$P -q --block 1000 cut-") + name);
+        EXPECT_EQ(cut.status, 1);
+        EXPECT_NE(cut.err.find(std::string("cannot read file: cut-") + name), std::string::npos) << cut.err;
+    }
+}

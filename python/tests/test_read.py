@@ -203,3 +203,36 @@ def test_trajectories_and_attributes(tmp_path):
     twice = pallion.read_table(data.parent / "sample_points.txt", parse="A:double:0,A:double:1,B:int:8", header=1)
     with pytest.raises(ValueError, match="A: 6000, B: 3000"):
         twice.to_pandas()
+
+
+def compressed_copies(plain):
+    """The plain table as .gz, .bz2, .xz, .zip (one member) and, where the zstd tool is there, .zst."""
+    import bz2, gzip, lzma, shutil, subprocess, zipfile  # noqa: E401
+    data = plain.read_bytes()
+    copies = []
+    for suffix, write in ((".gz", gzip.compress), (".bz2", bz2.compress), (".xz", lzma.compress)):
+        copies.append(plain.with_name(plain.name + suffix))
+        copies[-1].write_bytes(write(data))
+    with zipfile.ZipFile(plain.with_name(plain.name + ".zip"), "w", zipfile.ZIP_DEFLATED) as archive:
+        archive.write(plain, plain.name)
+    copies.append(plain.with_name(plain.name + ".zip"))
+    if shutil.which("zstd"):
+        subprocess.run(["zstd", "-q", "-k", str(plain)], check=True)
+        copies.append(plain.with_name(plain.name + ".zst"))
+    return copies
+
+
+def test_compressed_tables_read_as_their_plain_text_and_a_cut_one_fails(tmp_path):
+    plain = tmp_path / "pts.txt"
+    plain.write_text("X Y Z\n" + "".join(f"{i}.25 {i % 13} -{i}.5\n" for i in range(40000)))
+    want = pallion.read_table(plain, block=5000, header="auto").fields["Positions"].to_numpy()
+    for copy in compressed_copies(plain):
+        grid = pallion.read_table(copy, block=5000, header="auto")  # guessed from the decompressed text
+        numpy.testing.assert_array_equal(grid.fields["Positions"].to_numpy(), want, err_msg=copy.name)
+        cut = tmp_path / ("cut-" + copy.name)
+        cut.write_bytes(copy.read_bytes()[: copy.stat().st_size // 2])
+        with pytest.raises(pallion.ConversionError) as caught:
+            pallion.read_table(cut, block=5000, header=1, parse="Positions:point:0+1+2", delimiter="space")
+        assert f"cannot read file: {cut}" in str(caught.value), copy.name
+        kept = numpy.concatenate([a for a in caught.value.grid.fields["Positions"].fragments.values()] or [want[:0]])
+        numpy.testing.assert_array_equal(kept, want[: len(kept)], err_msg=copy.name)

@@ -291,17 +291,24 @@ std::string Ascii2Z9::readFile(const std::string& name) {
                                 static_cast<std::uint32_t>(std::min(estimate, parameter.LineCount)),
                                 static_cast<std::uint32_t>(estimate));
     };
-    LineReader reader(name, parameter.LineSizeLimit, LineReader::DefaultBlockSize, false, stillWanted);
+    LineReader reader(parameter.OpenSource, name, parameter.LineSizeLimit, LineReader::DefaultBlockSize, stillWanted);
     if (reader.interrupted()) {
         parameter.Failure.File = name;
         return fail(FailureKind::Interrupted, std::string(messages::convert::UserInterruption));
     }
     if (!reader.isOpen()) return cannotOpen();
-    reader.skipLines(parameter.HeaderLines);
+    // A range that begins inside the file skips no header: that lies before it.
+    reader.stopAt(parameter.RangeEnd);
+    if (parameter.RangeBegin > 0)
+        reader.startAt(parameter.RangeBegin);
+    else
+        reader.skipLines(parameter.HeaderLines);
 
-    // Only a regular file is judged; anything else (a FIFO, a pipe, a device)
-    // is opened this once and read only by the line loop.
-    if (reader.fileSize() > 0) estimate = estimateLines(name, parameter.HeaderLines, parameter.LineSizeLimit);
+    // Only a regular file read as a whole is judged; anything else (a FIFO, a
+    // pipe, a device, a compressed file) is opened this once and read only by
+    // the line loop.
+    const bool whole = parameter.RangeBegin == 0 && parameter.RangeEnd == Parameter().RangeEnd;
+    if (reader.fileSize() > 0 && whole) estimate = estimateLines(name, parameter.HeaderLines, parameter.LineSizeLimit);
     const std::uint64_t step = progressStep(estimate);
     parameter.CurrentFile = name;
 
@@ -409,6 +416,11 @@ std::string Ascii2Z9::readFile(const std::string& name) {
     }
     if (reader.interrupted())
         return fail(FailureKind::Interrupted, std::string(messages::convert::UserInterruption), reader.linesTaken());
+    if (reader.failed())
+        return fail(FailureKind::ReadFailed,
+                    std::string(messages::convert::CannotReadFile) + name +
+                        std::string(messages::convert::CannotReadWhy) + reader.failure(),
+                    reader.linesTaken() + 1);
     if (reader.lineTooLong())
         return fail(FailureKind::LineTooLong,
                     std::string(messages::convert::LineTooLong) + std::to_string(parameter.LineSizeLimit) +

@@ -10,25 +10,44 @@ namespace Pallion {
 LineReader::LineReader(const std::string& name, std::uint64_t lineLimit, std::size_t blockSize, bool nonBlocking,
                        std::function<bool()> stillWanted)
     : stillWanted_(std::move(stillWanted)), lineLimit_(lineLimit), capacity_(blockSize) {
-    do descriptor_ = platform::openForReading(name, nonBlocking);
-    while (descriptor_ == platform::Interrupted && waitAgain());
-    if (descriptor_ < 0) descriptor_ = -1;
-    if (descriptor_ >= 0) {
-        const platform::FileStatus status = platform::statusOf(descriptor_);
-        if (status.kind == platform::FileKind::Regular) {
-            size_ = status.size;
-            // A small file needs no block larger than itself (and one byte to see
-            // its end); a file that shows no size (as those of /proc do) keeps the block.
-            if (size_ > 0 && static_cast<std::uint64_t>(size_) < capacity_)
-                capacity_ = static_cast<std::size_t>(size_) + 1;
-        }
-        platform::adviseSequential(descriptor_);
+    source_ = openFileSource(name, SourceOpening{nonBlocking, stillWanted_});
+    prepare();
+}
+
+LineReader::LineReader(const SourceFactory& factory, const std::string& name, std::uint64_t lineLimit,
+                       std::size_t blockSize, std::function<bool()> stillWanted)
+    : stillWanted_(std::move(stillWanted)), lineLimit_(lineLimit), capacity_(blockSize) {
+    source_ = openSource(factory, name, SourceOpening{false, stillWanted_});
+    prepare();
+}
+
+void LineReader::prepare() {
+    if (!source_.isNull() && source_->openInterrupted()) interrupted_ = true;
+    if (isOpen()) {
+        size_ = source_->size();
+        // A small file needs no block larger than itself (and one byte to see
+        // its end); a file that shows no size (as those of /proc do) keeps the block.
+        if (size_ > 0 && static_cast<std::uint64_t>(size_) < capacity_) capacity_ = static_cast<std::size_t>(size_) + 1;
     }
     buffer_.reset(new char[capacity_]);
 }
 
-LineReader::~LineReader() {
-    if (descriptor_ >= 0) platform::closeFile(descriptor_);
+void LineReader::startAt(std::uint64_t offset) {
+    if (offset == 0 || !isOpen()) return;
+    // The first line that starts at or after `offset` follows the first line
+    // feed at or after the byte before it.
+    const std::uint64_t before = offset - 1;
+    if (source_->seek(before)) {
+        offset_ = before;
+    } else {
+        while (offset_ + filled_ <= before) {
+            discard();
+            if (!refill()) return;
+        }
+        start_ = static_cast<std::size_t>(before - offset_);
+    }
+    skipLines(1);
+    linesTaken_ = 0;  // lines are counted from the range's first one
 }
 
 bool LineReader::waitAgain() {
@@ -45,6 +64,7 @@ bool LineReader::refill() {
     if (start_ > 0) {
         std::memmove(buffer_.get(), buffer_.get() + start_, filled_ - start_);
         filled_ -= start_;
+        offset_ += start_;
         start_ = 0;
     }
     if (filled_ == capacity_) {
@@ -56,11 +76,18 @@ bool LineReader::refill() {
         buffer_ = std::move(grown);
         capacity_ = larger;
     }
+    if (!isOpen()) {
+        atEnd_ = true;
+        return false;
+    }
     std::int64_t got;
-    do got = platform::readSome(descriptor_, buffer_.get() + filled_, capacity_ - filled_);
-    while (got == platform::Interrupted && waitAgain());
+    do got = source_->read(buffer_.get() + filled_, capacity_ - filled_);
+    while (got == Source::Interrupted && waitAgain());
     if (got <= 0) {
-        atEnd_ = true;  // the end of the file, or an error, which ends the lines the same way
+        // The end of the file; the plain Source gives an error as an end, a
+        // host's Source may tell it apart.
+        failed_ = got == Source::Failed;
+        atEnd_ = true;
         return false;
     }
     if (!nulSeen_ && std::memchr(buffer_.get() + filled_, '\0', static_cast<std::size_t>(got)) != nullptr)
@@ -70,6 +97,7 @@ bool LineReader::refill() {
 }
 
 bool LineReader::nextLine(const char*& begin, const char*& end) {
+    if (pastStop()) return false;
     std::size_t searched = start_;  // bytes before this hold no line feed
     for (;;) {
         if (const void* feed = std::memchr(buffer_.get() + searched, '\n', filled_ - searched)) {
@@ -83,8 +111,8 @@ bool LineReader::nextLine(const char*& begin, const char*& end) {
         if (filled_ - start_ > lineLimit_) return refuse();
         searched = filled_ - start_;  // counted from the front, where refill moves the line
         if (!refill()) {
-            // A part of a line cut off by a stop is no line.
-            if (filled_ == start_ || interrupted_) return false;
+            // A part of a line cut off by a stop or a failure is no line.
+            if (filled_ == start_ || interrupted_ || failed_) return false;
             begin = buffer_.get() + start_;
             end = buffer_.get() + filled_;
             start_ = filled_;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "pallion/array/TesselTypeIndex.hpp"
+#include "pallion/convert/Source.hpp"
 #include "ravelin/ChunkBase.hpp"
 #include "ravelin/LoaderProgress.hpp"
 #include "ravelin/StringList.hpp"
@@ -25,15 +26,15 @@ struct ContainerEntry {
 // kind, the place and the counts from here instead of taking the sentence
 // apart.  The text stays what it always was; it is made apart from this.
 enum class FailureKind : std::uint8_t {
-    None,              // no failure (yet)
-    Arguments,         // no files, no parse-string entry, a block size of 0, a wrong parse string
-    CannotOpen,        // File could not be opened (or is a directory)
-    ReadFailed,        // reading File failed part-way (an I/O error, a corrupt compressed stream)
-    Interrupted,       // the progress object said stop
-    LineTooLong,       // Line of File is longer than LineSizeLimit
-    TooFewTokens,      // Line of File has TokensInLine tokens where HighestColumn is needed
-    TokenInvalid,      // Token in Column of Line is no number (std::invalid_argument, or not whole)
-    TokenOutOfRange,   // Token in Column of Line does not fit its type (std::out_of_range, or range refusal)
+    None,             // no failure (yet)
+    Arguments,        // no files, no parse-string entry, a block size of 0, a wrong parse string
+    CannotOpen,       // File could not be opened (or is a directory)
+    ReadFailed,       // reading File failed part-way (an I/O error, a corrupt compressed stream)
+    Interrupted,      // the progress object said stop
+    LineTooLong,      // Line of File is longer than LineSizeLimit
+    TooFewTokens,     // Line of File has TokensInLine tokens where HighestColumn is needed
+    TokenInvalid,     // Token in Column of Line is no number (std::invalid_argument, or not whole)
+    TokenOutOfRange,  // Token in Column of Line does not fit its type (std::out_of_range, or range refusal)
 };
 
 struct FailureRecord {
@@ -85,10 +86,38 @@ struct Parameter {
     // ',' is the decimal separator: "3,25" is read exactly as "3.25".
     bool DecimalComma = false;
     // The bytes of one regular file to read: the lines that start in
-    // [RangeBegin, RangeEnd).  A range that does not begin at byte 0 begins
-    // after the first line end at or after RangeBegin, and skips no header.
+    // [RangeBegin, RangeEnd).  A line starts at byte 0 and after every line
+    // feed; a range that does not begin at byte 0 thus begins after the first
+    // line end at or after byte RangeBegin - 1, and skips no header.  The line
+    // that straddles RangeEnd is read to its end.  Ranges that meet
+    // ([0, b), [b, c), [c, end)) read every line of the file exactly once.
+    // With several files, each is read in the same range.
+    //
+    // What a host does to put N ranges together into the grid of one
+    // sequential conversion:
+    // - rows: a range's rows are those of the sequential conversion, in order,
+    //   from the first row of its first line on; nothing is skipped twice or
+    //   read twice at the seams;
+    // - blocks: each range conversion numbers its blocks from the
+    //   FragmentCount it is given, and a block of the sequential run may
+    //   straddle a seam.  A host that needs the sequential blocks converts the
+    //   ranges with a ChunkSize no smaller than a range's rows and cuts the
+    //   rows into blocks itself, in file order (chunks made by the host);
+    //   without a block size, one fragment per field per file as ever: the
+    //   host joins the ranges' columns end to end;
+    // - line numbers: a failure's line and the line of a line-too-long text
+    //   count from the range's first line (1); the host adds the lines of the
+    //   ranges before it (a count of the line feeds in [0, RangeBegin - 1]),
+    //   and reports the first failure in file order, keeping the blocks
+    //   before it.
     std::uint64_t RangeBegin = 0;
     std::uint64_t RangeEnd = ~std::uint64_t{0};
+    // How a file is opened: empty, the library's plain reading of the name
+    // (a regular file, a pipe, a FIFO, a device, read once front to back).
+    // A host may set its own factory, for compressed files for instance; a
+    // Source that fails part-way ends the conversion with a failure text
+    // naming the file (FailureKind::ReadFailed).  Not told by speak.
+    SourceFactory OpenSource;
 
     // State of the conversion.
     std::uint32_t HighestColumnIndex = 0;

@@ -54,6 +54,10 @@ std::int64_t readSome(int descriptor, char* into, std::size_t count) {
 
 void closeFile(int descriptor) { ::close(descriptor); }
 
+bool seekTo(int descriptor, std::uint64_t offset) {
+    return ::lseek(descriptor, static_cast<off_t>(offset), SEEK_SET) == static_cast<off_t>(offset);
+}
+
 void adviseHugePages(void* data, std::size_t bytes) noexcept {
 #if defined(__linux__) && defined(MADV_HUGEPAGE)
     if (data == nullptr || bytes < HugePageThreshold) return;

@@ -42,6 +42,8 @@ void adviseSequential(int descriptor);
 // or Interrupted.
 std::int64_t readSome(int descriptor, char* into, std::size_t count);
 void closeFile(int descriptor);
+// Moves the descriptor of a regular file to byte `offset`; false where it cannot.
+bool seekTo(int descriptor, std::uint64_t offset);
 
 // Blocks from this size on are worth backing with huge pages: below it a
 // block holds at most one or two of them.

@@ -7,17 +7,15 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <fstream>
 #include <stdexcept>
 #include <string_view>
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "pallion/Extensions.hpp"
 #include "pallion/array/ElementTraits.hpp"
 #include "pallion/convert/detail/Messages.hpp"
+#include "pallion/tools/CompressedSource.hpp"
 #include "pallion/tools/Lines.hpp"
 #include "pallion/tools/Messages.hpp"
 
@@ -55,9 +53,7 @@ std::string openReason(const std::string& name) {
     struct stat status {};
     if (::stat(name.c_str(), &status) != 0) return std::strerror(errno);
     if (S_ISDIR(status.st_mode)) return std::string(messages::IsADirectory);
-    const int fd = ::open(name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) return std::strerror(errno);
-    ::close(fd);
+    if (!openFileSource(name, SourceOpening{true, {}})->isOpen()) return std::strerror(errno);
     return {};
 }
 
@@ -117,7 +113,7 @@ FailurePlace findFailingLine(const std::vector<std::string>& files, std::uint32_
     for (const std::string& name : files) {
         // A pipe or a FIFO was read once by the conversion; it is never opened again.
         if (!isRegularFile(name)) return {};
-        std::ifstream in(name, std::ios::binary);
+        SourceStream in(name);
         for (std::uint32_t i = 0; i < headerLines && skipLine(in);) ++i;
         std::uint64_t row = 0;
         for (; before + row < rowsStored && skipLine(in);) ++row;

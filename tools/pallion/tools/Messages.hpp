@@ -72,6 +72,12 @@ inline constexpr std::string_view WideBom =
     "%s begins with a %s byte order mark: it is not 8-bit text; save it as UTF-8 (without a byte order mark) or "
     "ASCII";
 inline constexpr std::string_view CannotRead = "cannot read %s: %s";
+// Why a compressed file could not be read, where the decompressor gives no word.
+inline constexpr std::string_view CompressedUnknown = "the compressed stream could not be read";
+inline constexpr std::string_view CompressedMoreMembers = "the zip archive holds more than one member";
+inline constexpr std::string_view GzipTruncated = "truncated gzip input";
+inline constexpr std::string_view GzipDamaged = "the gzip data is damaged";
+inline constexpr std::string_view ZstdTruncated = "truncated zstd input";
 
 // Output files.
 inline constexpr std::string_view CannotWriteFile = "cannot write %s: %s";

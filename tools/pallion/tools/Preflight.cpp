@@ -1,11 +1,11 @@
 #include "pallion/tools/Preflight.hpp"
 
 #include <charconv>
-#include <fstream>
 #include <limits>
 #include <stdexcept>
 
 #include "pallion/Extensions.hpp"
+#include "pallion/tools/CompressedSource.hpp"
 #include "pallion/tools/GridValues.hpp"
 #include "pallion/tools/Lines.hpp"
 #include "pallion/tools/Messages.hpp"
@@ -82,7 +82,7 @@ Preflight preflight(const Parameter& parameter, std::uint64_t rows) {
     for (const std::string& name : *parameter.Files) {
         if (result.rowsChecked >= rows) break;
         if (!isRegularFile(name)) continue;
-        std::ifstream in(name, std::ios::binary);
+        SourceStream in(name);
         for (std::uint32_t i = 0; i < parameter.HeaderLines; ++i)
             if (!skipLine(in)) break;
         std::string line;

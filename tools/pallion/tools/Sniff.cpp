@@ -6,11 +6,11 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <map>
 
 
 #include "pallion/Extensions.hpp"
+#include "pallion/tools/CompressedSource.hpp"
 #include "pallion/tools/Lines.hpp"
 #include "pallion/tools/Messages.hpp"
 
@@ -75,7 +75,7 @@ std::string joined(const std::vector<std::string>& names) {
 // removed, with no more than SampleBytes read.  A UTF-16 or UTF-32 byte order
 // mark is named in `wideBom`.
 std::vector<std::string> firstLines(const std::string& name, std::string& wideBom, std::string& failure) {
-    std::ifstream in(name, std::ios::binary);
+    SourceStream in(name);
     if (!in) {
         failure = messages::fill(messages::CannotRead, name.c_str(), std::strerror(errno));
         return {};

@@ -5,6 +5,7 @@
 #include <fstream>
 
 
+#include "pallion/tools/CompressedSource.hpp"
 #include "pallion/tools/Sniff.hpp"
 
 namespace Pallion::Tools {
@@ -18,17 +19,17 @@ constexpr std::size_t WindowBytes = std::size_t{64} * 1024;
 // spread evenly across a file of `size` bytes; a line longer than a window
 // counts as one window.  0 when nothing could be read.
 std::uint64_t medianLineLength(const std::string& name, std::uint64_t size) {
-    std::ifstream in(name, std::ios::binary);
-    if (!in || size == 0) return 0;
+    const SourcePtr source = openFileSource(name, SourceOpening{true, {}});
+    if (!source->isOpen() || size == 0) return 0;
     std::vector<std::uint64_t> lengths;
     std::string window(WindowBytes, '\0');
     const std::size_t windows = size <= WindowBytes * SampleWindows ? 1 : SampleWindows;
     for (std::size_t w = 0; w < windows; ++w) {
         const std::uint64_t offset = size / windows * w;
-        in.clear();
-        in.seekg(static_cast<std::streamoff>(offset));
-        in.read(window.data(), static_cast<std::streamsize>(window.size()));
-        const std::size_t got = static_cast<std::size_t>(in.gcount());
+        std::size_t got = 0;
+        if (source->seek(offset))
+            for (std::int64_t n = 1; n > 0 && got < window.size(); got += static_cast<std::size_t>(n))
+                if ((n = source->read(window.data() + got, window.size() - got)) < 0) n = 0;
         // A window that starts inside a line begins to count at its next line.
         std::size_t start = 0;
         if (offset > 0) {
@@ -101,7 +102,8 @@ bool isStream(const std::string& name) {
 std::optional<std::uint64_t> judgedRows(const std::vector<std::string>& files) {
     std::uint64_t rows = 0;
     for (const std::string& name : files) {
-        if (!isRegularFile(name)) return std::nullopt;
+        // A compressed file's size says nothing of its rows.
+        if (!isRegularFile(name) || compressionOf(name) != Compression::None) return std::nullopt;
         std::error_code error;
         const std::uint64_t size = std::filesystem::file_size(name, error);
         if (error) continue;
@@ -124,6 +126,7 @@ void fillParameter(Parameter& parameter, const TableOptions& options, const Reso
     parameter.Delimiter = resolved.delimiter;
     parameter.Parse = resolved.parse;
     parameter.EPSG = options.epsg;
+    parameter.OpenSource = openTableSource;
     if (options.lineSizeLimit) parameter.LineSizeLimit = *options.lineSizeLimit;
     parameter.ChunkSize = options.block ? *options.block
                           : judgedRows  ? blockSizeFor(*judgedRows)

@@ -12,12 +12,19 @@
 // lineTooLong() set, once that many bytes have been read into it.  The reader
 // then holds at most about one and a half times the limit.
 //
-// The file is opened once.  Whatever it is (a FIFO, a pipe, a device), the
-// reader only reads it from front to back; only a regular file has a size.
+// The file is opened once, as a Source (the library's plain one, or a host's).
+// Whatever it is (a FIFO, a pipe, a device, a compressed stream), the reader
+// only reads it from front to back; only a regular file has a size.
 // An open or a read that waits (a FIFO without a writer, a pipe without data)
 // and is interrupted by a signal asks `stillWanted` whether to go on waiting;
 // without one, or when it says yes, it waits again.  A no ends the reading,
-// with interrupted() set.
+// with interrupted() set.  A Source that fails ends the lines with failed() set.
+//
+// A byte range: startAt(offset) drops the bytes before the first line that
+// starts at or after `offset` (a line starts at byte 0 and after every line
+// feed), and stopAt(offset) ends the lines before the first one that starts at
+// or after `offset`; a line that starts before it is read to its end.  Ranges
+// that meet ([a, b) and [b, c)) thus hand out every line exactly once.
 #pragma once
 
 #include <cstddef>
@@ -25,6 +32,8 @@
 #include <functional>
 #include <memory>
 #include <string>
+
+#include "pallion/convert/Source.hpp"
 
 namespace Pallion {
 
@@ -41,14 +50,24 @@ public:
     explicit LineReader(const std::string& name, std::uint64_t lineLimit = DefaultLineSizeLimit,
                         std::size_t blockSize = DefaultBlockSize, bool nonBlocking = false,
                         std::function<bool()> stillWanted = {});
-    ~LineReader();
+    // Reads `name` through the Source that `factory` opens (the plain one where it is empty).
+    LineReader(const SourceFactory& factory, const std::string& name, std::uint64_t lineLimit, std::size_t blockSize,
+               std::function<bool()> stillWanted);
+    ~LineReader() = default;
     LineReader(const LineReader&) = delete;
     LineReader& operator=(const LineReader&) = delete;
 
-    bool isOpen() const { return descriptor_ >= 0; }
+    bool isOpen() const { return !source_.isNull() && source_->isOpen(); }
 
     // The size of the file in bytes when it is a regular file, else -1.
     std::int64_t fileSize() const { return size_; }
+
+    // Before any other reading: begins at the first line that starts at or
+    // after byte `offset`.  The bytes before it are skipped by a seek where the
+    // Source allows one, else read and dropped.
+    void startAt(std::uint64_t offset);
+    // Hands out no line that starts at or after byte `offset`.
+    void stopAt(std::uint64_t offset) { stopAt_ = offset; }
 
     // Skips up to `count` lines, as that many ignore(max, '\n') calls would;
     // stops as soon as the file has run out, or at a line over the limit.
@@ -70,6 +89,9 @@ public:
     bool lineTooLong() const { return tooLong_; }
     // Whether the open or the reading ended because `stillWanted` said no.
     bool interrupted() const { return interrupted_; }
+    // Whether the Source failed part-way; failure() says why.
+    bool failed() const { return failed_; }
+    std::string failure() const { return source_.isNull() ? std::string() : source_->failure(); }
     // Lines taken so far, skipped ones included; the number of the line being
     // read is one more.
     std::uint64_t linesTaken() const { return linesTaken_; }
@@ -78,7 +100,10 @@ private:
     // Reads more bytes behind those not yet handed out; false at the end.
     bool refill();
     // Drops every byte read but not handed out.
-    void discard() { start_ = filled_ = 0; }
+    void discard() {
+        offset_ += filled_;
+        start_ = filled_ = 0;
+    }
     // Marks the lines as ended by a line over the limit.
     bool refuse() {
         tooLong_ = true;
@@ -89,9 +114,13 @@ private:
 
     // Whether to wait again after a signal; sets interrupted_ when not.
     bool waitAgain();
+    // Whether the line that begins at start_ begins at or after stopAt_.
+    bool pastStop() const { return offset_ + start_ >= stopAt_; }
+    // Fits the buffer to the Source once it is open.
+    void prepare();
 
     std::function<bool()> stillWanted_;
-    int descriptor_ = -1;
+    SourcePtr source_;
     std::int64_t size_ = -1;
     std::uint64_t lineLimit_;
     std::unique_ptr<char[]> buffer_;
@@ -99,7 +128,10 @@ private:
     std::size_t start_ = 0;   // first byte not yet handed out
     std::size_t filled_ = 0;  // bytes in the buffer
     std::uint64_t linesTaken_ = 0;
+    std::uint64_t offset_ = 0;  // the file's byte at the front of the buffer
+    std::uint64_t stopAt_ = ~std::uint64_t{0};
     bool atEnd_ = false;
+    bool failed_ = false;
     bool nulSeen_ = false;
     bool tooLong_ = false;
     bool interrupted_ = false;

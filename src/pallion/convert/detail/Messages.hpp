@@ -22,6 +22,9 @@ inline constexpr std::string_view NoContainer = "Ascii2Z9::run: container typeid
 inline constexpr std::string_view ChunkSizeZero = "Ascii2Z9::run: ChunkSize is 0: a block needs at least one row";
 inline constexpr std::string_view CannotOpenFile = "Ascii2Z9::run: cannot open file: ";
 inline constexpr std::string_view UserInterruption = "Ascii2Z9::run: user interruption";
+// "... cannot read file: <name>: <why>", where a host's Source failed part-way.
+inline constexpr std::string_view CannotReadFile = "Ascii2Z9::run: cannot read file: ";
+inline constexpr std::string_view CannotReadWhy = ": ";
 inline constexpr std::string_view ColumnIndexOutOfRange =
     "Ascii2Z9::run: User column index out of range: Highest Column Index: ";
 inline constexpr std::string_view TokensInLine = ". Number of tokens in this line: ";

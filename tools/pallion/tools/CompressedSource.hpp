@@ -1,0 +1,62 @@
+// Compressed tables, read through the library's Source seam: a file whose
+// name ends in .gz, .bz2, .xz, .zst or .zip (a zip archive of one member) is
+// decompressed on a thread of its own, block by block, while the conversion
+// reads the text on its caller's thread.  Every helper that looks at a file
+// (sniffing, the pre-flight check, the failure context) opens it here, and so
+// sees the same text as the conversion.
+//
+// The name's ending chooses whether a file is decompressed and how: .gz by
+// ISA-L or zlib (one member or several, each checked against its CRC), .zst
+// by libzstd where it was found at build time, the others by libarchive.
+// A truncated or corrupt stream fails at the block where it is found: read()
+// gives Source::Failed, and failure() says why.  Bytes handed out before the
+// damage was seen stay handed out: a decompressor that checks only at a
+// block's or a member's end may have given some of it.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <istream>
+#include <streambuf>
+#include <string>
+
+#include "pallion/Pallion.hpp"
+
+namespace Pallion::Tools {
+
+enum class Compression : std::uint8_t { None, Gzip, Bzip2, Xz, Zstd, Zip };
+
+// The compression a file's name announces (its last extension, in any case).
+Compression compressionOf(const std::string& name);
+
+// Opens `name` for reading: decompressed where its name announces a
+// compression, else the library's plain Source.  The factory that
+// fillParameter hands to the library.
+SourcePtr openTableSource(const std::string& name, const SourceOpening& how);
+
+// The stream buffer of a SourceStream: it fills itself from the Source.
+class SourceBuffer : public std::streambuf {
+public:
+    explicit SourceBuffer(const std::string& name);
+    bool isOpen() const { return !source_.isNull() && source_->isOpen(); }
+    bool failed() const { return failed_; }
+
+protected:
+    int_type underflow() override;
+
+private:
+    SourcePtr source_;
+    std::array<char, std::size_t{64} * 1024> bytes_{};
+    bool failed_ = false;
+};
+
+// A stream over the text of a file, as openTableSource gives it, for the
+// helpers that read lines with Lines.hpp.  It reads nothing it is not asked for.
+class SourceStream : private SourceBuffer, public std::istream {
+public:
+    explicit SourceStream(const std::string& name);
+    // Whether the text ended with a failure of the Source (a corrupt stream).
+    bool failedReading() const { return failed(); }
+};
+
+}  // namespace Pallion::Tools
