@@ -1,5 +1,6 @@
 #include "pallion/tools/Preflight.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <fstream>
 #include <limits>
@@ -31,6 +32,18 @@ std::string valueText(C value) {
     } else {
         return std::to_string(value);
     }
+}
+
+// The first `wanted` tokens of `line` split at runs of blanks and tabs.
+std::vector<std::string> blankSeparated(const std::string& line, std::size_t wanted) {
+    std::vector<std::string> tokens;
+    std::size_t start = line.find_first_not_of(" \t\r");
+    while (start != std::string::npos && tokens.size() < wanted) {
+        const std::size_t end = line.find_first_of(" \t\r", start);
+        tokens.push_back(line.substr(start, end == std::string::npos ? std::string::npos : end - start));
+        start = end == std::string::npos ? end : line.find_first_not_of(" \t\r", end);
+    }
+    return tokens;
 }
 
 // The warning for one token converted to component type C, if any.
@@ -82,7 +95,9 @@ Preflight preflight(const Parameter& parameter, std::uint64_t rows) {
     } catch (const std::exception&) {
         return result;
     }
-    const char delimiter = parameter.Delimiter == 't' ? '\t' : parameter.Delimiter;
+    const char delimiter = parameter.Whitespace         ? WhitespaceDelimiter
+                           : parameter.Delimiter == 't' ? '\t'
+                                                        : parameter.Delimiter;
     const std::size_t wanted = parsed.HighestColumnIndex + 1;
     if (parameter.Files.isNull()) return result;
     for (const std::string& name : *parameter.Files) {
@@ -96,8 +111,14 @@ Preflight preflight(const Parameter& parameter, std::uint64_t rows) {
         for (std::uint64_t row = 0; result.rowsChecked < rows && readLine(in, line, KeptLine, length, KeptLine + 1);
              ++row) {
             if (length > KeptLine) break;  // a line this long is left to the conversion and its line-size limit
+            // The lines the conversion skips: comments, and empty ones where they are skipped.
+            if (!parameter.CommentPrefix.empty() && line.rfind(parameter.CommentPrefix, 0) == 0) continue;
+            if (parameter.SkipEmptyLines && line.find_first_not_of(" \t\r") == std::string::npos) continue;
             ++result.rowsChecked;
-            const auto tokens = cut(line, delimiter, wanted);
+            auto tokens =
+                delimiter == WhitespaceDelimiter ? blankSeparated(line, wanted) : cut(line, delimiter, wanted);
+            if (parameter.DecimalComma)
+                for (std::string& token : tokens) std::replace(token.begin(), token.end(), ',', '.');
             for (const ContainerEntry& entry : parsed.Container)
                 withElementType(entry.TypeId, [&]<class T>() {
                     using Traits = Tessel::ElementTraits<T>;
