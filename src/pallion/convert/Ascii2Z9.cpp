@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <stdexcept>
+#include <type_traits>
 
 #include "gridnotes/GridNotes.hpp"
 #include "pallion/convert/detail/FastNumbers.hpp"
@@ -46,6 +48,123 @@ void Ascii2Z9::storeLine() {
     finishRow();
 }
 
+namespace {
+template <class Column>
+using ElementOf = std::remove_pointer_t<decltype(Column::rows)>;
+}  // namespace
+
+std::string Ascii2Z9::storeChecked(std::uint64_t line) {
+    const std::vector<std::string>& tokens = parameter.Tokens;
+    makeRoom();
+    const std::uint64_t row = parameter.BlockFill;
+    const bool whole = parameter.WholeTokens, comma = parameter.DecimalComma;
+    std::string failure;
+    forEachHolder([&](auto& holder) {
+        using T = ElementOf<typename std::decay_t<decltype(holder.Entries)>::value_type>;
+        using Traits = Tessel::ElementTraits<T>;
+        using C = typename Traits::Component;
+        for (auto& column : holder.Entries) {
+            if (!failure.empty()) return;
+            C values[Traits::components];
+            for (unsigned i = 0; i < Traits::components; ++i) {
+                const std::uint32_t at = column.Columns[i];
+                if (!whole) {
+                    values[i] = readNumber<C>(tokens[at], comma);  // its exception passes through
+                    continue;
+                }
+                const TokenVerdict verdict = readWhole<C>(tokens[at], comma, values[i]);
+                if (verdict != TokenVerdict::Stored) {
+                    failure = refuseToken<C>(verdict, at, tokens[at], Traits::parseName, line);
+                    return;
+                }
+            }
+            static_assert(sizeof(T) == sizeof values, "components lie side by side");
+            std::memcpy(static_cast<void*>(&column.rows[row]), values, sizeof values);
+        }
+    });
+    if (!failure.empty()) return failure;
+    finishRow();
+    return {};
+}
+
+template <class C>
+std::string Ascii2Z9::refuseToken(TokenVerdict verdict, std::uint32_t column, const std::string& token,
+                                  const char* type, std::uint64_t line) {
+    namespace m = messages::convert;
+    const bool range = verdict == TokenVerdict::OutOfRange;
+    FailureRecord& record = parameter.Failure;
+    record.Column = column;
+    record.Token = token;
+    record.Type = type;
+    std::string_view thrown;
+    try {
+        record.Stored = numberText(readNumber<C>(token, parameter.DecimalComma));
+    } catch (const std::invalid_argument&) {
+        thrown = m::InvalidArgument;
+    } catch (const std::out_of_range&) {
+        thrown = m::OutOfRange;
+    }
+    std::string text = std::string(range ? m::TokenOutOfRange : m::TokenNotWhole) + type + std::string(m::TokenQuote) +
+                       token + std::string(m::TokenColumn) + std::to_string(column) + std::string(m::TokenLine) +
+                       std::to_string(line) + std::string(m::TokenFile) + parameter.CurrentFile;
+    if (thrown.empty())
+        text += std::string(m::TokenWouldBeStored) + record.Stored;
+    else
+        text += std::string(m::TokenPlainThrows) + std::string(thrown);
+    return fail(range ? FailureKind::TokenOutOfRange : FailureKind::TokenInvalid, std::move(text), line);
+}
+
+void Ascii2Z9::noteTokenException(std::uint64_t line) {
+    const std::vector<std::string>& tokens = parameter.Tokens;
+    bool found = false;
+    forEachHolder([&](auto& holder) {
+        using T = ElementOf<typename std::decay_t<decltype(holder.Entries)>::value_type>;
+        using Traits = Tessel::ElementTraits<T>;
+        using C = typename Traits::Component;
+        for (auto& column : holder.Entries)
+            for (unsigned i = 0; i < Traits::components && !found; ++i) {
+                const std::uint32_t at = column.Columns[i];
+                FailureKind kind = FailureKind::None;
+                try {
+                    (void)readNumber<C>(tokens[at], parameter.DecimalComma);
+                } catch (const std::invalid_argument&) {
+                    kind = FailureKind::TokenInvalid;
+                } catch (const std::out_of_range&) {
+                    kind = FailureKind::TokenOutOfRange;
+                }
+                if (kind == FailureKind::None) continue;
+                found = true;
+                fail(kind, {}, line);
+                parameter.Failure.Column = at;
+                parameter.Failure.Token = tokens[at];
+                parameter.Failure.Type = Traits::parseName;
+            }
+    });
+}
+
+std::string Ascii2Z9::fail(FailureKind kind, std::string text, std::uint64_t line) {
+    FailureRecord& record = parameter.Failure;
+    record.Kind = kind;
+    record.File = parameter.CurrentFile;
+    record.Line = line;
+    return text;
+}
+
+bool Ascii2Z9::skipLine(const char* line, const char*& end) const {
+    if (end != line && end[-1] == '\r') --end;
+    const char* p = line;
+    // Blanks before a comment are no tokens where runs of blanks separate.
+    if (parameter.Whitespace)
+        while (p != end && isBlank(*p)) ++p;
+    const std::string& prefix = parameter.CommentPrefix;
+    if (!prefix.empty() && static_cast<std::size_t>(end - p) >= prefix.size() &&
+        std::memcmp(p, prefix.data(), prefix.size()) == 0)
+        return true;
+    if (!parameter.SkipEmptyLines) return false;
+    while (p != end && isBlank(*p)) ++p;
+    return p == end;
+}
+
 void Ascii2Z9::finishRow() {
     ++parameter.BlockFill;
     ++parameter.LineCount;
@@ -58,7 +177,7 @@ void Ascii2Z9::finishRow() {
 }
 
 void Ascii2Z9::planRows() {
-    plan_.start(parameter.Delimiter, parameter.HighestColumnIndex);
+    plan_.start(parameter.Delimiter, parameter.HighestColumnIndex, reading_);
     forEachHolder([&](auto& holder) {
         for (auto& column : holder.Entries) plan_.add(column);
     });
@@ -104,10 +223,15 @@ void Ascii2Z9::flushRemainder() {
 }
 
 std::string Ascii2Z9::run() {
-    if (parameter.Files.isNull() || parameter.Files->empty()) return std::string(messages::convert::NoInputFiles);
-    if (parameter.Container.empty()) return std::string(messages::convert::NoContainer);
+    if (parameter.Files.isNull() || parameter.Files->empty())
+        return fail(FailureKind::Arguments, std::string(messages::convert::NoInputFiles));
+    if (parameter.Container.empty()) return fail(FailureKind::Arguments, std::string(messages::convert::NoContainer));
     // A block needs at least one row: with 0 no chunk could hold the first row.
-    if (parameter.ChunkSize == 0) return std::string(messages::convert::ChunkSizeZero);
+    if (parameter.ChunkSize == 0) return fail(FailureKind::Arguments, std::string(messages::convert::ChunkSizeZero));
+    reading_ = {parameter.WholeTokens, parameter.Whitespace, parameter.DecimalComma};
+    lineRules_ = parameter.WholeTokens || parameter.Whitespace || parameter.SkipEmptyLines ||
+                 parameter.DecimalComma || !parameter.CommentPrefix.empty();
+    checked_ = parameter.WholeTokens || parameter.DecimalComma;
 
     forEachHolder([&](auto& holder) { openColumns(holder); });
     // A chunk that is being grown is seen by no one until it has its full
@@ -141,14 +265,21 @@ std::size_t Ascii2Z9::splitLine(const char* line, std::size_t length) {
     std::vector<std::string>& tokens = parameter.Tokens;
     const std::size_t needed = std::size_t{parameter.HighestColumnIndex} + 1;
     const std::size_t more = tokens.size() < needed ? needed - tokens.size() : 0;
-    split(line, length, tokens, parameter.Delimiter, more);
+    if (parameter.Whitespace)
+        splitBlanks(line, length, tokens, more);
+    else
+        split(line, length, tokens, parameter.Delimiter, more);
     return tokens.size();
 }
 
 std::string Ascii2Z9::readFile(const std::string& name) {
     // Looked at before it is opened: a directory opens like a file but has no lines.
-    if (platform::statusOf(name).kind == platform::FileKind::Directory)
+    const auto cannotOpen = [&] {
+        parameter.Failure.File = name;
+        parameter.Failure.Kind = FailureKind::CannotOpen;
         return std::string(messages::convert::CannotOpenFile) + name;
+    };
+    if (platform::statusOf(name).kind == platform::FileKind::Directory) return cannotOpen();
     Ravelin::LoaderProgress* progress = parameter.Progress.get();
     std::uint64_t estimate = UnknownLineCount;
     // A wait in open or read (a FIFO, a pipe) that a signal interrupts, where a
@@ -161,8 +292,11 @@ std::string Ascii2Z9::readFile(const std::string& name) {
                                 static_cast<std::uint32_t>(estimate));
     };
     LineReader reader(name, parameter.LineSizeLimit, LineReader::DefaultBlockSize, false, stillWanted);
-    if (reader.interrupted()) return std::string(messages::convert::UserInterruption);
-    if (!reader.isOpen()) return std::string(messages::convert::CannotOpenFile) + name;
+    if (reader.interrupted()) {
+        parameter.Failure.File = name;
+        return fail(FailureKind::Interrupted, std::string(messages::convert::UserInterruption));
+    }
+    if (!reader.isOpen()) return cannotOpen();
     reader.skipLines(parameter.HeaderLines);
 
     // Only a regular file is judged; anything else (a FIFO, a pipe, a device)
@@ -183,7 +317,8 @@ std::string Ascii2Z9::readFile(const std::string& name) {
         // The chunks grow on the general way only, once a line has come: the
         // end of the file may be next.
         bool haveLine = false;
-        bool ended = false;  // no line left: what follows the loop decides
+        bool shaped = false;  // the line rules have been applied to the line at hand
+        bool ended = false;   // no line left: what follows the loop decides
         if (fastRows_ && tokens.empty() && !reader.sawNul()) {
             const std::uint64_t first = parameter.BlockFill;
             const std::uint64_t room = grown_ > first ? grown_ - first : 0;
@@ -197,15 +332,32 @@ std::string Ascii2Z9::readFile(const std::string& name) {
                     break;
                 }
                 // A block read with a NUL in it may have put one into this line.
-                if (reader.sawNul() || !plan_.store(line, end, parameter.BlockFill)) {
+                if (reader.sawNul()) {
                     haveLine = true;
                     break;
                 }
+                if (lineRules_) {
+                    if (skipLine(line, end)) continue;
+                    shaped = true;
+                }
+                if (!plan_.store(line, end, parameter.BlockFill)) {
+                    haveLine = true;
+                    break;
+                }
+                shaped = false;
                 ++parameter.BlockFill;
                 ++parameter.LineCount;
             }
         }
         if (ended || (!haveLine && !reader.nextLine(line, end))) break;
+        if (lineRules_ && !shaped) {
+            // The line ends at a NUL for the splitter, and so for the rules.
+            if (reader.sawNul())
+                if (const void* nul = std::memchr(line, '\0', static_cast<std::size_t>(end - line)))
+                    end = static_cast<const char*>(nul);
+            if (skipLine(line, end)) continue;
+        }
+        const std::uint64_t lineNumber = reader.linesTaken();
 
         if (parameter.LineCount == reportAt) {
             reportAt += step;
@@ -213,7 +365,8 @@ std::string Ascii2Z9::readFile(const std::string& name) {
                 const std::uint64_t value = std::min(estimate, parameter.LineCount);
                 if (!progress->report(std::string(messages::convert::ProgressReadLine),
                                       static_cast<std::uint32_t>(value), static_cast<std::uint32_t>(estimate)))
-                    return std::string(messages::convert::UserInterruption);
+                    return fail(FailureKind::Interrupted, std::string(messages::convert::UserInterruption),
+                                lineNumber);
             }
         }
         const auto length = static_cast<std::size_t>(end - line);
@@ -222,7 +375,7 @@ std::string Ascii2Z9::readFile(const std::string& name) {
         // the standard way below reports.  Tokens left over from before the run
         // send its first line the standard way, which appends to them.
         if (fastRows_ && tokens.empty()) {
-            const char* stop = reader.sawNul() ? static_cast<const char*>(std::memchr(line, '\0', length)) : nullptr;
+            const char* stop = reader.sawNul() && !lineRules_ ? static_cast<const char*>(std::memchr(line, '\0', length)) : nullptr;
             makeRoom();
             if (plan_.store(line, stop != nullptr ? stop : end, parameter.BlockFill)) {
                 if (parameter.BlockFill + 1 == parameter.ChunkSize) splitLine(line, length);
@@ -231,26 +384,54 @@ std::string Ascii2Z9::readFile(const std::string& name) {
                 continue;
             }
         }
-        if (parameter.HighestColumnIndex >= splitLine(line, length))
-            return std::string(messages::convert::ColumnIndexOutOfRange) +
-                   std::to_string(parameter.HighestColumnIndex) + std::string(messages::convert::TokensInLine) +
-                   std::to_string(tokens.size());
-        storeLine();
+        if (parameter.HighestColumnIndex >= splitLine(line, length)) {
+            parameter.Failure.HighestColumn = parameter.HighestColumnIndex;
+            parameter.Failure.TokensInLine = tokens.size();
+            return fail(FailureKind::TooFewTokens,
+                        std::string(messages::convert::ColumnIndexOutOfRange) +
+                            std::to_string(parameter.HighestColumnIndex) +
+                            std::string(messages::convert::TokensInLine) + std::to_string(tokens.size()),
+                        lineNumber);
+        }
+        try {
+            if (checked_) {
+                std::string refused = storeChecked(lineNumber);
+                if (!refused.empty()) return refused;
+            } else {
+                storeLine();
+            }
+        } catch (const std::logic_error&) {  // std::invalid_argument and std::out_of_range, passed on unchanged
+            noteTokenException(lineNumber);
+            throw;
+        }
         tokens.clear();
     }
-    if (reader.interrupted()) return std::string(messages::convert::UserInterruption);
+    if (reader.interrupted())
+        return fail(FailureKind::Interrupted, std::string(messages::convert::UserInterruption), reader.linesTaken());
     if (reader.lineTooLong())
-        return std::string(messages::convert::LineTooLong) + std::to_string(parameter.LineSizeLimit) +
-               std::string(messages::convert::LineTooLongAt) + std::to_string(reader.linesTaken() + 1) +
-               std::string(messages::convert::LineTooLongFile) + name;
+        return fail(FailureKind::LineTooLong,
+                    std::string(messages::convert::LineTooLong) + std::to_string(parameter.LineSizeLimit) +
+                        std::string(messages::convert::LineTooLongAt) + std::to_string(reader.linesTaken() + 1) +
+                        std::string(messages::convert::LineTooLongFile) + name,
+                    reader.linesTaken() + 1);
     return {};
 }
 
 std::string ascii2z9(Tessel::Grid& grid, Parameter& parameter) {
     if (parameter.Delimiter == 't') parameter.Delimiter = '\t';
+    parameter.Failure = FailureRecord{};
 
-    std::string result = parseUserInputToContainer(parameter);
-    if (!result.empty()) return result;
+    std::string result;
+    try {
+        result = parseUserInputToContainer(parameter);
+    } catch (const std::logic_error&) {  // a column that is no number: std::stoi's exception, passed on unchanged
+        parameter.Failure.Kind = FailureKind::Arguments;
+        throw;
+    }
+    if (!result.empty()) {
+        parameter.Failure.Kind = FailureKind::Arguments;
+        return result;
+    }
 
     Ascii2Z9 converter(parameter, grid);
     grid.makeCartesianRepresentation(3, std::string(), 0);

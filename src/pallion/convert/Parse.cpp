@@ -31,6 +31,22 @@ std::size_t split(const char* text, std::size_t length, std::vector<std::string>
     return appended;
 }
 
+std::size_t splitBlanks(const char* text, std::size_t length, std::vector<std::string>& out, std::size_t atMost) {
+    if (const void* nul = std::memchr(text, '\0', length)) length = static_cast<const char*>(nul) - text;
+    const auto blank = [](char c) { return c == ' ' || c == '\t'; };
+    const char* p = text;
+    const char* const end = text + length;
+    std::size_t appended = 0;
+    for (; appended < atMost; ++appended) {
+        while (p != end && blank(*p)) ++p;
+        if (p == end) break;
+        const char* start = p;
+        while (p != end && !blank(*p)) ++p;
+        out.emplace_back(start, p);
+    }
+    return appended;
+}
+
 void split(const char* text, std::size_t length, std::vector<std::string>& out, char delimiter) {
     split(text, length, out, delimiter, static_cast<std::size_t>(-1));
 }

@@ -10,6 +10,7 @@
 #include "pallion/convert/Parameter.hpp"
 #include "pallion/convert/detail/Columns.hpp"
 #include "pallion/convert/detail/RowPlan.hpp"
+#include "pallion/convert/detail/TokenConversion.hpp"
 #include "tessel/Grid.hpp"
 
 namespace Pallion {
@@ -42,6 +43,23 @@ public:
 
 private:
     std::string readFile(const std::string& name);
+    // The line [line, end) as the opt-in line rules read it: a CR before the
+    // line feed belongs to the line end, so `end` moves before it; true when
+    // the line is a comment or empty and is skipped.
+    bool skipLine(const char* line, const char*& end) const;
+    // storeLine for the opt-in readings of tokens (whole tokens, decimal
+    // commas): gives the failure text of a refused token, else stores the row.
+    std::string storeChecked(std::uint64_t line);
+    // The failure text and record of a token the whole-token check refused.
+    template <class C>
+    std::string refuseToken(TokenVerdict verdict, std::uint32_t column, const std::string& token, const char* type,
+                            std::uint64_t line);
+    // Fills the failure record for the exception that a token of the row in
+    // `Tokens` is throwing: the first component, in the order of storeLine,
+    // whose conversion throws.
+    void noteTokenException(std::uint64_t line);
+    // Sets the failure record's kind, file and line, and gives `text`.
+    std::string fail(FailureKind kind, std::string text, std::uint64_t line = 0);
     // Splits the line into `Tokens` as far as a row needs it; gives the token count.
     std::size_t splitLine(const char* line, std::size_t length);
     // Counts the row just written, and flushes the block when it is full.
@@ -70,6 +88,9 @@ private:
     Tessel::Grid& grid;
     Holders holders;
     RowPlan plan_;
+    RowPlan::Reading reading_;
+    bool lineRules_ = false;  // a CR, a comment or an empty line is looked at before a line is split
+    bool checked_ = false;    // tokens go the standard way through storeChecked
     bool fastRows_ = false;
     static constexpr std::uint64_t FirstGrowthStep = 4096;
     static constexpr std::uint64_t GrowthStep = 16384;

@@ -55,7 +55,9 @@ struct ExactDecimal<float> {
 // digits: when the digits as an integer and the power of ten of the fraction
 // are both exact in F, their quotient is one correctly rounded division,
 // which is the value the standard functions give under round-to-nearest.
-template <class F>
+// `Point` is the decimal separator: '.' for the standard functions' reading,
+// ',' for a table written with decimal commas.
+template <class F, char Point = '.'>
 inline bool plainDecimal(const char* first, const char* last, F& value, const char*& end) noexcept {
     const bool negative = first != last && *first == '-';
     const char* p = first + negative;
@@ -64,7 +66,7 @@ inline bool plainDecimal(const char* first, const char* last, F& value, const ch
     for (; p != last && isDigit(*p); ++p) mantissa = mantissa * 10 + static_cast<unsigned>(*p - '0');
     auto count = p - digits;
     int fraction = 0;
-    if (p != last && *p == '.') {
+    if (p != last && *p == Point) {
         const char* fractionDigits = ++p;
         for (; p != last && isDigit(*p); ++p) mantissa = mantissa * 10 + static_cast<unsigned>(*p - '0');
         fraction = static_cast<int>(p - fractionDigits);
@@ -85,15 +87,17 @@ inline bool plainDecimal(const char* first, const char* last, F& value, const ch
 // conversion is certain to give the same value (NumberConversion.hpp tells
 // which tokens those are); false, with nothing written, where it decides.
 // Floating-point values are exact only while fastFloatingHolds(), which the
-// caller checks.
-template <class C>
+// caller checks.  With `Point` ',' a floating-point number is read as the
+// same text with '.' in place of ',' would be, and a '.' ends it.
+template <class C, char Point = '.'>
 inline bool fastNumber(const char* first, const char* last, C& value, const char*& end) noexcept {
     if constexpr (std::is_floating_point_v<C>) {
         const char* p = first + (first != last && *first == '-');
-        if (p == last || !(isDigit(*p) || *p == '.')) return false;
-        if (plainDecimal(first, last, value, end)) return true;
+        if (p == last || !(isDigit(*p) || *p == Point)) return false;
+        if (plainDecimal<C, Point>(first, last, value, end)) return true;
         C parsed;
-        const auto [stop, error] = fast_float::from_chars(first, last, parsed, fast_float::chars_format::general);
+        const auto [stop, error] = fast_float::from_chars_advanced(
+            first, last, parsed, fast_float::parse_options{fast_float::chars_format::general, Point});
         if (error != std::errc()) return false;
         if (stop != last && (*stop == 'x' || *stop == 'X')) return false;  // a hexadecimal number
         const C magnitude = std::fabs(parsed);

@@ -30,6 +30,20 @@ inline constexpr std::string_view ProgressReadLine = "Read line nr.:";
 inline constexpr std::string_view LineTooLong = "Ascii2Z9::run: line longer than the line-size limit of ";
 inline constexpr std::string_view LineTooLongAt = " bytes: line ";
 inline constexpr std::string_view LineTooLongFile = " of file: ";
+// A token refused by the whole-token check:
+// "Ascii2Z9::run: not a number in full for int: \"12abc\" in column 3 of line 7 of file: a.txt;
+//  it would be stored as 12"; for a value outside the type, "... out of range for uint8_t: ...";
+// where the reading without the check throws, "...; the plain reading throws std::invalid_argument".
+inline constexpr std::string_view TokenNotWhole = "Ascii2Z9::run: not a number in full for ";
+inline constexpr std::string_view TokenOutOfRange = "Ascii2Z9::run: out of range for ";
+inline constexpr std::string_view TokenQuote = ": \"";
+inline constexpr std::string_view TokenColumn = "\" in column ";
+inline constexpr std::string_view TokenLine = " of line ";
+inline constexpr std::string_view TokenFile = " of file: ";
+inline constexpr std::string_view TokenWouldBeStored = "; it would be stored as ";
+inline constexpr std::string_view TokenPlainThrows = "; the plain reading throws std::";
+inline constexpr std::string_view InvalidArgument = "invalid_argument";
+inline constexpr std::string_view OutOfRange = "out_of_range";
 
 // The settings as noted in a grid.
 inline constexpr std::string_view SpeakDelimiter = "\nDelimiter: <";

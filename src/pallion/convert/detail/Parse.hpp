@@ -19,6 +19,11 @@ void split(const char* text, std::size_t length, std::vector<std::string>& out, 
 std::size_t split(const char* text, std::size_t length, std::vector<std::string>& out, char delimiter,
                   std::size_t atMost);
 
+// Cuts `text` at runs of blanks and tabs, blanks at its start and end
+// ignored, and appends up to `atMost` pieces to `out`; the text ends at its
+// first NUL byte.  Gives the number of pieces appended.
+std::size_t splitBlanks(const char* text, std::size_t length, std::vector<std::string>& out, std::size_t atMost);
+
 // Parses `Parse` into `Container` and raises `HighestColumnIndex`.  Gives the
 // empty text, or the failure; a column that is no number throws as std::stoi does.
 std::string parseUserInputToContainer(Parameter& parameter);

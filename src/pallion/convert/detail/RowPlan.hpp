@@ -23,9 +23,16 @@ namespace Pallion {
 
 class RowPlan {
 public:
+    // The opt-in readings a plan follows; all off is the plain reading.
+    struct Reading {
+        bool wholeTokens = false;   // a number in full, blanks around it, within its type
+        bool whitespace = false;    // runs of blanks and tabs separate; the delimiter is not used
+        bool decimalComma = false;  // ',' is the decimal separator
+    };
+
     // Plans the rows of a line split at `delimiter`, in which a row needs the
     // tokens up to `highestColumn`.
-    void start(char delimiter, std::uint32_t highestColumn);
+    void start(char delimiter, std::uint32_t highestColumn, Reading reading);
 
     // Adds the components of one column, written into its present chunk.
     template <class T>
@@ -36,7 +43,7 @@ public:
         auto* rows = reinterpret_cast<std::byte*>(column.rows);
         for (unsigned i = 0; i < Traits::components; ++i)
             pending_.push_back(
-                {column.Columns[i], {rows, sizeof(T), i * sizeof(C), kindOf(std::is_floating_point_v<C>, sizeof(C))}});
+                {column.Columns[i], {rows, sizeof(T), i * sizeof(C), kindOf(std::is_floating_point_v<C>, std::is_signed_v<C>, sizeof(C))}});
     }
 
     // Orders what was added by token; call once after the last add.
@@ -44,7 +51,10 @@ public:
 
     // Writes row `row` from the line [line, end), which holds no NUL.  False,
     // with the counters untouched, where the line needs the standard way.
-    bool store(const char* line, const char* end, std::uint64_t row) const;
+    bool store(const char* line, const char* end, std::uint64_t row) const {
+        if (mode_ == 0) return storePlain(line, end, row);
+        return storeRead(line, end, row);
+    }
 
 private:
     // What a component is read as: a floating one as std::stod or std::stof
@@ -52,8 +62,10 @@ private:
     // width.  A small set, so that the conversion is chosen by a switch and
     // inlined into the row loop.
     // Mixed stands for a plan whose targets are of several kinds.
-    enum class Kind : std::uint8_t { Double, Float, Bits8, Bits16, Bits32, Mixed };
-    static Kind kindOf(bool floating, std::size_t width);
+    // UBits32 is an unsigned int, apart from Bits32 (an int) only where a
+    // whole token must fit its type.
+    enum class Kind : std::uint8_t { Double, Float, Bits8, Bits16, Bits32, UBits32, Mixed };
+    static Kind kindOf(bool floating, bool isSigned, std::size_t width);
 
     struct Target {
         std::byte* rows;
@@ -71,17 +83,39 @@ private:
         Target target;
     };
 
+    // The rows of the plain reading, and of the opt-in readings.
+    bool storePlain(const char* line, const char* end, std::uint64_t row) const;
+    bool storeRead(const char* line, const char* end, std::uint64_t row) const;
+    template <bool Whole, bool Blanks, char Point>
+    bool storeIn(const char* line, const char* end, std::uint64_t row) const;
+
     // `store` for a plan whose targets are all of kind Only, or of any kinds.
-    template <Kind Only>
+    // Whole: every token read is a number in full and fits its type; Blanks:
+    // runs of blanks and tabs separate; Point: the decimal separator.
+    template <Kind Only, bool Whole = false, bool Blanks = false, char Point = '.'>
     bool storeRow(const char* line, const char* end, std::uint64_t row) const;
-    template <Kind Only>
+    template <Kind Only, bool Whole = false, bool Blanks = false, char Point = '.'>
     bool storeDense(const char* line, const char* end, std::uint64_t row) const;
     // Converts the number at the start of [p, stop) into the component at
     // `into`, of kind Only or, for Mixed, of `kind`; gives the number's end.
-    template <Kind Only>
+    // Whole: false also for an integer outside its type's range.
+    template <Kind Only, bool Whole = false, char Point = '.'>
     static bool convertInto(Kind kind, const char* p, const char* stop, std::byte* into, const char*& numberEnd);
 
+    // A blank or tab that pads a token (and is not the delimiter), or, with
+    // Blanks, one that separates tokens.
+    template <bool Blanks>
+    bool isPad(char c) const {
+        return (c == ' ' || c == '\t') && (Blanks || c != delimiter_);
+    }
+    template <bool Blanks>
+    const char* skipPads(const char* p, const char* end) const {
+        while (p != end && isPad<Blanks>(*p)) ++p;
+        return p;
+    }
+
     char delimiter_ = ' ';
+    std::uint8_t mode_ = 0;  // the opt-in readings as bits: 1 whole tokens, 2 whitespace, 4 decimal comma
     Kind uniform_ = Kind::Mixed;  // the one kind of all targets, or Mixed
     bool dense_ = false;          // each of the tokens 0 to n-1 read by one target, no other token needed
     // A delimiter that can stand inside a number ('.', 'e', a digit, ...) would
