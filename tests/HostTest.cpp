@@ -58,16 +58,23 @@ TEST(HostOptions, HelpOnStdoutAndEveryMistakeNamedWithItsRange) {
              {{"--trajectory", "--block", "5", "f"}, "--block cannot be used with --trajectory"},
              {{"--delimiter", "", "f"}, "--delimiter: \"\" is not one character"},
              {{"--delimiter", "commas", "f"}, "--delimiter: \"commas\" is not one character"},
+             {{"--decimal-comma", "--decimal-point", "f"}, "--decimal-comma and --decimal-point cannot be used"},
          }) {
         const auto refused = commandLine(words);
         EXPECT_EQ(refused.exitStatus, 2) << message;
         EXPECT_TRUE(has(refused.err, message)) << refused.err;
     }
-    for (const auto& [name, want] :
-         std::vector<std::pair<std::string, char>>{{"\\t", '\t'}, {"semicolon", ';'}, {"|", '|'}})
+    for (const auto& [name, want] : std::vector<std::pair<std::string, char>>{
+             {"\\t", '\t'}, {"semicolon", ';'}, {"|", '|'}, {"whitespace", Pallion::Tools::WhitespaceDelimiter}})
         EXPECT_EQ(commandLine({"--delimiter", name, "f"}).options->table.delimiter, want) << name;
     const auto good = commandLine({"--header", "1", "a", "b"});
     ASSERT_TRUE(good.options);
+    EXPECT_FALSE(good.options->table.lenient || good.options->table.comments || good.options->table.decimalComma);
+    const auto named = commandLine({"--lenient", "--comments", "none", "--decimal-point", "a"});
+    ASSERT_TRUE(named.options);
+    EXPECT_TRUE(named.options->table.lenient);
+    EXPECT_EQ(named.options->table.comments, "");
+    EXPECT_EQ(named.options->table.decimalComma, false);
     EXPECT_EQ(good.options->table.files, (std::vector<std::string>{"a", "b"}));
     EXPECT_EQ(good.options->table.headerLines, 1u);
 }
@@ -309,6 +316,14 @@ TEST(HostInput, PreflightStrictHeaderNamesAndOutputFailures) {
     }
     EXPECT_EQ(
         nlohmann::json::parse(runHost(dir, "$P --json --lenient --decimal-point euro.csv").out)["warnings"].size(), 3u);
+    // With the defaults the comma is a decimal comma, said in the guesses and the options, and nothing is warned.
+    const auto json = nlohmann::json::parse(runHost(dir, "$P --json euro.csv").out);
+    EXPECT_EQ(json["options"]["delimiter"], "semicolon");
+    EXPECT_EQ(json["options"]["decimal_comma"], true);
+    EXPECT_EQ(json["options"]["lenient"], false);
+    EXPECT_TRUE(json["warnings"].empty());
+    EXPECT_TRUE(has(json["guessed"].dump(), "decimal comma: yes")) << json["guessed"];
+    EXPECT_EQ(json["fields"][0]["min"], (std::vector<double>{512348.123, 5403210.456, 312.5}));
     EXPECT_FALSE(std::filesystem::exists(dir.path() / "e.ply"));  // refused by --strict
 }
 

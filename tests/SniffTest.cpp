@@ -108,8 +108,8 @@ TEST(HostSniff, DialectNamesAndRefusalsFromTheFirstLines) {
     // A header line is read whole, however long: 8000 names over 8000 columns.
     std::string header, row;
     for (int i = 0; i < 8000; ++i) {
-        header += (i ? " n" : "n") + std::to_string(i);
-        row += (i ? " " : "") + std::to_string(i);
+        header.append(i ? " n" : "n").append(std::to_string(i));
+        row.append(i ? " " : "").append(std::to_string(i));
     }
     TableOptions wide;
     wide.files = {dir.write("wide.txt", header + '\n' + row + '\n')};
@@ -161,7 +161,8 @@ TEST(HostDefaults, EachDialectConvertsToTheValuesWritten) {
         Tessel::Grid grid;
         const std::string failure = convertAsHost(grid, options);
         if (want.starts_with("refused: "))
-            EXPECT_TRUE(has(failure, "\"" + want.substr(9) + "\" in column 2 of line 1") && pointsText(grid).empty())
+            EXPECT_TRUE(has(failure, std::string(1, '"').append(want.substr(9)).append("\" in column 2 of line 1")) &&
+                        pointsText(grid).empty())
                 << content << ": " << failure;
         else
             EXPECT_EQ(failure + pointsText(grid), want) << content;

@@ -114,6 +114,9 @@ std::vector<std::string> firstLines(const std::string& name, std::uint64_t limit
             break;
         }
         if (lineEnd == std::string::npos) lineEnd = bytes.find('\n');
+        // No line feed yet, but a CR with more behind it: CR-only line ends, known without reading on.
+        const std::size_t cr = bytes.find('\r');
+        if (lineEnd == std::string::npos && cr != std::string::npos && cr + 1 < bytes.size()) break;
         if (lineEnd != std::string::npos ? bytes.size() >= lineEnd + SampleBytes : bytes.size() > limit) break;
     }
     if (bytes.rfind(std::string("\xFF\xFE\0\0", 4), 0) == 0)
@@ -416,7 +419,8 @@ unsigned lineNumber(std::size_t index) { return static_cast<unsigned>(index + 1)
 // A further file held against the first: the same header at the same line,
 // as many columns.  Empty where it agrees (or cannot be read ahead).
 std::string againstFirst(const std::string& name, const std::string& firstName, const Resolved& first,
-                         const Head& firstHead, std::optional<std::uint32_t> namedHeader, std::uint64_t limit) {
+                         const Head& firstHead, std::size_t namesAt, std::optional<std::uint32_t> namedHeader,
+                         std::uint64_t limit) {
     namespace m = messages;
     if (!isRegularFile(name)) return {};
     const Sample sample = sampleOf(name, limit);
@@ -424,7 +428,7 @@ std::string againstFirst(const std::string& name, const std::string& firstName, 
     const Head head = headOf(sample.lines, first.commentPrefix, first.delimiter, namedHeader);
     const bool firstHasHeader = first.headerLines > 0 && !first.headerNames.empty() && !firstHead.pointCount;
     if (firstHasHeader) {
-        const std::size_t at = first.headerLines - 1;
+        const std::size_t at = namesAt;
         if (at >= sample.lines.size() || !mostlyWords(sample.lines[at], first.delimiter))
             return m::fill(m::OtherHeaderMissing, name.c_str(), lineNumber(at), firstName.c_str(),
                            quotedList(first.headerNames).c_str());
@@ -634,7 +638,8 @@ Resolved resolveOptions(const TableOptions& options) {
     // Every further file against the first, before anything is converted.
     if (resolved.readAhead)
         for (std::size_t i = 1; i < options.files.size(); ++i) {
-            resolved.failure = againstFirst(options.files[i], first, resolved, head, options.headerLines, limit);
+            resolved.failure =
+                againstFirst(options.files[i], first, resolved, head, namesAt, options.headerLines, limit);
             if (!resolved.failure.empty()) {
                 resolved.aboutTheOptions = false;
                 return resolved;
