@@ -9,6 +9,7 @@
 
 #include "TestSupport.hpp"
 #include "pallion/Pallion.hpp"
+#include "pallion/tools/Preflight.hpp"
 #include "pallion/tools/Sniff.hpp"
 
 namespace {
@@ -243,4 +244,22 @@ TEST(HostDefaults, RealTablesConvertToTheirTextsValues) {
         EXPECT_EQ(got.size(), want.size()) << t.file;
         EXPECT_TRUE(got == want) << t.file;
     }
+}
+
+// A lenient run's check of the first rows reads them in the dialect: comments, empty lines, runs of blanks and
+// decimal commas give no warning, and the one token cut short is told at its line as an editor counts it.
+TEST(HostDefaults, LenientCheckReadsTheRowsInTheDialect) {
+    testsupport::TempDir dir;
+    TableOptions options;
+    options.files = {dir.write("t.txt", "# x y z\n  1,5   2,5  3,5\n\n  4,5   5,5  6,5kg\n  7,5   8,5  9,5\n")};
+    options.lenient = true;
+    const auto resolved = Pallion::Tools::resolveOptions(options);
+    Pallion::Parameter p;
+    Pallion::Tools::fillParameter(p, options, resolved, std::nullopt);
+    EXPECT_FALSE(p.WholeTokens);
+    const auto checked = Pallion::Tools::preflight(p);
+    EXPECT_EQ(checked.rowsChecked, 3u);
+    ASSERT_EQ(checked.count, 1u);
+    EXPECT_EQ(checked.warnings[0].lineNumber, 4u);
+    EXPECT_EQ(checked.warnings[0].token, "6.5kg");
 }

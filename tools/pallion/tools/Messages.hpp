@@ -60,7 +60,7 @@ inline constexpr std::string_view ParseColumns =
     "parse: %s (columns without names: a point from the first three, then a double field ColumnN for each further "
     "column N, counted from 0)";
 inline constexpr std::string_view GuessedWhitespace =
-    "delimiter: whitespace (guessed: %zu columns split at runs of blanks and tabs on %s sampled line(s))";
+    "delimiter: whitespace (guessed: %zu columns split at runs of blanks and tabs on %s)";
 inline constexpr std::string_view GuessedComments = "comments: %s (guessed: the first lines begin with it)";
 inline constexpr std::string_view GuessedDecimalComma =
     "decimal comma: yes (guessed: numbers such as \"%s\" hold one comma each between digits)";

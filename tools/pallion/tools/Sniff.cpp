@@ -173,13 +173,13 @@ struct DelimiterGuess {
     char delimiter = ' ';
     std::size_t columns = 0;
     bool everyLine = false;
-    bool numbers = false;  // every piece of the data lines is a number
+    std::size_t bad = 0;  // pieces of the data lines that are no number
 };
 
-// Among the candidates (runs of blanks last), the one whose pieces are all
-// numbers on the data lines, then the one that gives the same column count
-// (more than one) on every line, the most columns first; else the one whose
-// commonest count covers the most lines.  A line of words is left out where it
+// Among the candidates (runs of blanks last), the one that leaves the fewest
+// pieces of the data lines that are no number, then the one that gives the
+// same column count (more than one) on every line, the most columns first;
+// else the one whose commonest count covers the most lines.  A line of words is left out where it
 // heads the lines.  A comma inside a number counts as a decimal comma for any
 // candidate but the comma itself.
 DelimiterGuess guessDelimiter(const std::vector<const std::string*>& lines) {
@@ -187,24 +187,24 @@ DelimiterGuess guessDelimiter(const std::vector<const std::string*>& lines) {
     std::size_t bestShare = 0;
     for (char candidate : Candidates) {
         std::map<std::size_t, std::size_t> counts;
-        bool numbers = true;
+        std::size_t bad = 0;
         for (std::size_t i = 0; i < lines.size(); ++i) {
             const auto pieces = piecesOf(*lines[i], candidate);
             if (i == 0 && lines.size() > 1 && mostlyWords(*lines[i], candidate)) continue;
             ++counts[pieces.size()];
             for (const std::string& piece : pieces)
-                numbers = numbers && (isPlainNumber(piece) || (candidate != ',' && isCommaNumber(piece)));
+                bad += isPlainNumber(piece) || (candidate != ',' && isCommaNumber(piece)) ? 0 : 1;
         }
         const auto commonest = std::max_element(counts.begin(), counts.end(),
                                                 [](const auto& a, const auto& b) { return a.second < b.second; });
         if (commonest == counts.end() || commonest->first < 2) continue;
         const bool everyLine = counts.size() == 1;
-        const bool better = numbers != best.numbers       ? numbers
+        const bool better = bad != best.bad               ? bad < best.bad
                             : everyLine != best.everyLine ? everyLine
                             : everyLine                   ? commonest->first > best.columns
                                                           : commonest->second > bestShare;
         if (best.columns == 0 || better) {
-            best = {candidate, commonest->first, everyLine, numbers};
+            best = {candidate, commonest->first, everyLine, bad};
             bestShare = commonest->second;
         }
     }
@@ -513,8 +513,8 @@ Resolved resolveOptions(const TableOptions& options) {
         } else {
             resolved.delimiter = guess.delimiter;
             if (guess.delimiter == WhitespaceDelimiter)
-                resolved.guessed.push_back(
-                    m::fill(m::GuessedWhitespace, guess.columns, guess.everyLine ? "every" : "most"));
+                resolved.guessed.push_back(m::fill(m::GuessedWhitespace, guess.columns,
+                                                   guess.everyLine ? "every sampled line" : "most sampled lines"));
             else
                 resolved.guessed.push_back(m::fill(guess.everyLine ? m::GuessedDelimiter : m::GuessedDelimiterMost,
                                                    delimiterName(guess.delimiter).c_str(), guess.columns));
@@ -524,19 +524,20 @@ Resolved resolveOptions(const TableOptions& options) {
     const bool ptsTable =
         options.headerLines.value_or(1) == 1 && head.pointCount && !head.data.empty() && head.columns > 1;
 
-    // A decimal comma: named, or every comma of the data rows stands between digits in a number of its own.
+    // A decimal comma: named, or (nearly) every comma of the data rows stands between digits in a number of its
+    // own; a token mistyped here and there does not turn the guess, the strict reading refuses that token.
     if (options.decimalComma) {
         resolved.decimalComma = *options.decimalComma;
     } else if (resolved.delimiter != ',') {
         std::string example;
-        bool every = true;
+        std::size_t good = 0, bad = 0;
         for (std::size_t i : head.data)
             for (const std::string& piece : piecesOf(lines[i], resolved.delimiter)) {
                 if (piece.find(',') == std::string::npos) continue;
-                every = every && isCommaNumber(piece);
+                ++(isCommaNumber(piece) ? good : bad);
                 if (example.empty()) example = trimmed(piece);
             }
-        resolved.decimalComma = every && !example.empty();
+        resolved.decimalComma = good > 0 && bad * 4 <= good;
         if (resolved.decimalComma) resolved.guessed.push_back(m::fill(m::GuessedDecimalComma, example.c_str()));
     }
 
