@@ -16,6 +16,7 @@
 #                         against it with find_package, with pkg-config, then again with add_subdirectory
 #   ./build.sh package    makes the Debian packages, checks them and builds the separate project against their contents
 #   ./build.sh lint       checks the formatting (clang-format) and the code of the library and host (clang-tidy)
+#   ./build.sh layout     checks the folder rules (which folder may include which; docs/design.md)
 # Missing tools are installed from Debian's packages first (needs root).
 set -euo pipefail
 cd "$(dirname "$0")"
@@ -257,8 +258,11 @@ case "${1:-}" in
             { grep -E "(warning|error):" /tmp/pallion-tidy.log | sort -u; exit 1; }
         echo "clang-format and clang-tidy: clean"
         ;;
+    layout)
+        /usr/bin/python3 scripts/check_layout.py
+        ;;
     *)
-        sed -n '2,21p' "$0"
+        sed -n '2,20p' "$0"
         exit 2
         ;;
 esac

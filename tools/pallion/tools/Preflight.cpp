@@ -6,7 +6,7 @@
 #include <limits>
 #include <stdexcept>
 
-#include "pallion/convert/detail/Parse.hpp"
+#include "pallion/Extensions.hpp"
 #include "pallion/tools/GridValues.hpp"
 #include "pallion/tools/Lines.hpp"
 #include "pallion/tools/Messages.hpp"
@@ -34,16 +34,14 @@ std::string valueText(C value) {
     }
 }
 
-// The first `wanted` tokens of `line` split at runs of blanks and tabs.
-std::vector<std::string> blankSeparated(const std::string& line, std::size_t wanted) {
-    std::vector<std::string> tokens;
+// The first `wanted` tokens of `line` split at runs of blanks and tabs, none at either end.
+void blankSeparated(const std::string& line, std::vector<std::string>& tokens, std::size_t wanted) {
     std::size_t start = line.find_first_not_of(" \t\r");
     while (start != std::string::npos && tokens.size() < wanted) {
         const std::size_t end = line.find_first_of(" \t\r", start);
         tokens.push_back(line.substr(start, end == std::string::npos ? std::string::npos : end - start));
         start = end == std::string::npos ? end : line.find_first_not_of(" \t\r", end);
     }
-    return tokens;
 }
 
 // The warning for one token converted to component type C, if any.
@@ -88,17 +86,9 @@ std::string PreflightWarning::text() const {
 
 Preflight preflight(const Parameter& parameter, std::uint64_t rows) {
     Preflight result;
-    Parameter parsed;
-    parsed.Parse = parameter.Parse;
-    try {
-        if (!parseUserInputToContainer(parsed).empty()) return result;
-    } catch (const std::exception&) {
-        return result;
-    }
-    const char delimiter = parameter.Whitespace         ? WhitespaceDelimiter
-                           : parameter.Delimiter == 't' ? '\t'
-                                                        : parameter.Delimiter;
-    const std::size_t wanted = parsed.HighestColumnIndex + 1;
+    ParsedEntries parsed;
+    if (!parseEntries(parameter.Parse, parsed).empty()) return result;
+    const std::size_t wanted = parsed.HighestColumn + 1;
     if (parameter.Files.isNull()) return result;
     for (const std::string& name : *parameter.Files) {
         if (result.rowsChecked >= rows) break;
@@ -115,11 +105,14 @@ Preflight preflight(const Parameter& parameter, std::uint64_t rows) {
             if (!parameter.CommentPrefix.empty() && line.rfind(parameter.CommentPrefix, 0) == 0) continue;
             if (parameter.SkipEmptyLines && line.find_first_not_of(" \t\r") == std::string::npos) continue;
             ++result.rowsChecked;
-            auto tokens =
-                delimiter == WhitespaceDelimiter ? blankSeparated(line, wanted) : cut(line, delimiter, wanted);
+            std::vector<std::string> tokens;
+            if (parameter.Whitespace)
+                blankSeparated(line, tokens, wanted);
+            else
+                tokensOf(line, parameter, tokens, wanted);
             if (parameter.DecimalComma)
                 for (std::string& token : tokens) std::replace(token.begin(), token.end(), ',', '.');
-            for (const ContainerEntry& entry : parsed.Container)
+            for (const ContainerEntry& entry : parsed.Entries)
                 withElementType(entry.TypeId, [&]<class T>() {
                     using Traits = Tessel::ElementTraits<T>;
                     for (std::uint32_t column : entry.Columns) {
