@@ -10,7 +10,6 @@
 #include <map>
 #include <set>
 
-
 #include "pallion/Extensions.hpp"
 #include "pallion/tools/Lines.hpp"
 #include "pallion/tools/Messages.hpp"

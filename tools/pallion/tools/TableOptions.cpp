@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <fstream>
 
-
 #include "pallion/tools/Sniff.hpp"
 
 namespace Pallion::Tools {
