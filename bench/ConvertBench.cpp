@@ -13,8 +13,14 @@
 // no rows, no checks, no fallback.  Each measurement runs in a child process
 // of its own, so that its peak memory (maximum resident set) is its own.
 //
+//   - the opt-in readings on the xyz numbers: whole tokens and whitespace
+//     against the plain reading of the single-blank table, whitespace also on
+//     the same numbers aligned in columns of 14 (about 46 bytes a row);
+//
 //   convert_bench [--scale F (1)] [--runs N (5)] [--keep DIR]
 //                 [--only SHAPE --reader parse|ascii2z9]  (one run in this process, for callgrind)
+//                 [--only readings [--reader plain|whole|whitespace[-aligned]|whole-whitespace-aligned]]
+//                   (the opt-in readings alone; with --reader one conversion in this process)
 #include <algorithm>
 #include <charconv>
 #include <chrono>
@@ -42,7 +48,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-enum class Shape { Xyz, Trajectory, Lidar };
+enum class Shape { Xyz, Trajectory, Lidar, AlignedXyz };
 
 void writeTable(const std::filesystem::path& file, std::uint64_t rows, Shape shape) {
     std::FILE* out = std::fopen(file.c_str(), "wb");
@@ -63,6 +69,11 @@ void writeTable(const std::filesystem::path& file, std::uint64_t rows, Shape sha
                               5403000 + metres(random) % 100000, metres(random) % 1000, 300 + metres(random) % 50,
                               metres(random) % 1000, metres(random) % 256, metres(random) % 256, metres(random) % 256,
                               metres(random) % 4096, metres(random) % 100, metres(random) % 20, 1 + metres(random) % 5);
+        else if (shape == Shape::AlignedXyz)  // the numbers of Xyz in columns, as printf("%14.3f") aligns them
+            n = std::snprintf(line, sizeof line, "%10ld.%03ld %10ld.%03ld %10ld.%03ld\n",
+                              512000 + metres(random) % 100000, metres(random) % 1000,
+                              5403000 + metres(random) % 100000, metres(random) % 1000, 300 + metres(random) % 50,
+                              metres(random) % 1000);
         else
             n = std::snprintf(line, sizeof line, "%ld.%03ld %ld.%03ld %ld.%03ld\n", 512000 + metres(random) % 100000,
                               metres(random) % 1000, 5403000 + metres(random) % 100000, metres(random) % 1000,
@@ -156,11 +167,18 @@ std::uint64_t parseOnly(const std::filesystem::path& file, const std::vector<Kin
     return count;
 }
 
-std::uint64_t convert(const std::filesystem::path& file, const std::string& parse) {
+// The opt-in readings a conversion is measured with.
+struct Readings {
+    bool whole = false, whitespace = false;
+};
+
+std::uint64_t convert(const std::filesystem::path& file, const std::string& parse, Readings readings = {}) {
     Tessel::Grid grid;
     Pallion::Parameter parameter;
     parameter.Files = new Ravelin::StringList{file.string()};
     parameter.Parse = parse;
+    parameter.WholeTokens = readings.whole;
+    parameter.Whitespace = readings.whitespace;
     const std::string result = Pallion::ascii2z9(grid, parameter);
     if (!result.empty()) {
         std::fprintf(stderr, "conversion failed: %s\n", result.c_str());
@@ -232,6 +250,22 @@ void measure(const Table& t) {
     std::fflush(stdout);
 }
 
+// Two conversions of the same numbers, taking turns; the best run of each counts.
+void measurePair(const char* label, const std::filesystem::path& fileA, Readings a, const std::filesystem::path& fileB,
+                 Readings b, std::uint64_t rows) {
+    const char* parse = "Positions:point:0+1+2";
+    Measure first{1e9, 0}, second{1e9, 0};
+    for (int i = 0; i < runs; ++i) {
+        const Measure x = inChild([&] { return convert(fileA, parse, a); }, rows);
+        const Measure y = inChild([&] { return convert(fileB, parse, b); }, rows);
+        if (x.seconds < first.seconds) first = x;
+        if (y.seconds < second.seconds) second = y;
+    }
+    std::printf("%-34s %9llu rows | %6.3f s against %6.3f s | ratio %5.3f\n", label,
+                static_cast<unsigned long long>(rows), second.seconds, first.seconds, second.seconds / first.seconds);
+    std::fflush(stdout);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -272,6 +306,25 @@ int main(int argc, char** argv) {
             return 0;
         }
         measure(t);
+    }
+    if (only.empty() || only == "readings") {
+        // The opt-in readings against the plain one, on the xyz table's numbers.
+        const auto xyz = dir / "xyz.txt", aligned = dir / "aligned.txt";
+        const std::uint64_t n = rows(10e6);
+        if (!std::filesystem::exists(xyz)) writeTable(xyz, n, Shape::Xyz);
+        if (!std::filesystem::exists(aligned)) writeTable(aligned, n, Shape::AlignedXyz);
+        if (!reader.empty()) {  // one conversion in this process, for perf or callgrind
+            const Readings chosen{reader.find("whole") != std::string::npos,
+                                  reader.find("whitespace") != std::string::npos};
+            const auto& file = reader.find("aligned") != std::string::npos ? aligned : xyz;
+            std::printf("readings %s: %llu\n", reader.c_str(),
+                        static_cast<unsigned long long>(convert(file, "Positions:point:0+1+2", chosen)));
+            return 0;
+        }
+        measurePair("whole tokens / plain", xyz, {}, xyz, {.whole = true}, n);
+        measurePair("whitespace / plain, same file", xyz, {}, xyz, {.whitespace = true}, n);
+        measurePair("whitespace aligned / plain blank", xyz, {}, aligned, {.whitespace = true}, n);
+        measurePair("whole+whitespace aligned / plain", xyz, {}, aligned, {.whole = true, .whitespace = true}, n);
     }
     if (only.empty()) {
         const auto tiny = dir / "tiny.txt";

@@ -1,6 +1,6 @@
 // Whole-file conversion, the differential check of the fast reading path:
-// the first bytes choose the parse string, the delimiter, the header count,
-// a tiny block size, a progress stop and one or two files; the rest are the
+// the first bytes choose the parse string, the delimiter, the header count
+// and the opt-in readings, a tiny block size, a progress stop and one or two files; the rest are the
 // files' bytes (split at the first 0xFF for two files).  ascii2z9 and the
 // plain getline/split/std::sto* reading must give the same outcome: result
 // text or exception, counters, tokens, progress reports, hook calls and
@@ -17,6 +17,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     settings.parse = reference::ParseStrings[data[0] % std::size(reference::ParseStrings)];
     settings.delimiter = delimiters[data[1] % std::size(delimiters)];
     settings.headerLines = data[2] % 4;
+    // The rest of the header byte: the opt-in readings.
+    settings.wholeTokens = (data[2] & 0x04) != 0;
+    settings.whitespace = (data[2] & 0x08) != 0;
+    settings.skipEmptyLines = (data[2] & 0x10) != 0;
+    settings.decimalComma = (data[2] & 0x20) != 0;
+    settings.commentPrefix = (data[2] & 0x40) != 0 ? "#" : (data[2] & 0x80) != 0 ? "//" : "";
     settings.chunkSize = 1 + data[3] % 4;
     settings.stopAtReport = (data[4] & 0x70) == 0 ? data[4] % 8 : 0;
     const bool twoFiles = data[4] & 0x80;

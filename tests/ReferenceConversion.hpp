@@ -6,6 +6,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -21,6 +22,7 @@
 #include "pallion/convert/detail/Messages.hpp"
 #include "pallion/convert/detail/NumberConversion.hpp"
 #include "pallion/convert/detail/Parse.hpp"
+#include "pallion/convert/detail/TokenConversion.hpp"
 #include "pallion/tools/Sniff.hpp"
 #include "tessel/Grid.hpp"
 
@@ -45,6 +47,9 @@ struct Settings {
     char delimiter = ' ';
     std::uint32_t chunkSize = 4;
     std::size_t stopAtReport = 0;  // the progress object answers false to this report (1-based); 0: never
+    // The opt-in readings.
+    bool wholeTokens = false, whitespace = false, skipEmptyLines = false, decimalComma = false;
+    std::string commentPrefix = "";
 };
 
 struct Fragment {
@@ -63,13 +68,21 @@ struct Outcome {
     Reports reports;
     std::vector<std::string> hookCalls;  // field, file, element count and the tokens at that moment
     std::vector<Fragment> fragments;     // field by field in the order of the parse string, each in flush order
+    std::string failure;                 // the failure record, field by field
     bool operator==(const Outcome&) const = default;
 };
+
+inline std::string recordText(const Pallion::FailureRecord& f) {
+    return std::to_string(static_cast<int>(f.Kind)) + '|' + f.File + '|' + std::to_string(f.Line) + '|' +
+           std::to_string(f.Column) + '|' + f.Token + '|' + f.Type + '|' + f.Stored + '|' +
+           std::to_string(f.HighestColumn) + '|' + std::to_string(f.TokensInLine);
+}
 
 inline std::ostream& operator<<(std::ostream& out, const Outcome& o) {
     out << "result \"" << o.result << "\" exception \"" << o.exception << "\" rows " << o.lineCount << " fill "
         << o.blockFill << " blocks " << o.fragmentCount << " file " << o.currentFile << " tokens " << o.tokens.size()
-        << " reports " << o.reports.size() << " hooks " << o.hookCalls.size() << " fragments:";
+        << " reports " << o.reports.size() << " hooks " << o.hookCalls.size() << " record " << o.failure
+        << " fragments:";
     for (const Fragment& f : o.fragments) out << ' ' << f.field << '/' << f.name << '#' << f.bytes.size();
     return out;
 }
@@ -89,6 +102,7 @@ void record(Outcome& out, const Pallion::Parameter& p, F&& convert) {
     out.lineCount = p.LineCount, out.blockFill = p.BlockFill, out.fragmentCount = p.FragmentCount;
     out.currentFile = p.CurrentFile;
     out.tokens = p.Tokens;
+    out.failure = recordText(p.Failure);
 }
 
 inline std::string hookCall(const std::string& field, const std::string& file, std::size_t count,
@@ -121,7 +135,16 @@ public:
     explicit PlainReading(const Settings& s) : settings(s) {}
 
     Outcome run() {
-        record(out, p, [&] { return convert(); });
+        record(out, p, [&] {
+            try {
+                std::string result = convert();
+                p.Failure = rec;
+                return result;
+            } catch (...) {
+                p.Failure = rec;
+                throw;
+            }
+        });
         // As the grid lists them: field by field in the order of the parse string, a field's
         // fragments by name in the order first made, a name's arrays in the order stored.
         for (const std::string& field : distinctFields(p)) {
@@ -141,30 +164,138 @@ private:
         std::string field;
         std::size_t elementSize;
         std::vector<unsigned char> rows;
-        std::function<void(unsigned char*)> store;  // converts the row's tokens into one element there
+        // Converts the row's tokens into one element there; gives a refusal text, or empty.
+        std::function<std::string(unsigned char*)> store;
     };
+
+    std::string fail(Pallion::FailureKind kind, std::string text, std::uint64_t line = 0) {
+        rec.Kind = kind;
+        rec.File = p.CurrentFile;
+        rec.Line = line;
+        return text;
+    }
+
+    static std::string trimmed(const std::string& token) {
+        const auto first = token.find_first_not_of(" \t");
+        if (first == std::string::npos) return {};
+        return token.substr(first, token.find_last_not_of(" \t") + 1 - first);
+    }
+
+    // The whole-token check as written down: the trimmed token read by
+    // std::stod/std::stof to its last byte (hexadecimal refused), or by
+    // std::stoll to its last byte and then held against C's range.
+    template <class C>
+    Pallion::FailureKind wholeReading(const std::string& token, C& value) const {
+        using Pallion::FailureKind;
+        std::string text = trimmed(token);
+        if (text.empty() || std::isspace(static_cast<unsigned char>(text[0]))) return FailureKind::TokenInvalid;
+        try {
+            std::size_t used = 0;
+            if constexpr (std::is_floating_point_v<C>) {
+                const std::string lower = text.substr(text[0] == '-' || text[0] == '+' ? 1 : 0, 2);
+                if (lower == "0x" || lower == "0X") return FailureKind::TokenInvalid;
+                if (settings.decimalComma) text = decimalPoint(text);
+                value = std::is_same_v<C, double> ? static_cast<C>(std::stod(text, &used)) : std::stof(text, &used);
+            } else {
+                if (text.size() > 1 && (text[1] == '+' || text[1] == '-')) return FailureKind::TokenInvalid;
+                const long long wide = std::stoll(text, &used);
+                if (used == text.size() &&
+                    (wide < std::numeric_limits<C>::min() || wide > std::numeric_limits<C>::max()))
+                    return FailureKind::TokenOutOfRange;
+                value = static_cast<C>(wide);
+            }
+            return used == text.size() ? FailureKind::None : FailureKind::TokenInvalid;
+        } catch (const std::invalid_argument&) {
+            return FailureKind::TokenInvalid;
+        } catch (const std::out_of_range&) {
+            // stoll's range is wider than every integer column: only digits beyond it come here.
+            if constexpr (!std::is_floating_point_v<C>)
+                if (text.find_first_not_of("0123456789", text[0] == '-' || text[0] == '+') != std::string::npos)
+                    return FailureKind::TokenInvalid;
+            return FailureKind::TokenOutOfRange;
+        }
+    }
+
+    static std::string decimalPoint(std::string text) {
+        for (char& c : text)
+            if (c == ',' || c == '.') c = c == ',' ? '.' : ',';
+        return text;
+    }
+
+    template <class C>
+    C plainValue(const std::string& token) const {
+        return Pallion::standardNumber<C>(settings.decimalComma ? decimalPoint(token) : token);
+    }
+
+    template <class C>
+    std::string refusal(Pallion::FailureKind kind, std::uint32_t column, const char* type) {
+        namespace m = Pallion::messages::convert;
+        const std::string& token = p.Tokens[column];
+        rec.Column = column, rec.Token = token, rec.Type = type;
+        std::string tail;
+        try {
+            rec.Stored = Pallion::numberText(plainValue<C>(token));
+            tail = std::string(m::TokenWouldBeStored) + rec.Stored;
+        } catch (const std::invalid_argument&) {
+            tail = std::string(m::TokenPlainThrows) + "invalid_argument";
+        } catch (const std::out_of_range&) {
+            tail = std::string(m::TokenPlainThrows) + "out_of_range";
+        }
+        const bool range = kind == Pallion::FailureKind::TokenOutOfRange;
+        return fail(kind,
+                    std::string(range ? m::TokenOutOfRange : m::TokenNotWhole) + type + ": \"" + token +
+                        "\" in column " + std::to_string(column) + " of line " + std::to_string(lineNumber) +
+                        " of file: " + p.CurrentFile + tail,
+                    lineNumber);
+    }
 
     std::string convert() {
         namespace messages = Pallion::messages::convert;
         p.Parse = settings.parse;
         p.Delimiter = settings.delimiter == 't' ? '\t' : settings.delimiter;
-        std::string parsed = Pallion::parseUserInputToContainer(p);
-        if (!parsed.empty()) return parsed;
-        if (settings.files.empty()) return std::string(messages::NoInputFiles);
-        if (p.Container.empty()) return std::string(messages::NoContainer);
-        if (settings.chunkSize == 0) return std::string(messages::ChunkSizeZero);
+        std::string parsed;
+        try {
+            parsed = Pallion::parseUserInputToContainer(p);
+        } catch (const std::exception&) {
+            rec.Kind = Pallion::FailureKind::Arguments;
+            throw;
+        }
+        using Pallion::FailureKind;
+        if (!parsed.empty()) return fail(FailureKind::Arguments, parsed);
+        if (settings.files.empty()) return fail(FailureKind::Arguments, std::string(messages::NoInputFiles));
+        if (p.Container.empty()) return fail(FailureKind::Arguments, std::string(messages::NoContainer));
+        if (settings.chunkSize == 0) return fail(FailureKind::Arguments, std::string(messages::ChunkSizeZero));
         Tessel::forEachElementType([&]<class T>() {
             using C = typename Tessel::ElementTraits<T>::Component;
             for (const Pallion::ContainerEntry& entry : p.Container)
                 if (entry.TypeId == Tessel::typeIndexOf<T>())
-                    columns.push_back({entry.FieldName, sizeof(T),
-                                       std::vector<unsigned char>(sizeof(T) * settings.chunkSize),
-                                       [this, taken = entry.Columns](unsigned char* into) {
-                                           C values[Tessel::ElementTraits<T>::components];
-                                           for (std::size_t i = 0; i < std::size(values); ++i)
-                                               values[i] = Pallion::standardNumber<C>(p.Tokens[taken[i]]);
-                                           std::memcpy(into, values, sizeof values);
-                                       }});
+                    columns.push_back(
+                        {entry.FieldName, sizeof(T), std::vector<unsigned char>(sizeof(T) * settings.chunkSize),
+                         [this, taken = entry.Columns](unsigned char* into) -> std::string {
+                             C values[Tessel::ElementTraits<T>::components];
+                             for (std::size_t i = 0; i < std::size(values); ++i) {
+                                 const std::string& token = p.Tokens[taken[i]];
+                                 if (settings.wholeTokens) {
+                                     const FailureKind kind = wholeReading<C>(token, values[i]);
+                                     if (kind != FailureKind::None)
+                                         return refusal<C>(kind, taken[i], Tessel::ElementTraits<T>::parseName);
+                                     continue;
+                                 }
+                                 try {
+                                     values[i] = plainValue<C>(token);
+                                 } catch (const std::exception& e) {
+                                     fail(dynamic_cast<const std::invalid_argument*>(&e) != nullptr
+                                              ? FailureKind::TokenInvalid
+                                              : FailureKind::TokenOutOfRange,
+                                          {}, lineNumber);
+                                     rec.Column = taken[i], rec.Token = token;
+                                     rec.Type = Tessel::ElementTraits<T>::parseName;
+                                     throw;
+                                 }
+                             }
+                             std::memcpy(into, values, sizeof values);
+                             return {};
+                         }});
         });
         for (const std::string& name : settings.files)
             if (std::string failure = readFile(name); !failure.empty()) return failure;
@@ -179,26 +310,59 @@ private:
 
     std::string readFile(const std::string& name) {
         namespace messages = Pallion::messages::convert;
+        using Pallion::FailureKind;
         std::ifstream stream(name);
-        if (std::filesystem::is_directory(name) || !stream.is_open())
+        if (std::filesystem::is_directory(name) || !stream.is_open()) {
+            rec.File = name;
+            rec.Kind = FailureKind::CannotOpen;
             return std::string(messages::CannotOpenFile) + name;
-        skipHeader(stream);
+        }
+        lineNumber = 0;
+        for (std::string skipped; lineNumber < settings.headerLines && std::getline(stream, skipped);) ++lineNumber;
         const std::uint64_t estimate = estimateLines(name);
         const std::uint64_t step = estimate > 99 ? estimate / 100 : 1;
         p.CurrentFile = name;
+        const bool rules = settings.wholeTokens || settings.whitespace || settings.skipEmptyLines ||
+                           settings.decimalComma || !settings.commentPrefix.empty();
         for (std::string line; std::getline(stream, line);) {
+            ++lineNumber;
+            if (rules) {
+                line = line.substr(0, line.find('\0'));
+                if (!line.empty() && line.back() == '\r') line.pop_back();
+                const std::string content =
+                    settings.whitespace ? line.substr(std::min(line.size(), line.find_first_not_of(" \t"))) : line;
+                if (!settings.commentPrefix.empty() && content.starts_with(settings.commentPrefix)) continue;
+                if (settings.skipEmptyLines && trimmed(line).empty()) continue;
+            }
             if (p.LineCount % step == 0) {
                 out.reports.emplace_back(static_cast<std::uint32_t>(std::min(estimate, p.LineCount)),
                                          static_cast<std::uint32_t>(estimate));
-                if (out.reports.size() == settings.stopAtReport) return std::string(messages::UserInterruption);
+                if (out.reports.size() == settings.stopAtReport)
+                    return fail(FailureKind::Interrupted, std::string(messages::UserInterruption), lineNumber);
             }
-            Pallion::split(line.data(), line.size(), p.Tokens, p.Delimiter);
+            if (settings.whitespace) {
+                std::size_t at = 0;
+                while ((at = line.find_first_not_of(" \t", at)) != std::string::npos) {
+                    const std::size_t after = std::min(line.size(), line.find_first_of(" \t", at));
+                    p.Tokens.push_back(line.substr(at, after - at));
+                    at = after;
+                }
+            } else {
+                Pallion::split(line.data(), line.size(), p.Tokens, p.Delimiter);
+            }
             // A row keeps the tokens up to the highest column only.
             if (p.Tokens.size() > std::size_t{p.HighestColumnIndex} + 1) p.Tokens.resize(p.HighestColumnIndex + 1);
-            if (p.HighestColumnIndex >= p.Tokens.size())
-                return std::string(messages::ColumnIndexOutOfRange) + std::to_string(p.HighestColumnIndex) +
-                       std::string(messages::TokensInLine) + std::to_string(p.Tokens.size());
-            for (Column& column : columns) column.store(column.rows.data() + p.BlockFill * column.elementSize);
+            if (p.HighestColumnIndex >= p.Tokens.size()) {
+                rec.HighestColumn = p.HighestColumnIndex, rec.TokensInLine = p.Tokens.size();
+                return fail(FailureKind::TooFewTokens,
+                            std::string(messages::ColumnIndexOutOfRange) + std::to_string(p.HighestColumnIndex) +
+                                std::string(messages::TokensInLine) + std::to_string(p.Tokens.size()),
+                            lineNumber);
+            }
+            for (Column& column : columns)
+                if (std::string refused = column.store(column.rows.data() + p.BlockFill * column.elementSize);
+                    !refused.empty())
+                    return refused;
             ++p.BlockFill;
             ++p.LineCount;
             if (p.BlockFill == settings.chunkSize) {
@@ -233,6 +397,8 @@ private:
 
     const Settings& settings;
     Pallion::Parameter p;
+    Pallion::FailureRecord rec;  // the reference's own record, handed to p.Failure for the outcome
+    std::uint64_t lineNumber = 0;
     Outcome out;
     std::vector<Column> columns;
     std::vector<Fragment> flushed;
@@ -252,6 +418,11 @@ inline Outcome libraryReading(const Settings& settings) {
     options.delimiter = settings.delimiter;
     options.block = settings.chunkSize;
     Pallion::Tools::fillParameter(p, options, Pallion::Tools::namedOptions(options), std::nullopt);
+    p.WholeTokens = settings.wholeTokens;
+    p.Whitespace = settings.whitespace;
+    p.SkipEmptyLines = settings.skipEmptyLines;
+    p.DecimalComma = settings.decimalComma;
+    p.CommentPrefix = settings.commentPrefix;
     p.Progress = new RecordingProgress(out.reports, settings.stopAtReport);
     p.OnFragment = [&](const Pallion::ChunkPtr& chunk, const std::string& field, const std::string& file) {
         out.hookCalls.push_back(hookCall(field, file, chunk->elementCount(), p.Tokens));

@@ -150,8 +150,7 @@ std::string Ascii2Z9::fail(FailureKind kind, std::string text, std::uint64_t lin
     return text;
 }
 
-bool Ascii2Z9::skipLine(const char* line, const char*& end) const {
-    if (end != line && end[-1] == '\r') --end;
+bool Ascii2Z9::skipLine(const char* line, const char* end) const {
     const char* p = line;
     // Blanks before a comment are no tokens where runs of blanks separate.
     if (parameter.Whitespace)
@@ -229,9 +228,10 @@ std::string Ascii2Z9::run() {
     // A block needs at least one row: with 0 no chunk could hold the first row.
     if (parameter.ChunkSize == 0) return fail(FailureKind::Arguments, std::string(messages::convert::ChunkSizeZero));
     reading_ = {parameter.WholeTokens, parameter.Whitespace, parameter.DecimalComma};
-    lineRules_ = parameter.WholeTokens || parameter.Whitespace || parameter.SkipEmptyLines ||
-                 parameter.DecimalComma || !parameter.CommentPrefix.empty();
+    lineRules_ = parameter.WholeTokens || parameter.Whitespace || parameter.SkipEmptyLines || parameter.DecimalComma ||
+                 !parameter.CommentPrefix.empty();
     checked_ = parameter.WholeTokens || parameter.DecimalComma;
+    skipRules_ = parameter.SkipEmptyLines || !parameter.CommentPrefix.empty();
 
     forEachHolder([&](auto& holder) { openColumns(holder); });
     // A chunk that is being grown is seen by no one until it has its full
@@ -337,14 +337,14 @@ std::string Ascii2Z9::readFile(const std::string& name) {
                     break;
                 }
                 if (lineRules_) {
-                    if (skipLine(line, end)) continue;
-                    shaped = true;
+                    if (end != line && end[-1] == '\r') --end;
+                    if (skipRules_ && skipLine(line, end)) continue;
                 }
                 if (!plan_.store(line, end, parameter.BlockFill)) {
                     haveLine = true;
+                    shaped = lineRules_;
                     break;
                 }
-                shaped = false;
                 ++parameter.BlockFill;
                 ++parameter.LineCount;
             }
@@ -355,7 +355,8 @@ std::string Ascii2Z9::readFile(const std::string& name) {
             if (reader.sawNul())
                 if (const void* nul = std::memchr(line, '\0', static_cast<std::size_t>(end - line)))
                     end = static_cast<const char*>(nul);
-            if (skipLine(line, end)) continue;
+            if (end != line && end[-1] == '\r') --end;
+            if (skipRules_ && skipLine(line, end)) continue;
         }
         const std::uint64_t lineNumber = reader.linesTaken();
 
@@ -365,8 +366,7 @@ std::string Ascii2Z9::readFile(const std::string& name) {
                 const std::uint64_t value = std::min(estimate, parameter.LineCount);
                 if (!progress->report(std::string(messages::convert::ProgressReadLine),
                                       static_cast<std::uint32_t>(value), static_cast<std::uint32_t>(estimate)))
-                    return fail(FailureKind::Interrupted, std::string(messages::convert::UserInterruption),
-                                lineNumber);
+                    return fail(FailureKind::Interrupted, std::string(messages::convert::UserInterruption), lineNumber);
             }
         }
         const auto length = static_cast<std::size_t>(end - line);
@@ -375,7 +375,8 @@ std::string Ascii2Z9::readFile(const std::string& name) {
         // the standard way below reports.  Tokens left over from before the run
         // send its first line the standard way, which appends to them.
         if (fastRows_ && tokens.empty()) {
-            const char* stop = reader.sawNul() && !lineRules_ ? static_cast<const char*>(std::memchr(line, '\0', length)) : nullptr;
+            const char* stop =
+                reader.sawNul() && !lineRules_ ? static_cast<const char*>(std::memchr(line, '\0', length)) : nullptr;
             makeRoom();
             if (plan_.store(line, stop != nullptr ? stop : end, parameter.BlockFill)) {
                 if (parameter.BlockFill + 1 == parameter.ChunkSize) splitLine(line, length);

@@ -43,10 +43,9 @@ public:
 
 private:
     std::string readFile(const std::string& name);
-    // The line [line, end) as the opt-in line rules read it: a CR before the
-    // line feed belongs to the line end, so `end` moves before it; true when
-    // the line is a comment or empty and is skipped.
-    bool skipLine(const char* line, const char*& end) const;
+    // Whether the line [line, end), its CR already taken off, is a comment
+    // or an empty line, which the opt-in line rules skip.
+    bool skipLine(const char* line, const char* end) const;
     // storeLine for the opt-in readings of tokens (whole tokens, decimal
     // commas): gives the failure text of a refused token, else stores the row.
     std::string storeChecked(std::uint64_t line);
@@ -89,7 +88,9 @@ private:
     Holders holders;
     RowPlan plan_;
     RowPlan::Reading reading_;
-    bool lineRules_ = false;  // a CR, a comment or an empty line is looked at before a line is split
+    // Under any opt-in reading a CR before the line feed belongs to the line end.
+    bool lineRules_ = false;
+    bool skipRules_ = false;  // comment or empty lines are looked for
     bool checked_ = false;    // tokens go the standard way through storeChecked
     bool fastRows_ = false;
     static constexpr std::uint64_t FirstGrowthStep = 4096;

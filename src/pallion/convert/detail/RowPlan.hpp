@@ -42,8 +42,9 @@ public:
         static_assert(sizeof(T) == Traits::components * sizeof(C), "components lie side by side");
         auto* rows = reinterpret_cast<std::byte*>(column.rows);
         for (unsigned i = 0; i < Traits::components; ++i)
-            pending_.push_back(
-                {column.Columns[i], {rows, sizeof(T), i * sizeof(C), kindOf(std::is_floating_point_v<C>, std::is_signed_v<C>, sizeof(C))}});
+            pending_.push_back({column.Columns[i],
+                                {rows, sizeof(T), i * sizeof(C),
+                                 kindOf(std::is_floating_point_v<C>, std::is_signed_v<C>, sizeof(C))}});
     }
 
     // Orders what was added by token; call once after the last add.
@@ -53,7 +54,7 @@ public:
     // with the counters untouched, where the line needs the standard way.
     bool store(const char* line, const char* end, std::uint64_t row) const {
         if (mode_ == 0) return storePlain(line, end, row);
-        return storeRead(line, end, row);
+        return (this->*chosen_)(line, end, row);
     }
 
 private:
@@ -83,11 +84,13 @@ private:
         Target target;
     };
 
-    // The rows of the plain reading, and of the opt-in readings.
+    // The rows of the plain reading; those of the opt-in readings go through
+    // the one function that finish() chose for the plan and the readings.
     bool storePlain(const char* line, const char* end, std::uint64_t row) const;
-    bool storeRead(const char* line, const char* end, std::uint64_t row) const;
+    using StoreFunction = bool (RowPlan::*)(const char*, const char*, std::uint64_t) const;
+    StoreFunction chooseStore() const;
     template <bool Whole, bool Blanks, char Point>
-    bool storeIn(const char* line, const char* end, std::uint64_t row) const;
+    StoreFunction chooseIn() const;
 
     // `store` for a plan whose targets are all of kind Only, or of any kinds.
     // Whole: every token read is a number in full and fits its type; Blanks:
@@ -116,6 +119,7 @@ private:
 
     char delimiter_ = ' ';
     std::uint8_t mode_ = 0;  // the opt-in readings as bits: 1 whole tokens, 2 whitespace, 4 decimal comma
+    StoreFunction chosen_ = &RowPlan::storePlain;
     Kind uniform_ = Kind::Mixed;  // the one kind of all targets, or Mixed
     bool dense_ = false;          // each of the tokens 0 to n-1 read by one target, no other token needed
     // A delimiter that can stand inside a number ('.', 'e', a digit, ...) would
