@@ -34,8 +34,8 @@ inline constexpr std::string_view CommentsHelp =
     "lines that begin with this prefix are skipped (none: no comment lines); auto: # or // where the first line "
     "begins with it, and a last comment line above the data with as many words as the data has columns names them";
 inline constexpr std::string_view DecimalCommaHelp =
-    "read ',' as the decimal separator (\"512,5\" as 512.5); guessed where every comma of the first rows stands "
-    "between digits and the delimiter is not a comma";
+    "read ',' as the decimal separator (\"512,5\" as 512.5); guessed where (nearly) every comma of the first rows "
+    "stands between digits and the delimiter is not a comma";
 inline constexpr std::string_view DecimalPointHelp = "read ',' as no decimal separator, whatever the first rows hold";
 inline constexpr std::string_view LenientHelp =
     "read tokens as the plain conversion does: a number followed by other bytes (\"3.5kg\", \"12abc\") is stored "
@@ -61,9 +61,9 @@ inline constexpr std::string_view OutputHelp =
     "the point field as x y z, rgb as red green blue, tvector as nx ny nz, every scalar field a property) or .h5 "
     "(HDF5: the whole grid, a group per field, a dataset per fragment)";
 inline constexpr std::string_view StrictHelp =
-    "check the first 1000 rows before converting (as --lenient runs always do) and fail where the check of the first "
-    "1000 rows finds a token that the standard conversion cuts "
-    "short (\"11,5\" read as 11) or an integer out of its type's range (300 in a uint8_t stored as 44)";
+    "fail before converting where the check of the first 1000 rows (which a --lenient run always makes) finds a "
+    "token that the standard conversion cuts short (\"11,5\" read as 11) or an integer out of its type's range (300 in "
+    "a uint8_t stored as 44)";
 inline constexpr std::string_view MaxLineHelp =
     "the longest line, in bytes, that is read before the conversion stops with a message (default: the library's, "
     "256 MiB)";
