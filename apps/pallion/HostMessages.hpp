@@ -27,8 +27,20 @@ inline constexpr std::string_view HeaderHelp =
     "count, else none";
 inline constexpr std::string_view BadHeader = "\"%s\" is neither auto nor a whole number from 0 to 4294967295";
 inline constexpr std::string_view DelimiterHelp =
-    "the byte between columns: one character, or tab (also t or \\t), comma, semicolon, space, pipe; auto: the "
-    "one of blank, tab, comma, semicolon and | that gives the same column count on the first lines";
+    "the byte between columns: one character, or tab (also t or \\t), comma, semicolon, space, pipe; whitespace: "
+    "any run of blanks and tabs, none at either end; auto: the one of these whose tokens are numbers with the same "
+    "column count on the first lines (runs of blanks give whitespace)";
+inline constexpr std::string_view CommentsHelp =
+    "lines that begin with this prefix are skipped (none: no comment lines); auto: # or // where the first line "
+    "begins with it, and a last comment line above the data with as many words as the data has columns names them";
+inline constexpr std::string_view DecimalCommaHelp =
+    "read ',' as the decimal separator (\"512,5\" as 512.5); guessed where (nearly) every comma of the first rows "
+    "stands between digits and the delimiter is not a comma";
+inline constexpr std::string_view DecimalPointHelp = "read ',' as no decimal separator, whatever the first rows hold";
+inline constexpr std::string_view LenientHelp =
+    "read tokens as the plain conversion does: a number followed by other bytes (\"3.5kg\", \"12abc\") is stored "
+    "as its number and an integer out of its type's range wraps; the check of the first 1000 rows then warns of "
+    "such tokens.  Without it, such a token stops the conversion with its file, line and column";
 inline constexpr std::string_view BlockHelp =
     "rows per block (fragment); default: picked from the files' sizes, at most 10000000";
 inline constexpr std::string_view EpsgHelp =
@@ -55,8 +67,9 @@ inline constexpr std::string_view OutputHelp =
     "its target, which gets the new contents; a file with other hard links is refused, since the other names would "
     "keep the old contents";
 inline constexpr std::string_view StrictHelp =
-    "fail before converting where the check of the first 1000 rows finds a token that the standard conversion cuts "
-    "short (\"11,5\" read as 11) or an integer out of its type's range (300 in a uint8_t stored as 44)";
+    "fail before converting where the check of the first 1000 rows (which a --lenient run always makes) finds a "
+    "token that the standard conversion cuts short (\"11,5\" read as 11) or an integer out of its type's range (300 in "
+    "a uint8_t stored as 44)";
 inline constexpr std::string_view MaxLineHelp =
     "the longest line, in bytes, that is read before the conversion stops with a message (default: the library's, "
     "256 MiB)";
@@ -76,13 +89,16 @@ inline constexpr std::string_view Examples =
     "  pallion scan.pts --output scan.ply      a .pts file into a PLY file for a point viewer\n"
     "  cat a.txt | pallion - --output a.h5     standard input into an HDF5 file (nothing is guessed)\n"
     "  pallion --header 1 --delimiter comma --parse \"P:point:X+Y+Z,I:float:Intensity\" table.csv\n"
-    "  pallion --strict --json export.csv      fail on tokens the conversion would cut short\n"
+    "  pallion --delimiter whitespace --comments \"#\" aligned.txt\n"
+    "  pallion --lenient --strict export.csv   the plain reading, refused where the first rows would be cut\n"
     "Exit status: 0 done, 1 a conversion or write failed, 2 a usage error, 130 stopped by Ctrl-C (SIGINT),\n"
     "143 by SIGTERM, 129 by SIGHUP; a stopped run writes no output file.";
 inline constexpr std::string_view FilesHelp =
     "the files to convert, read in this order into the same fields; - is standard input";
 inline constexpr std::string_view BadDelimiter =
-    "--delimiter: \"%s\" is not one character nor one of auto, tab, t, \\t, comma, semicolon, space, pipe";
+    "--delimiter: \"%s\" is not one character nor one of auto, tab, t, \\t, comma, semicolon, space, pipe, "
+    "whitespace";
+inline constexpr std::string_view DecimalBoth = "--decimal-comma and --decimal-point cannot be used together";
 inline constexpr std::string_view BlockWithTrajectory =
     "--block cannot be used with --trajectory: trajectory files are read with the library's own block size";
 

@@ -20,6 +20,7 @@
 #include "Summary.hpp"
 #include "pallion/Pallion.hpp"
 #include "pallion/tools/FailureContext.hpp"
+#include "pallion/tools/GridValues.hpp"
 #include "pallion/tools/LasWriter.hpp"
 #include "pallion/tools/Lines.hpp"
 #include "pallion/tools/OutputFile.hpp"
@@ -165,11 +166,17 @@ int run(int argc, char** argv) {
                 report.delimiter = Pallion::Tools::delimiterName(resolved.delimiter);
                 report.headerLines = resolved.headerLines;
                 report.parse = resolved.parse;
+                report.comments = resolved.commentPrefix;
+                report.decimalComma = resolved.decimalComma;
+                report.lenient = options.table.lenient;
                 const auto rows = Pallion::Tools::judgedRows(options.table.files);
                 Pallion::Tools::fillParameter(parameter, options.table, resolved, rows);
 
-                // The first rows of the regular files, checked as the library will convert them.
-                const Pallion::Tools::Preflight checked = Pallion::Tools::preflight(parameter);
+                // The first rows of the regular files, checked as the plain reading will convert them; a strict
+                // reading refuses such a token itself.
+                const Pallion::Tools::Preflight checked = options.table.lenient || options.strict
+                                                              ? Pallion::Tools::preflight(parameter)
+                                                              : Pallion::Tools::Preflight();
                 for (const auto& warning : checked.warnings) report.warnings.push_back(warning.text());
                 if (checked.count > checked.warnings.size())
                     report.warnings.push_back(m::fill(
@@ -195,6 +202,10 @@ int run(int argc, char** argv) {
                 report.result = Pallion::ascii2z9(grid, parameter);
                 if (report.result.empty()) bar->finish();
                 parameter.Progress.reset();
+                for (const std::string& shared : Pallion::Tools::sharedFragmentNames(grid)) {
+                    report.warnings.push_back(shared);
+                    if (!options.quiet) std::cerr << m::Prefix << m::Warning << shared << '\n';
+                }
             }
         } catch (const std::exception& e) {
             report.result = std::string(m::StoppedByException) + e.what();

@@ -18,7 +18,8 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     CommandLine result;
     Options options;
     std::int64_t epsg = 0, block = 0, maxLine = 0;
-    std::string header = "auto", delimiter = "auto", lasScale;
+    std::string header = "auto", delimiter = "auto", comments = "auto", lasScale;
+    bool decimalComma = false, decimalPoint = false;
 
     // Before the range check, so that "abc" is not called out of range.
     const CLI::Validator wholeNumber(
@@ -43,6 +44,10 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
             "", "auto or whole number"))
         ->capture_default_str();
     app.add_option("--delimiter", delimiter, std::string(m::DelimiterHelp))->capture_default_str();
+    app.add_option("--comments", comments, std::string(m::CommentsHelp))->capture_default_str()->type_name("PREFIX");
+    app.add_flag("--decimal-comma", decimalComma, std::string(m::DecimalCommaHelp));
+    app.add_flag("--decimal-point", decimalPoint, std::string(m::DecimalPointHelp));
+    app.add_flag("--lenient", options.table.lenient, std::string(m::LenientHelp));
     app.add_option("--block", block, std::string(m::BlockHelp))
         ->check(wholeNumber)
         ->check(CLI::Range(std::int64_t{1}, std::int64_t{Pallion::Parameter().ChunkSize}));
@@ -93,7 +98,14 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
         result.err = std::string(m::Prefix) + std::string(m::BlockWithTrajectory) + '\n';
         return result;
     }
+    if (decimalComma && decimalPoint) {
+        result.exitStatus = 2;
+        result.err = std::string(m::Prefix) + std::string(m::DecimalBoth) + '\n';
+        return result;
+    }
     if (delimiter != "auto") options.table.delimiter = *named;
+    if (comments != "auto") options.table.comments = comments == "none" ? std::string() : comments;
+    if (decimalComma || decimalPoint) options.table.decimalComma = decimalComma;
     if (header != "auto") options.table.headerLines = static_cast<std::uint32_t>(std::stoul(header));
     if (app.count("--epsg") > 0) options.table.epsg = static_cast<std::int32_t>(epsg);
     if (app.count("--block") > 0) options.table.block = static_cast<std::uint32_t>(block);

@@ -163,7 +163,8 @@ std::string jsonSummary(const Tessel::Grid& grid, const RunReport& run) {
     json["status"] = run.status;
     json["partial"] = run.partial;
     if (run.headerLines >= 0)
-        json["options"] = {{"delimiter", run.delimiter}, {"header", run.headerLines}, {"parse", run.parse}};
+        json["options"] = {{"delimiter", run.delimiter}, {"header", run.headerLines},         {"parse", run.parse},
+                           {"comments", run.comments},   {"decimal_comma", run.decimalComma}, {"lenient", run.lenient}};
     json["guessed"] = run.guessed;
     json["warnings"] = run.warnings;
     if (run.failure.aboutALine()) {

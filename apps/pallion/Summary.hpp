@@ -13,11 +13,13 @@ namespace host {
 
 // What the JSON tells beside the grid: how the run went and what it used.
 struct RunReport {
-    std::string result;                     // empty: the conversion read everything
-    bool partial = false;                   // the grid holds what was read before a failure or a stop
-    std::vector<std::string> guessed;       // the sniffer's lines
-    std::string delimiter, parse;           // as used ("comma", "Positions:point:0+1+2"); empty for trajectories
-    std::int64_t headerLines = -1;          // as used; -1 for trajectories
+    std::string result;                // empty: the conversion read everything
+    bool partial = false;              // the grid holds what was read before a failure or a stop
+    std::vector<std::string> guessed;  // the sniffer's lines
+    std::string delimiter, parse;      // as used ("comma", "Positions:point:0+1+2"); empty for trajectories
+    std::int64_t headerLines = -1;     // as used; -1 for trajectories
+    std::string comments;              // the comment prefix as used; empty: none
+    bool decimalComma = false, lenient = false;
     std::vector<std::string> warnings;      // the pre-flight check's lines
     Pallion::Tools::FailureReport failure;  // where a conversion stopped, if about a line
     int status = 0;                         // the exit status
@@ -31,7 +33,8 @@ struct RunReport {
 // partial grid is said to be one in its first line.
 std::string textSummary(const Tessel::Grid& grid, bool partial = false);
 
-// {"result", "status", "partial", "options": {"delimiter", "header", "parse"}, "guessed": [...], "warnings": [...],
+// {"result", "status", "partial", "options": {"delimiter", "header", "parse", "comments", "decimal_comma",
+//  "lenient"}, "guessed": [...], "warnings": [...],
 //  "failure": {"file", "line", "text", "column", "token", "detail", "hints"} (only "hints" where the failure
 //  is not about a line), "output" and "preview": {"file", "written", "error"},
 //  "fields": [{"name", "type", "components", "elements", "fragments": [{"name", "elements"}], "min", "max"}],

@@ -5,7 +5,10 @@ _pallion() {
     prev="${COMP_WORDS[COMP_CWORD-1]}"
     case "$prev" in
         --delimiter)
-            COMPREPLY=($(compgen -W "auto space tab comma semicolon pipe" -- "$cur"))
+            COMPREPLY=($(compgen -W "auto space tab comma semicolon pipe whitespace" -- "$cur"))
+            return ;;
+        --comments)
+            COMPREPLY=($(compgen -W "auto none '#' //" -- "$cur"))
             return ;;
         --header)
             COMPREPLY=($(compgen -W "auto 0 1 2" -- "$cur"))
@@ -24,7 +27,8 @@ _pallion() {
     esac
     if [[ "$cur" == -* ]]; then
         COMPREPLY=($(compgen -W "--header --delimiter --block --epsg --parse --trajectory --json --preview
-            --output --las-scale --strict --max-line --quiet --version --help" -- "$cur"))
+            --output --las-scale --strict --max-line --quiet --version --help --comments --decimal-comma
+            --decimal-point --lenient" -- "$cur"))
     else
         COMPREPLY=($(compgen -f -- "$cur"))
     fi

@@ -94,11 +94,8 @@ const FragmentPtr& Field::makeFragmentID(const std::string& fragmentName) {
 
 void Field::setPersistentData(const MemBase::Array& array, const FragmentPtr& fragment,
                               const Ravelin::StrongPtr<Ravelin::Cache, Ravelin::CacheBase>&, const std::string&) {
-    const auto [known, made] = storedById_.try_emplace(fragment.get(), stored_.size());
-    if (made)
-        stored_.push_back({fragment, {array}});
-    else
-        stored_[known->second].arrays.push_back(array);
+    storedById_.try_emplace(fragment.get(), stored_.size());
+    stored_.push_back({fragment, {array}});
 }
 
 const Field::Fragment* Field::fragment(const std::string& fragmentName) const {

@@ -1,9 +1,9 @@
 // The grid library stand-in: grids, fields and fragments.
 //
-// A field keeps the arrays given to it, fragment by fragment, in the order in
-// which each fragment name was first stored.  Storing under a fragment name
-// that the field already has appends the array to that fragment: a field never
-// drops data that it was given, and a host sees every array it holds.
+// A field keeps the arrays given to it, one fragment per store, in the order
+// in which they were stored, also when two stores share a fragment name: a
+// field never drops data that it was given, never regroups it by name, and a
+// host reading its fragments in order reads the rows in the order they came.
 // Beside that ordered list, a field indexes its fragments by name and by id,
 // so that adding one costs the same with a million fragments as with one.
 #pragma once
@@ -48,7 +48,7 @@ class TESSEL_API Field : public Ownable<CreativeArrayBase>::Container {
 public:
     struct Fragment {
         FragmentPtr id;
-        std::vector<MemBase::Array> arrays;  // more than one only if a name was stored more than once
+        std::vector<MemBase::Array> arrays;  // the one array of this store
     };
 
     explicit Field(std::string fieldName) : name_(std::move(fieldName)) {}
@@ -61,7 +61,7 @@ public:
 
     const std::string& fieldName() const { return name_; }
     const std::vector<Fragment>& fragments() const { return stored_; }
-    // The arrays of a fragment, or null if the field has none of that name.
+    // The first fragment stored under that name, or null if the field has none.
     const Fragment* fragment(const std::string& fragmentName) const;
 
 private:
@@ -69,7 +69,7 @@ private:
     std::vector<FragmentPtr> ids_;
     std::vector<Fragment> stored_;
     std::unordered_map<std::string, std::size_t> idByName_;          // into ids_
-    std::unordered_map<const FragmentID*, std::size_t> storedById_;  // into stored_
+    std::unordered_map<const FragmentID*, std::size_t> storedById_;  // into stored_: an id's first store
 };
 
 using FieldPtr = Ravelin::StrongPtr<Field, Ownable<CreativeArrayBase>::Container>;

@@ -122,6 +122,7 @@ std::string checkParseString(const std::string& parse) {
 
 std::size_t tokensOf(std::string_view line, const Parameter& parameter, std::vector<std::string>& out,
                      std::size_t atMost) {
+    if (parameter.Whitespace) return splitBlanks(line.data(), line.size(), out, atMost);
     const char delimiter = parameter.Delimiter == 't' ? '\t' : parameter.Delimiter;
     return split(line.data(), line.size(), out, delimiter, atMost);
 }

@@ -4,12 +4,14 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "pallion/array/ElementTraits.hpp"
+#include "pallion/tools/Messages.hpp"
 #include "tessel/Grid.hpp"
 
 namespace Pallion::Tools {
@@ -87,6 +89,22 @@ std::vector<T> fieldValues(const Tessel::Field& field) {
     forEachArray<T>(
         field, [&](std::span<const T> elements) { values.insert(values.end(), elements.begin(), elements.end()); });
     return values;
+}
+
+// One line for each fragment name that a field of `grid` holds more than
+// once, saying why it matters (Messages.hpp SharedFragmentName).
+inline std::vector<std::string> sharedFragmentNames(const Tessel::Grid& grid) {
+    std::vector<std::string> lines;
+    for (const auto& field : grid.fields()) {
+        std::map<std::string, std::size_t> stores;
+        std::vector<std::string> order;
+        for (const auto& fragment : field->fragments())
+            if (++stores[fragment.id->name] == 2) order.push_back(fragment.id->name);
+        for (const std::string& name : order)
+            lines.push_back(
+                messages::fill(messages::SharedFragmentName, field->fieldName().c_str(), name.c_str(), stores[name]));
+    }
+    return lines;
 }
 
 }  // namespace Pallion::Tools

@@ -56,6 +56,22 @@ inline constexpr std::string_view GuessedNoHeader = "header lines: 0 (guessed: t
 inline constexpr std::string_view ParseFromNames = "parse: %s (from the header's names)";
 inline constexpr std::string_view ParseForPts = "parse: %s (the .pts columns)";
 inline constexpr std::string_view ParseDefault = "parse: %s (columns without names: a point from the first three)";
+inline constexpr std::string_view ParseColumns =
+    "parse: %s (columns without names: a point from the first three, then a double field ColumnN for each further "
+    "column N, counted from 0)";
+inline constexpr std::string_view GuessedWhitespace =
+    "delimiter: whitespace (guessed: %zu columns split at runs of blanks and tabs on %s)";
+inline constexpr std::string_view GuessedComments = "comments: %s (guessed: the first lines begin with it)";
+inline constexpr std::string_view GuessedDecimalComma =
+    "decimal comma: yes (guessed: numbers such as \"%s\" hold one comma each between digits)";
+inline constexpr std::string_view GuessedHeaderAt =
+    "header lines: %u (guessed: line %u is words, not numbers; the lines above it are comments or empty)";
+inline constexpr std::string_view GuessedCommentNames =
+    "header lines: 0 (guessed: the comment on line %u gives the names of the %zu columns)";
+inline constexpr std::string_view NamesMadeUnique = "names: %s (a name given twice gets .1, .2 behind it)";
+inline constexpr std::string_view OtherColumnCount = "line %u has %zu columns where the others have %zu: %s";
+inline constexpr std::string_view ExtraColumnsIgnored = "the columns beyond the named ones are not read";
+inline constexpr std::string_view FewerColumnsFail = "the conversion stops there if it needs a missing column";
 inline constexpr std::string_view ParseNamesReplaced = "parse: %s (header names as column numbers)";
 inline constexpr std::string_view NotReadAhead =
     "%s is not a regular file and is not read ahead: nothing guessed (delimiter %s, header lines %u, parse %s)";
@@ -78,6 +94,28 @@ inline constexpr std::string_view CompressedMoreMembers = "the zip archive holds
 inline constexpr std::string_view GzipTruncated = "truncated gzip input";
 inline constexpr std::string_view GzipDamaged = "the gzip data is damaged";
 inline constexpr std::string_view ZstdTruncated = "truncated zstd input";
+inline constexpr std::string_view FieldTwice =
+    "parse string: the field \"%s\" is named by two entries (\"%s\" and \"%s\"); give each field its own name";
+inline constexpr std::string_view HeaderCountDiffers =
+    "%s: the header (line %u) has %zu name(s), but the data has %zu column(s) (line %u); a header must name "
+    "every column";
+inline constexpr std::string_view CrOnlyLineEnds =
+    "%s has CR-only line ends (a carriage return without a line feed): the whole file would be one line; "
+    "convert the line ends to LF or CRLF";
+
+// Every file of a list is held against the first, before anything is read.
+inline constexpr std::string_view OtherHeaderNames =
+    "%s: the header names %s, but the first file %s names %s; every file must have the first file's header";
+inline constexpr std::string_view OtherHeaderOrder =
+    "%s: the header names the columns of the first file %s in another order (%s); columns are not mapped by "
+    "name: write the columns in one order, or convert the files apart";
+inline constexpr std::string_view OtherHeaderMissing =
+    "%s: line %u is data, but the first file %s has a header there (%s); every file must have the first file's "
+    "header";
+inline constexpr std::string_view OtherHeaderExtra =
+    "%s: line %u is words (%s), but the first file %s has no header there; every file must be written as the first";
+inline constexpr std::string_view OtherColumns =
+    "%s: the data has %zu column(s) (line %u), but the first file %s has %zu; every file must have as many";
 
 // Output files.
 inline constexpr std::string_view CannotWriteFile = "cannot write %s: %s";
@@ -134,6 +172,12 @@ inline constexpr std::string_view FourBitRange = "whole numbers from 0 to 15";
 inline constexpr std::string_view ByteRange = "whole numbers from 0 to 255";
 inline constexpr std::string_view AngleRange = "degrees from -180 to 180";
 inline constexpr std::string_view AnyFinite = "finite numbers";
+
+// Reading the grid back.
+inline constexpr std::string_view SharedFragmentName =
+    "field %s: the fragment name \"%s\" is stored %zu times (a file's name with its block number glued on, "
+    "as a11 block 0 and a1 block 10 both give a110); the rows stay in file order here, but a grid library that "
+    "keeps one array per name would let the later block replace the earlier: rename a file or change the block size";
 
 // Pre-flight check.
 inline constexpr std::string_view CutShort =

@@ -1,5 +1,6 @@
 #include "pallion/tools/Preflight.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <limits>
 #include <stdexcept>
@@ -90,9 +91,14 @@ Preflight preflight(const Parameter& parameter, std::uint64_t rows) {
         for (std::uint64_t row = 0; result.rowsChecked < rows && readLine(in, line, KeptLine, length, KeptLine + 1);
              ++row) {
             if (length > KeptLine) break;  // a line this long is left to the conversion and its line-size limit
+            // The lines the conversion skips: comments, and empty ones where they are skipped.
+            if (!parameter.CommentPrefix.empty() && line.rfind(parameter.CommentPrefix, 0) == 0) continue;
+            if (parameter.SkipEmptyLines && line.find_first_not_of(" \t\r") == std::string::npos) continue;
             ++result.rowsChecked;
             std::vector<std::string> tokens;
             tokensOf(line, parameter, tokens, wanted);
+            if (parameter.DecimalComma)
+                for (std::string& token : tokens) std::replace(token.begin(), token.end(), ',', '.');
             for (const ContainerEntry& entry : parsed.Entries)
                 withElementType(entry.TypeId, [&]<class T>() {
                     using Traits = Tessel::ElementTraits<T>;

@@ -34,7 +34,8 @@ struct Preflight {
 
 // Checks the first `rows` data rows of each regular file of `parameter`
 // (a FIFO, a pipe or standard input is not read ahead) against its parse
-// string, delimiter and header lines.
+// string and dialect (delimiter or runs of blanks, header lines, comment and
+// empty lines skipped, a decimal comma); lines are numbered as in the file.
 Preflight preflight(const Parameter& parameter, std::uint64_t rows = 1000);
 
 }  // namespace Pallion::Tools

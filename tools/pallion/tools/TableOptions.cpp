@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <fstream>
 
-
 #include "pallion/tools/CompressedSource.hpp"
 #include "pallion/tools/Sniff.hpp"
 
@@ -66,7 +65,8 @@ std::optional<char> delimiterFromName(const std::string& name) {
     if (name == "semicolon") return ';';
     if (name == "space") return ' ';
     if (name == "pipe") return '|';
-    if (name.size() == 1) return name[0];
+    if (name == "whitespace") return WhitespaceDelimiter;
+    if (name.size() == 1 && name[0] != WhitespaceDelimiter) return name[0];
     return std::nullopt;
 }
 
@@ -80,6 +80,8 @@ std::string delimiterName(char delimiter) {
             return "semicolon";
         case ' ':
             return "space";
+        case WhitespaceDelimiter:
+            return "whitespace";
         default:
             return std::string("'") + delimiter + "'";
     }
@@ -123,7 +125,12 @@ void fillParameter(Parameter& parameter, const TableOptions& options, const Reso
     for (const std::string& name : options.files) files->push_back(libraryPath(name));
     parameter.Files = files;
     parameter.HeaderLines = resolved.headerLines;
-    parameter.Delimiter = resolved.delimiter;
+    parameter.Delimiter = resolved.delimiter == WhitespaceDelimiter ? ' ' : resolved.delimiter;
+    parameter.Whitespace = resolved.delimiter == WhitespaceDelimiter;
+    parameter.CommentPrefix = resolved.commentPrefix;
+    parameter.SkipEmptyLines = resolved.skipEmptyLines;
+    parameter.DecimalComma = resolved.decimalComma;
+    parameter.WholeTokens = resolved.wholeTokens;
     parameter.Parse = resolved.parse;
     parameter.EPSG = options.epsg;
     parameter.OpenSource = openTableSource;

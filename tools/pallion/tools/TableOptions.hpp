@@ -18,20 +18,26 @@ namespace Pallion::Tools {
 inline constexpr std::string_view DefaultParse = "Positions:point:0+1+2";
 // The parse string that asks for the fields to be built from the header's names.
 inline constexpr std::string_view AutoParse = "auto";
+// The delimiter that stands for any run of blanks and tabs ("whitespace").
+inline constexpr char WhitespaceDelimiter = '\0';
 
 struct TableOptions {
     std::vector<std::string> files;              // "-" stands for standard input
     std::optional<std::uint32_t> headerLines;    // none: guessed from the first file
-    std::optional<char> delimiter;               // none: guessed from the first file
+    std::optional<char> delimiter;               // none: guessed from the first file; or WhitespaceDelimiter
     std::optional<std::uint32_t> block;          // none: judged from the files' sizes
     std::int32_t epsg = -1;                      // -1: none, no attribute stored
     std::string parse = std::string(AutoParse);  // "auto", or entries with column numbers or header names
     std::optional<std::uint64_t> lineSizeLimit;  // bytes of one line; none: the library\'s own limit
+    std::optional<std::string> comments;         // the comment prefix; none: guessed; empty: no comment lines
+    std::optional<bool> decimalComma;            // none: guessed from the first file
+    bool lenient = false;                        // the plain reading of tokens: a number cut short is stored
 };
 
 struct Resolved;  // Sniff.hpp: the options made concrete
 
-// The delimiter a user names: one character, or tab (t, \t), comma, semicolon, space.
+// The delimiter a user names: one character, or tab (t, \t), comma, semicolon,
+// space, pipe, or whitespace (WhitespaceDelimiter).
 std::optional<char> delimiterFromName(const std::string& name);
 
 // The name a user would give for `delimiter`: tab, comma, semicolon, space, or the character quoted.
@@ -57,7 +63,8 @@ std::optional<std::uint64_t> judgedRows(const std::vector<std::string>& files);
 // block usually takes them all, never more than the library's default.
 std::uint32_t blockSizeFor(std::uint64_t judgedRows);
 
-// The Parameter for `options` as resolved, with the block size judged where
+// The Parameter for `options` as resolved (the dialect and the whole-token
+// check as resolved too), with the block size judged where
 // none is given (from `judgedRows` rows; the library's default block where
 // the rows cannot be judged).  No progress object is set.
 void fillParameter(Parameter& parameter, const TableOptions& options, const Resolved& resolved,
