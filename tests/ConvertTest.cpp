@@ -214,6 +214,9 @@ TEST(Readings, EachDialectGivesThePlainTablesValues) {
     const std::string plain = "1.5 -2 3e2\n4.25 5 -0.1\n";
     const Case cases[] = {
         {"runs of blanks", "  1.5\t -2   3e2 \n4.25  5\t\t-0.1\n", {.whitespace = true}},
+        {"long runs",
+         "1.5          \t   -2\t\t\t\t\t\t\t\t\t3e2\n          4.25 \t \t \t \t \t5 -0.1\n",
+         {.whitespace = true}},
         {"runs of blanks, CRLF", "1.5  -2 3e2\r\n 4.25 5 -0.1 \r\n", {.whitespace = true}},
         {"comments", "# x y z\n1.5 -2 3e2\n#1 2 3\n4.25 5 -0.1\n", {.comment = "#"}},
         {"comment behind blanks", "  // x\n1.5  -2 3e2\n4.25 5 -0.1\n", {.whitespace = true, .comment = "//"}},
