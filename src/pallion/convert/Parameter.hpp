@@ -44,7 +44,7 @@ struct FailureRecord {
     std::int64_t Column = -1;         // the token's column number, -1: none
     std::string Token;                // the token as read, where one failed
     std::string Type;                 // the parse-string name of the column's element type ("uint8_t")
-    std::string Stored;               // what the plain reading would have stored, where a check refused it
+    std::string Stored;               // a refused whole token: what the unchecked reading stores; "" if it throws
     std::uint64_t HighestColumn = 0;  // TooFewTokens: the highest column a row needs
     std::uint64_t TokensInLine = 0;   // TooFewTokens: the tokens the line had
 };
@@ -71,10 +71,20 @@ struct Parameter {
     std::uint64_t LineSizeLimit = std::uint64_t{1} << 28;
 
     // Readings a host may opt into; each default is the plain reading above.
-    // None of them is told by speak.
+    // None of them is told by speak.  Under any of them a CR before the line
+    // feed belongs to the line end, and a skipped line is no row: it is not
+    // reported to Progress, though failure texts count it.
     // Every token a row reads must be a number in full (blanks around it and
     // the CR of a CRLF line end allowed) and fit its column's type; otherwise
-    // the conversion ends with a failure text naming the line and the token.
+    // the conversion ends with a failure text naming the file, the line, the
+    // column, the token and what the reading without the check would store.
+    // No token conversion throws then: a token that is no number at all is
+    // such a failure too (TokenInvalid), as is a value beyond its type
+    // (TokenOutOfRange: 300 in a uint8_t, -5 in a uint32_t, 1e39 in a float,
+    // a subnormal double).  Integers are decimal digits with an optional sign;
+    // a uint32_t takes 0 to 4294967295.  Floating-point tokens are what
+    // std::stod (std::stof) reads in full, inf and nan included, hexadecimal
+    // refused.
     bool WholeTokens = false;
     // Any run of blanks and tabs separates tokens, and blanks at the start and
     // end of a line are ignored; Delimiter is then not used.
@@ -83,7 +93,9 @@ struct Parameter {
     std::string CommentPrefix;
     // Empty lines, and lines of blanks alone, are skipped instead of read as rows.
     bool SkipEmptyLines = false;
-    // ',' is the decimal separator: "3,25" is read exactly as "3.25".
+    // ',' is the decimal separator: "3,25" is read exactly as "3.25", and a
+    // '.' ends a number as any other letter does ("1.5" reads as 1 and is no
+    // whole token).  Meant for a delimiter other than ','.
     bool DecimalComma = false;
     // The bytes of one regular file to read: the lines that start in
     // [RangeBegin, RangeEnd).  A line starts at byte 0 and after every line
