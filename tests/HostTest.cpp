@@ -37,9 +37,9 @@ std::string failureOf(Pallion::Tools::TableOptions options) {
     p.SkipEmptyLines = p.WholeTokens = false;  // the hints of the plain reading
     try {
         const std::string result = Pallion::ascii2z9(grid, p);
-        return result + '\n' + Pallion::Tools::describeFailure(p, result, false).text();
+        return result + '\n' + Pallion::Tools::describeFailure(p).text();
     } catch (const std::exception& e) {
-        return std::string(e.what()) + '\n' + Pallion::Tools::describeFailure(p, e.what(), true).text();
+        return std::string(e.what()) + '\n' + Pallion::Tools::describeFailure(p).text();
     }
 }
 
@@ -174,7 +174,7 @@ TEST(HostFailure, FileLineTokenAndHintsForTheCommonCauses) {
     options.delimiter = ' ';
     // A long failing line is read again only in part, and shown cut with its length.
     const std::string longLine = "1 2 " + std::string(3'000'000, '7') + "x\n";
-    EXPECT_EQ(Pallion::Tools::findFailingLine({dir.write("long.txt", longLine)}, 0, 0).line.size(), 64u * 1024);
+    EXPECT_EQ(Pallion::Tools::lineOf(dir.write("long.txt", longLine), 1).line.size(), 64u * 1024);
     for (const auto& [content, part] : std::vector<std::pair<std::string, std::string>>{
              {"1 2 3\n4 5\n",
               "line:  2\n  text:  4 5\n  the line has 2 token(s) split at space; the parse string reads column 2"},

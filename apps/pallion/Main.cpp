@@ -143,7 +143,6 @@ int run(int argc, char** argv) {
     const std::uint64_t bytes = bytesOf(options.table.files);
 
     Pallion::Parameter parameter;
-    bool threw = false;
     {
         Ravelin::StringListPtr files(new Ravelin::StringList);
         for (const std::string& name : options.table.files) files->push_back(Pallion::Tools::libraryPath(name));
@@ -209,15 +208,11 @@ int run(int argc, char** argv) {
             }
         } catch (const std::exception& e) {
             report.result = std::string(m::StoppedByException) + e.what();
-            threw = true;
             parameter.Progress.reset();
         }
     }
     report.partial = !report.result.empty();
-    if (report.partial && !options.trajectory) {
-        const std::string libraryText = threw ? report.result.substr(m::StoppedByException.size()) : report.result;
-        report.failure = Pallion::Tools::describeFailure(parameter, libraryText, threw);
-    }
+    if (report.partial && !options.trajectory) report.failure = Pallion::Tools::describeFailure(parameter);
     // A stop asked for by a signal during the conversion: nothing is written.
     if (!report.partial && Pallion::Tools::stopSignal() != 0) {
         report.result = m::fill(m::StoppedBySignal, Pallion::Tools::stopSignal());

@@ -285,7 +285,7 @@ py::dict readTable(const py::handle& files, const py::handle& parse, const py::h
     py::dict out = outcomeOf(std::move(handle), outcome, *watcher);
     out["guessed"] = resolved.guessed;
     if (!outcome.kind.empty() && outcome.kind != "memory")
-        out["report"] = reportOf(Pallion::Tools::describeFailure(parameter, outcome.failure, outcome.kind != "failure",
+        out["report"] = reportOf(Pallion::Tools::describeFailure(parameter,
                                                                  Pallion::Tools::OptionWords::Keywords));
     parameter.Progress.reset();  // the callable goes while the GIL is held
     return out;

@@ -14,7 +14,6 @@
 
 #include "pallion/Extensions.hpp"
 #include "pallion/array/ElementTraits.hpp"
-#include "pallion/convert/detail/Messages.hpp"
 #include "pallion/tools/CompressedSource.hpp"
 #include "pallion/tools/Lines.hpp"
 #include "pallion/tools/Messages.hpp"
@@ -26,27 +25,6 @@ namespace {
 constexpr std::size_t ShownLength = 120;
 
 constexpr std::size_t KeptLine = std::size_t{64} * 1024;
-
-// The tokens the library cuts a line into at `delimiter`, counted without
-// cutting: every delimiter closes one, and what follows the last is one if it
-// is not empty; a NUL byte ends the line.
-std::size_t tokenCount(const std::string& line, char delimiter) {
-    const std::string_view text(line.data(), std::min(line.size(), line.find('\0')));
-    if (text.empty()) return 0;
-    const auto cuts = static_cast<std::size_t>(std::count(text.begin(), text.end(), delimiter));
-    return cuts + (text.back() == delimiter ? 0 : 1);
-}
-
-// The library's own count in its text "... Number of tokens in this line: N", if there.
-std::optional<std::size_t> countInText(const std::string& failure) {
-    static constexpr std::string_view Marker = "Number of tokens in this line: ";
-    const std::size_t at = failure.find(Marker);
-    if (at == std::string::npos) return std::nullopt;
-    std::size_t count = 0;
-    const char* first = failure.data() + at + Marker.size();
-    if (std::from_chars(first, failure.data() + failure.size(), count).ec != std::errc()) return std::nullopt;
-    return count;
-}
 
 // Why a file cannot be opened for reading, in a few words.
 std::string openReason(const std::string& name) {
@@ -64,40 +42,18 @@ std::string delimiterWords(OptionWords words, char delimiter) {
                                              : "delimiter=\"" + delimiterName(delimiter) + "\"";
 }
 
-// The first token that the standard conversion refuses, in the order the
-// library converts them: by element type in the order of the nine, then by
-// entry, then by component.
-struct FailedToken {
-    std::uint32_t column;
-    std::string text;
-    std::string kind;
-};
-
-std::optional<FailedToken> failingToken(const Parameter& parameter) {
-    namespace m = messages;
-    std::optional<FailedToken> failed;
+// What a refused token was to be, in a person's words: "double", "float", or a
+// 32-bit whole number for the integer types, by the parse-string name of its column's type.
+std::string componentKind(const std::string& typeName) {
+    std::string kind(messages::WholeNumberKind);
     Tessel::forEachElementType([&]<class T>() {
         using Traits = Tessel::ElementTraits<T>;
         using C = typename Traits::Component;
-        const std::string kind = std::is_same_v<C, double>  ? "double"
-                                 : std::is_same_v<C, float> ? "float"
-                                                            : std::string(m::WholeNumberKind);
-        for (const ContainerEntry& entry : parameter.Container) {
-            if (!(entry.TypeId == Tessel::typeIndexOf<T>())) continue;
-            for (std::size_t i = 0; i < Traits::components && i < entry.Columns.size() && !failed; ++i) {
-                if (entry.Columns[i] >= parameter.Tokens.size()) continue;
-                const std::string& token = parameter.Tokens[entry.Columns[i]];
-                try {
-                    (void)standardNumber<C>(token);
-                } catch (const std::out_of_range&) {
-                    failed = FailedToken{entry.Columns[i], token, std::string(m::OutOfRangeFor) + kind};
-                } catch (const std::invalid_argument&) {
-                    failed = FailedToken{entry.Columns[i], token, std::string(m::NotA) + kind};
-                }
-            }
-        }
+        if (typeName != Traits::parseName) return;
+        if constexpr (std::is_same_v<C, double>) kind = "double";
+        if constexpr (std::is_same_v<C, float>) kind = "float";
     });
-    return failed;
+    return kind;
 }
 
 bool looksLikeWords(const std::string& line) {
@@ -107,26 +63,18 @@ bool looksLikeWords(const std::string& line) {
 
 }  // namespace
 
-FailurePlace findFailingLine(const std::vector<std::string>& files, std::uint32_t headerLines,
-                             std::uint64_t rowsStored) {
-    std::uint64_t before = 0;
-    for (const std::string& name : files) {
-        // A pipe or a FIFO was read once by the conversion; it is never opened again.
-        if (!isRegularFile(name)) return {};
-        SourceStream in(name);
-        for (std::uint32_t i = 0; i < headerLines && skipLine(in);) ++i;
-        std::uint64_t row = 0;
-        for (; before + row < rowsStored && skipLine(in);) ++row;
-        FailurePlace place{name, headerLines + row + 1, {}, true, 0};
-        if (before + row == rowsStored && readLine(in, place.line, KeptLine, place.length)) {
-            std::string rest;
-            std::size_t length = 0;
-            while (place.lastLines && readLine(in, rest, 0, length)) place.lastLines = length == 0;
-            return place;
-        }
-        before += row;
-    }
-    return {};
+FailurePlace lineOf(const std::string& file, std::uint64_t lineNumber) {
+    // A pipe or a FIFO was read once by the conversion; it is never opened again.
+    if (lineNumber == 0 || !isRegularFile(file)) return {};
+    SourceStream in(file);
+    for (std::uint64_t i = 1; i < lineNumber; ++i)
+        if (!skipLine(in)) return {};
+    FailurePlace place{file, lineNumber, {}, true, 0};
+    if (!readLine(in, place.line, KeptLine, place.length)) return {};
+    std::string rest;
+    std::size_t length = 0;
+    while (place.lastLines && readLine(in, rest, 0, length)) place.lastLines = length == 0;
+    return place;
 }
 
 std::string FailureReport::text() const {
@@ -143,27 +91,27 @@ std::string FailureReport::text() const {
     return out;
 }
 
-FailureReport describeFailure(const Parameter& parameter, const std::string& failure, bool exception,
-                              OptionWords words) {
+FailureReport describeFailure(const Parameter& parameter, OptionWords words) {
     namespace m = messages;
+    const FailureRecord& record = parameter.Failure;
     FailureReport report;
-    const std::string_view cannotOpen = Pallion::messages::convert::CannotOpenFile;
-    if (failure.rfind(cannotOpen, 0) == 0) {
-        const std::string name = failure.substr(cannotOpen.size());
-        const std::string reason = openReason(name);
-        if (!reason.empty()) report.hints.push_back(m::fill(m::HintCannotOpen, name.c_str(), reason.c_str()));
-        return report;
+    switch (record.Kind) {
+        case FailureKind::CannotOpen:
+            if (const std::string reason = openReason(record.File); !reason.empty())
+                report.hints.push_back(m::fill(m::HintCannotOpen, record.File.c_str(), reason.c_str()));
+            return report;
+        case FailureKind::LineTooLong:
+            report.hints.push_back(
+                m::fill(m::HintLineLimit, words == OptionWords::CommandLine ? "--max-line" : "max_line="));
+            return report;
+        case FailureKind::TooFewTokens:
+        case FailureKind::TokenInvalid:
+        case FailureKind::TokenOutOfRange:
+            break;
+        default:
+            return report;
     }
-    if (failure.rfind(Pallion::messages::convert::LineTooLong, 0) == 0) {
-        report.hints.push_back(
-            m::fill(m::HintLineLimit, words == OptionWords::CommandLine ? "--max-line" : "max_line="));
-        return report;
-    }
-    const bool countFailure = failure.rfind(Pallion::messages::convert::ColumnIndexOutOfRange, 0) == 0;
-    if (!exception && !countFailure) return report;
-    std::vector<std::string> files;
-    if (!parameter.Files.isNull()) files.assign(parameter.Files->begin(), parameter.Files->end());
-    const FailurePlace place = findFailingLine(files, parameter.HeaderLines, parameter.LineCount);
+    const FailurePlace place = lineOf(record.File, record.Line);
     if (place.file.empty()) return report;
 
     report.file = place.file;
@@ -171,15 +119,20 @@ FailureReport describeFailure(const Parameter& parameter, const std::string& fai
     report.line = shown(place.line, ShownLength);
     if (place.length > ShownLength) report.line += " (" + std::to_string(place.length) + " bytes)";
     const bool whole = place.length == place.line.size();
-    const std::size_t tokens = countInText(failure).value_or(tokenCount(place.line, parameter.Delimiter));
-    std::optional<FailedToken> failed;
-    if (countFailure) {
-        report.detail = m::fill(m::TokensMissing, tokens, delimiterName(parameter.Delimiter).c_str(),
-                                parameter.HighestColumnIndex, parameter.HighestColumnIndex + 1);
-    } else if ((failed = failingToken(parameter))) {
-        report.column = failed->column;
-        report.token = shown(failed->text, ShownLength);
-        report.detail = m::fill(m::TokenFailed, failed->column, report.token.c_str(), failed->kind.c_str());
+    std::vector<std::string> pieces;
+    const std::size_t tokens = record.Kind == FailureKind::TooFewTokens
+                                   ? static_cast<std::size_t>(record.TokensInLine)
+                                   : tokensOf(place.line, parameter, pieces);
+    const bool tokenFailed = record.Kind != FailureKind::TooFewTokens && record.Column >= 0;
+    if (record.Kind == FailureKind::TooFewTokens) {
+        const std::string splitAt = parameter.Whitespace ? std::string("whitespace") : delimiterName(parameter.Delimiter);
+        report.detail = m::fill(m::TokensMissing, tokens, splitAt.c_str(), record.HighestColumn, record.HighestColumn + 1);
+    } else if (tokenFailed) {
+        report.column = static_cast<std::uint32_t>(record.Column);
+        report.token = shown(record.Token, ShownLength);
+        const std::string kind = std::string(record.Kind == FailureKind::TokenOutOfRange ? m::OutOfRangeFor : m::NotA) +
+                                 componentKind(record.Type);
+        report.detail = m::fill(m::TokenFailed, *report.column, report.token.c_str(), kind.c_str());
     }
 
     // Hints, the likeliest cause first.
@@ -192,14 +145,17 @@ FailureReport describeFailure(const Parameter& parameter, const std::string& fai
         report.hints.emplace_back(place.lastLines ? m::HintEmptyAtEnd : m::HintEmptyLine);
     } else if (tokens == 1 && whole) {
         for (char candidate : {',', ';', '\t', ' ', '|'}) {
-            const std::size_t split = tokenCount(place.line, candidate);
+            Parameter other;
+            other.Delimiter = candidate;
+            std::vector<std::string> cut;
+            const std::size_t split = tokensOf(place.line, other, cut);
             if (candidate != parameter.Delimiter && split > parameter.HighestColumnIndex) {
                 report.hints.push_back(m::fill(m::HintDelimiter, delimiterWords(words, candidate).c_str(), split));
                 break;
             }
         }
     }
-    if (failed && failed->text.empty()) report.hints.emplace_back(m::HintEmptyToken);
+    if (tokenFailed && record.Token.empty()) report.hints.emplace_back(m::HintEmptyToken);
     return report;
 }
 

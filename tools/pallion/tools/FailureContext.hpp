@@ -23,11 +23,10 @@ struct FailurePlace {
     std::size_t length = 0;        // the line's full length
 };
 
-// The file and line at which a conversion over `files` stopped, after
-// `rowsStored` rows; an empty file name when the rows do not lead to one, or
-// lead through a file that is not a regular file (it is not read twice).
-FailurePlace findFailingLine(const std::vector<std::string>& files, std::uint32_t headerLines,
-                             std::uint64_t rowsStored);
+// Line `lineNumber` (1-based, every line counted) of `file`, its first 64 KiB
+// at most; an empty file name where the file is not a regular file (a pipe or
+// a FIFO is never read twice) or has no such line.
+FailurePlace lineOf(const std::string& file, std::uint64_t lineNumber);
 
 // How a hint names the option that mends a cause.
 enum class OptionWords {
@@ -50,13 +49,11 @@ struct FailureReport {
     std::string text() const;
 };
 
-// The context of a conversion that stopped with `failure` (the library's
-// text, or the text of the exception it threw); no file when the failure is
-// not about a line.  The line is read again from a regular file only, with
-// no more than its first 64 KiB kept, and its tokens are not cut again: the
-// library's own tokens and counts are used.
-FailureReport describeFailure(const Parameter& parameter, const std::string& failure, bool exception,
-                              OptionWords words = OptionWords::CommandLine);
+// The context of a conversion that stopped, read from its failure record
+// (parameter.Failure), never from its text: no file where the failure is not
+// about a line.  The line is read again from a regular file only, with no more
+// than its first 64 KiB kept; the token is the one the conversion refused.
+FailureReport describeFailure(const Parameter& parameter, OptionWords words = OptionWords::CommandLine);
 
 // For a trajectory conversion that stopped: what is wrong with the name of
 // the first listed file whose name does not fit the six-piece layout (the
