@@ -1,6 +1,7 @@
 """The package as a Python user meets it: views of the converted memory, failures with context, threads, Ctrl-C."""
 import concurrent.futures
 import contextlib
+import datetime
 import gc
 import os
 import pathlib
@@ -73,10 +74,10 @@ def test_arrays_view_the_chunks_and_keep_them_alive(tmp_path):
 
 
 @pytest.mark.parametrize("content, options, error, line, column, token, hint, rows_kept", [
-    ("x y z\n1 2 3\n", {}, pallion.TokenError, 1, 0, "x", "header=1", 0),
+    ("x y z\n1 2 3\n", {"header": None, "parse": "P:point:0+1+2"}, pallion.TokenError, 1, 0, "x", "header=1", 0),
     ("1 2 3\n" * 5 + "4 abc 6\n", {"block": 2}, pallion.TokenError, 6, 1, "abc", None, 4),
     ("1 2 3\n4 5 99999999999\n", {"parse": "I:int:2"}, pallion.TokenOverflowError, 2, 2, "99999999999", None, 0),
-    ("1,2,3\n4,5,6\n", {}, pallion.ConversionError, 1, None, None, 'delimiter="comma"', 0),
+    ("1,2,3\n4,5,6\n", {"delimiter": "space", "header": None, "parse": "P:point:0+1+2"}, pallion.ConversionError, 1, None, None, 'delimiter="comma"', 0),
     ("1 2 3\n\n4 5 6\n", {"block": 1}, pallion.ConversionError, 2, None, None, "empty line", 1),
     ("1 2 3\n", {"parse": "P:point:0+1"}, pallion.ConversionError, None, None, None, None, 0),
 ])
@@ -193,7 +194,7 @@ def test_trajectories_and_attributes(tmp_path):
     data = pathlib.Path(__file__).resolve().parents[2] / "examples" / "data" / "trajectory"
     grid = pallion.read_trajectories(sorted(data.iterdir()))
     assert grid.attributes["EPSG_SPATIAL"] == 25832 and grid.attributes["NameOfProject"] == "Harbour"
-    assert grid.attributes["Date"] == ["10.03.2026", "11.03.2026", "12.03.2026", "13.03.2026"]
+    assert grid.attributes["Date"] == [datetime.date(2026, 3, day) for day in (10, 11, 12, 13)]
     assert grid.fields["Positions"].type == "point" and grid.fields["GPSTime"].to_numpy().dtype == numpy.float64
     assert len({len(f) for f in grid.fields.values()}) == 1
     # A name whose EPSG piece is no number: the piece is named, with its meaning.
