@@ -13,13 +13,13 @@ from __future__ import annotations
 from typing import Any, Callable, Iterable, Optional, Sequence, Union
 
 from . import _pallion
-from ._errors import (ConversionError, ConversionFileNotFoundError, ConversionIsADirectoryError,
+from ._errors import (ArgumentsError, ConversionError, ConversionFileNotFoundError, ConversionIsADirectoryError,
                       ConversionOpenError, ConversionPermissionError, TokenError, TokenOverflowError, raise_for)
 from ._grid import Field, Grid, Note
 from ._paths import Files
 from ._version import __version__
 
-__all__ = ["read_table", "read_trajectories", "Grid", "Field", "Note", "ConversionError", "TokenError",
+__all__ = ["read_table", "iter_table", "ArgumentsError", "read_trajectories", "Grid", "Field", "Note", "ConversionError", "TokenError",
            "TokenOverflowError", "ConversionFileNotFoundError", "ConversionPermissionError",
            "ConversionIsADirectoryError", "ConversionOpenError", "__version__"]
 

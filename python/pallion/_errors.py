@@ -60,6 +60,10 @@ def _rebuild(cls: Type[BaseException], args: Any, state: Dict[str, Any]) -> Base
     return error
 
 
+class ArgumentsError(ConversionError, ValueError):
+    """Options that cannot be used: a wrong parse string, a column not among the names."""
+
+
 class TokenError(ConversionError, ValueError):
     """A token that is no number of its column's type."""
 
@@ -104,7 +108,7 @@ _BY_ERRNO: Dict[int, Type[_OpenError]] = {
     _errno.EISDIR: ConversionIsADirectoryError}
 
 _BY_KIND: Dict[str, Type[ConversionError]] = {
-    "token_invalid": TokenError, "token_out_of_range": TokenOverflowError}
+    "arguments": ArgumentsError, "token_invalid": TokenError, "token_out_of_range": TokenOverflowError}
 
 
 def raise_for(outcome: Any, grid: Any) -> None:

@@ -2,6 +2,8 @@
 
 #include <chrono>
 
+#include <pybind11/stl.h>
+
 #include "GridViews.hpp"
 #include "Numpy.hpp"
 #include "Text.hpp"
