@@ -1,21 +1,19 @@
 """A table read block by block: iter_table, and read_table's max_rows."""
 from __future__ import annotations
 
-from typing import Any, Dict, Iterator, List, Optional, Sequence, Tuple, Union
+from typing import Any, Dict, Generator, List, Optional, Sequence, Tuple, Union
 
 from . import _pallion
 from ._errors import raise_for
 from ._grid import Field, Grid
 from ._paths import Files
 
-_OPTIONS = ("parse", "delimiter", "header", "skiprows", "comments", "names", "usecols", "strict")
-
 
 def iter_table(files: Any, rows: int = 1_000_000, *, parse: str = "auto", delimiter: str = "auto",
                header: Union[int, str, None] = "auto", skiprows: Optional[int] = None,
                comments: Optional[str] = None, names: Optional[Sequence[str]] = None,
                usecols: Optional[Sequence[Union[int, str]]] = None, strict: bool = True,
-               epsg: Optional[int] = None) -> Iterator[Grid]:
+               epsg: Optional[int] = None) -> Generator[Grid, None, None]:
     if isinstance(rows, bool) or not isinstance(rows, int) or rows < 1:
         raise ValueError(_pallion.texts["rows_per_block"] % (rows,))
     attributes = {} if epsg is None else {"EPSG": epsg}

@@ -6,7 +6,7 @@ from __future__ import annotations
 import glob
 import os
 import threading
-from typing import Any, List, Tuple
+from typing import Any, Iterator, List, Tuple
 
 from . import _pallion
 
@@ -47,13 +47,15 @@ class _Pump:
         self.error: BaseException | None = None
         self.thread = threading.Thread(target=self._run, daemon=True)
 
-    def _chunks(self) -> Any:
+    def _chunks(self) -> Iterator[bytes]:
         read = getattr(self.source, "read", None)
-        descriptor = None
         if not callable(read):
             descriptor = self.source.fileno()
+
+            def read(size: int) -> bytes:
+                return os.read(descriptor, size)
         while True:
-            chunk = os.read(descriptor, 1 << 16) if descriptor is not None else read(1 << 16)
+            chunk = read(1 << 16)
             if not chunk:
                 return
             yield chunk.encode("utf-8", "surrogateescape") if isinstance(chunk, str) else bytes(chunk)

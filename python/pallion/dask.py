@@ -18,8 +18,8 @@ import operator
 import os
 from typing import Any, Dict, List, Optional, Sequence, Union
 
-import dask
-import dask.array
+from dask.array.core import concatenate, from_delayed
+from dask.delayed import delayed
 
 from . import _pallion, read_table
 from ._errors import raise_for
@@ -62,11 +62,11 @@ def read_tables(files: Any, parse: str = "auto", delimiter: str = "auto", header
     groups = [paths[i:i + files_per_partition] for i in range(0, len(paths), files_per_partition)]
     # Not pure: a file may change between two calls, so a conversion's result
     # is never taken from an earlier one with the same arguments.
-    conversions = [dask.delayed(_convert, pure=False)(group, options) for group in groups]
+    conversions = [delayed(_convert, pure=False)(group, options) for group in groups]
     arrays = {}
     for name, empty in plan.fields:
-        parts = [dask.array.from_delayed(dask.delayed(operator.getitem, pure=True)(conversion, name),
+        parts = [from_delayed(delayed(operator.getitem, pure=True)(conversion, name),
                                          shape=(float("nan"),) + empty.shape[1:], dtype=empty.dtype)
                  for conversion in conversions]
-        arrays[name] = dask.array.concatenate(parts) if len(parts) > 1 else parts[0]
+        arrays[name] = concatenate(parts) if len(parts) > 1 else parts[0]
     return arrays
