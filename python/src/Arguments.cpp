@@ -90,7 +90,8 @@ TableCall tableCall(const py::handle& files, const py::handle& parse, const py::
     if (!block.is_none())
         options.block = static_cast<std::uint32_t>(wholeNumber(block, "block", 1, Pallion::Parameter().ChunkSize));
     if (!epsg.is_none())
-        options.epsg = static_cast<std::int32_t>(wholeNumber(epsg, "epsg", 1, std::numeric_limits<std::int32_t>::max()));
+        options.epsg =
+            static_cast<std::int32_t>(wholeNumber(epsg, "epsg", 1, std::numeric_limits<std::int32_t>::max()));
     if (!call.names.empty() && options.parse != Tools::AutoParse) {
         // Columns named in the parse string are found among the given names now.
         std::string failure;
@@ -135,7 +136,8 @@ void applyNames(const TableCall& call, Tools::Resolved& resolved) {
         }
         std::string field = number < names.size() ? names[number] : "column" + std::to_string(number);
         // A field name holds none of the parse string's own separators.
-        std::replace_if(field.begin(), field.end(), [](char c) { return c == ',' || c == ':' || c == '+'; }, '_');
+        std::replace_if(
+            field.begin(), field.end(), [](char c) { return c == ',' || c == ':' || c == '+'; }, '_');
         parse += (parse.empty() ? "" : ",") + field + ":double:" + std::to_string(number);
     }
     resolved.parse = parse;

@@ -17,11 +17,11 @@ namespace Pallion::Python {
 
 struct TableCall {
     Tools::TableOptions options;
-    bool autoParse = true;                           // the parse string is to be built from names
-    bool strict = true;                              // every token whole, refused otherwise
-    bool whitespace = false;                         // runs of blanks and tabs separate
-    std::string comments;                            // a prefix of lines to skip; empty: none
-    std::vector<std::string> names;                  // the columns' names of a headerless table
+    bool autoParse = true;                                          // the parse string is to be built from names
+    bool strict = true;                                             // every token whole, refused otherwise
+    bool whitespace = false;                                        // runs of blanks and tabs separate
+    std::string comments;                                           // a prefix of lines to skip; empty: none
+    std::vector<std::string> names;                                 // the columns' names of a headerless table
     std::vector<std::variant<std::uint32_t, std::string>> usecols;  // columns picked, by number or name
 };
 

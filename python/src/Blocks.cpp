@@ -117,8 +117,8 @@ py::object TableBlocks::next() {
             arrays.append(viewOfChunk(chunk));
             py::list fragments;
             fragments.append(py::make_tuple(file, arrays));
-            fields.push_back({decoded(name), py::str(Tessel::ElementTraits<T>::parseName), components, empty,
-                              fragments});
+            fields.push_back(
+                {decoded(name), py::str(Tessel::ElementTraits<T>::parseName), components, empty, fragments});
         });
     }
     return py::cast(std::move(fields));
@@ -156,8 +156,7 @@ void bindBlocks(py::module_& module) {
     py::class_<TableBlocks>(module, "TableBlocks")
         .def(py::init([](const py::handle& files, const py::handle& parse, const py::handle& delimiter,
                          const py::handle& header, const py::handle& skiprows, const py::handle& rows,
-                         const py::handle& comments, const py::handle& names, const py::handle& usecols,
-                         bool strict) {
+                         const py::handle& comments, const py::handle& names, const py::handle& usecols, bool strict) {
                  TableCall call = tableCall(files, parse, delimiter, header, skiprows, rows, py::none(), comments,
                                             names, usecols, strict);
                  const std::uint32_t perBlock = *call.options.block;

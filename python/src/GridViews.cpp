@@ -70,7 +70,8 @@ std::pair<py::object, py::tuple> emptyOf(const std::string& type) {
     readyNumpy();
     std::pair<py::object, py::tuple> found{py::none(), py::tuple()};
     Tessel::forEachElementType([&]<class T>() {
-        if (type == Tessel::ElementTraits<T>::parseName) found = {arrayOf<T>(nullptr, 0, py::none()), componentsOf<T>()};
+        if (type == Tessel::ElementTraits<T>::parseName)
+            found = {arrayOf<T>(nullptr, 0, py::none()), componentsOf<T>()};
     });
     return found;
 }

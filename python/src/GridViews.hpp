@@ -22,10 +22,10 @@ struct GridHandle {
 // One field as the package builds its Field from it.
 struct FieldData {
     pybind11::str name;
-    pybind11::object type;        // the parse-string name of the element type, or None
-    pybind11::tuple components;   // ("x", "y", "z") for three components, ("",) for one
-    pybind11::object empty;       // an empty array of the field's kind
-    pybind11::list fragments;     // (fragment name, [arrays]) in the order stored
+    pybind11::object type;       // the parse-string name of the element type, or None
+    pybind11::tuple components;  // ("x", "y", "z") for three components, ("",) for one
+    pybind11::object empty;      // an empty array of the field's kind
+    pybind11::list fragments;    // (fragment name, [arrays]) in the order stored
 };
 
 std::vector<FieldData> fieldsOf(const GridHandle& handle);

@@ -17,8 +17,7 @@ NumpyLoader::NumpyLoader() {
             const py::gil_scoped_acquire gil;
             try {
                 py::module_::import("numpy");
-            } catch (py::error_already_set&) {
-            }
+            } catch (py::error_already_set&) {}
         }
         loading_ = false;
     });

@@ -21,15 +21,24 @@ namespace {
 
 std::string kindName(FailureKind kind) {
     switch (kind) {
-        case FailureKind::None: return "";
-        case FailureKind::Arguments: return "arguments";
-        case FailureKind::CannotOpen: return "cannot_open";
-        case FailureKind::ReadFailed: return "read_failed";
-        case FailureKind::Interrupted: return "interrupted";
-        case FailureKind::LineTooLong: return "line_too_long";
-        case FailureKind::TooFewTokens: return "too_few_tokens";
-        case FailureKind::TokenInvalid: return "token_invalid";
-        case FailureKind::TokenOutOfRange: return "token_out_of_range";
+        case FailureKind::None:
+            return "";
+        case FailureKind::Arguments:
+            return "arguments";
+        case FailureKind::CannotOpen:
+            return "cannot_open";
+        case FailureKind::ReadFailed:
+            return "read_failed";
+        case FailureKind::Interrupted:
+            return "interrupted";
+        case FailureKind::LineTooLong:
+            return "line_too_long";
+        case FailureKind::TooFewTokens:
+            return "too_few_tokens";
+        case FailureKind::TokenInvalid:
+            return "token_invalid";
+        case FailureKind::TokenOutOfRange:
+            return "token_out_of_range";
     }
     return "";
 }
@@ -46,9 +55,9 @@ std::vector<std::pair<std::string, std::string>> declaredTypes(const Parameter& 
 }
 
 Outcome readTable(const py::handle& files, const py::handle& parse, const py::handle& delimiter,
-                  const py::handle& header, const py::handle& skiprows, const py::handle& block,
-                  const py::handle& epsg, const py::handle& comments, const py::handle& names,
-                  const py::handle& usecols, bool strict, const py::object& progress) {
+                  const py::handle& header, const py::handle& skiprows, const py::handle& block, const py::handle& epsg,
+                  const py::handle& comments, const py::handle& names, const py::handle& usecols, bool strict,
+                  const py::object& progress) {
     const TableCall call =
         tableCall(files, parse, delimiter, header, skiprows, block, epsg, comments, names, usecols, strict);
     checkCallable(progress);
@@ -127,9 +136,9 @@ Outcome readTrajectories(const py::handle& files, const py::object& progress) {
 
 // The options made concrete and the fields declared, from the parse string
 // alone: the library's own parser, with no file converted.
-Plan planTable(const py::handle& files, const py::handle& parse, const py::handle& delimiter,
-               const py::handle& header, const py::handle& skiprows, const py::handle& block, const py::handle& epsg,
-               const py::handle& comments, const py::handle& names, const py::handle& usecols, bool strict) {
+Plan planTable(const py::handle& files, const py::handle& parse, const py::handle& delimiter, const py::handle& header,
+               const py::handle& skiprows, const py::handle& block, const py::handle& epsg, const py::handle& comments,
+               const py::handle& names, const py::handle& usecols, bool strict) {
     const TableCall call =
         tableCall(files, parse, delimiter, header, skiprows, block, epsg, comments, names, usecols, strict);
     Plan plan;
@@ -163,12 +172,17 @@ Plan planTable(const py::handle& files, const py::handle& parse, const py::handl
 
 std::string endName(Tools::RunEnd end) {
     switch (end) {
-        case Tools::RunEnd::Converted: return "converted";
+        case Tools::RunEnd::Converted:
+            return "converted";
         case Tools::RunEnd::Options:
-        case Tools::RunEnd::Refused: return "options";
-        case Tools::RunEnd::Failed: return "failed";
-        case Tools::RunEnd::Threw: return "threw";
-        case Tools::RunEnd::OutOfMemory: return "memory";
+        case Tools::RunEnd::Refused:
+            return "options";
+        case Tools::RunEnd::Failed:
+            return "failed";
+        case Tools::RunEnd::Threw:
+            return "threw";
+        case Tools::RunEnd::OutOfMemory:
+            return "memory";
     }
     return "failed";
 }

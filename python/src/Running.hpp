@@ -29,7 +29,7 @@ struct Outcome {
     pybind11::object token = pybind11::none();
     pybind11::str context;  // the failure's place and hints, as lines
     pybind11::list hints;
-    int error = 0;          // errno where a file could not be opened
+    int error = 0;  // errno where a file could not be opened
     // What "auto" stood for: for the Dask route, so that every worker converts alike.
     std::string delimiter;
     std::uint32_t header = 0;

@@ -35,11 +35,11 @@ struct TableRun {
     Resolved resolved;
     std::optional<std::uint64_t> judgedRows;
     RunEnd end = RunEnd::Converted;
-    std::string failure;       // the library's text, the exception's, or the options' failure
+    std::string failure;  // the library's text, the exception's, or the options' failure
     FailureKind kind = FailureKind::None;
-    std::string file;          // the file the kind is about, where known
-    int openError = 0;         // CannotOpen: the errno of opening `file`, where it could be found
-    FailureReport report;      // where it stopped, for a person (Failed and Threw only)
+    std::string file;      // the file the kind is about, where known
+    int openError = 0;     // CannotOpen: the errno of opening `file`, where it could be found
+    FailureReport report;  // where it stopped, for a person (Failed and Threw only)
 
     bool converted() const { return end == RunEnd::Converted; }
 };
