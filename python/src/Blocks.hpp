@@ -4,20 +4,14 @@
 // any size is held about two blocks at a time.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
-#include <deque>
-#include <mutex>
-#include <string>
+#include <memory>
 #include <thread>
-#include <utility>
-#include <vector>
 
 #include <pybind11/pybind11.h>
 
 #include "Arguments.hpp"
 #include "Running.hpp"
-#include "pallion/tools/Driver.hpp"
 
 namespace Pallion::Python {
 
@@ -31,32 +25,17 @@ public:
     // The next block's fields (FieldData), None after the last; waits without
     // the GIL, and raises KeyboardInterrupt (stopping the conversion) on Ctrl-C.
     pybind11::object next();
-    // Stops the conversion and waits for its thread.
+    // Stops the conversion.  Its thread is waited for a while; one that still
+    // waits for input then (a FIFO without lines) ends on its own later.
     void close();
     // How the conversion ended; once next() gave None.
     Outcome outcome();
 
+    struct State;  // shared with the conversion's thread
+
 private:
-    struct Block {
-        std::vector<std::pair<std::string, Ravelin::ChunkPtr>> columns;
-        std::string file;
-    };
-
-    void take(const Ravelin::ChunkPtr& chunk, const std::string& field, const std::string& file);
-    void stopAndJoin();
-
-    TableCall call_;
-    Tessel::GridPtr grid_{new Tessel::Grid};
-    Parameter parameter_;
-    Tools::TableRun run_;
+    std::shared_ptr<State> state_;
     std::thread thread_;
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::deque<Block> ready_;
-    Block filling_;
-    bool done_ = false;
-    bool stop_ = false;
-    bool stoppedEarly_ = false;
 };
 
 void bindBlocks(pybind11::module_& module);

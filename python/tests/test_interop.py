@@ -1,5 +1,8 @@
 """The grid among numpy, pandas, pickle, Dask and Open3D users, and the keywords they reach for."""
+import os
 import pickle
+import signal
+import threading
 
 import numpy
 import pytest
@@ -118,3 +121,28 @@ def test_client_map_on_two_processes(table):
                                   dashboard_address=None) as cluster, distributed.Client(cluster) as client:
         grids = client.gather(client.map(pallion.read_table, [str(table)] * 2))
     numpy.testing.assert_array_equal(grids[1]["Normals"].to_numpy(), pallion.read_table(table)["Normals"].to_numpy())
+
+
+def test_ctrl_c_while_iter_table_waits_for_a_block(tmp_path):
+    fifo = tmp_path / "slow"
+    os.mkfifo(fifo)
+    interrupted = threading.Event()
+
+    def write_slowly():  # a line now and then, never a whole block, until Ctrl-C came
+        with open(fifo, "w") as out:
+            while not interrupted.wait(0.01):
+                out.write("1 2 3\n")
+                out.flush()
+
+    writer = threading.Thread(target=write_slowly)
+    writer.start()
+    timer = threading.Timer(0.5, lambda: os.kill(os.getpid(), signal.SIGINT))
+    timer.start()
+    try:
+        with pytest.raises(KeyboardInterrupt):
+            for _ in pallion.iter_table(fifo, rows=10**6, header=None, delimiter="space", parse="P:point:0+1+2"):
+                pass
+    finally:
+        interrupted.set()
+        timer.cancel()
+        writer.join()
