@@ -79,7 +79,8 @@ def read_table(files: Any, parse: str = AUTO, delimiter: str = AUTO, header: Uni
 def read_trajectories(files: Any, progress: Optional[Callable[[int, int], Any]] = None) -> Grid:
     """Loads trajectory files (.txt, .pof, .pofx) into one Grid, with what
     their names say (project, date, EPSG codes) as the grid's attributes."""
-    return _finish(_pallion.read_trajectories(Files(files).names(), progress))
+    # Their names say what they hold: file objects, which have none, are refused.
+    return _finish(_pallion.read_trajectories(Files(files, objects=False).names(), progress))
 
 
 def iter_table(files: Any, rows: int = 1_000_000, **options: Any) -> Iterable[Grid]:

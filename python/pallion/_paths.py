@@ -82,7 +82,7 @@ class Files:
     """The paths of a call, with a pump per file object; a context manager
     that ends the pumps and raises a file object's read error."""
 
-    def __init__(self, files: Any) -> None:
+    def __init__(self, files: Any, objects: bool = True) -> None:
         self.paths: List[bytes] = []
         self.pumps: List[_Pump] = []
         items = [files] if _is_path(files) or _is_file_object(files) else files
@@ -91,12 +91,13 @@ class Files:
         for item in items:
             if _is_path(item):
                 self.paths.extend(expand_path(item))
-            elif _is_file_object(item):
+            elif objects and _is_file_object(item):
                 pump = _Pump(item)
                 self.pumps.append(pump)
                 self.paths.append(pump.path)
             else:
-                raise TypeError(_texts["not_a_file_object"] % (type(item).__name__,))
+                text = _texts["not_a_file_object" if objects else "not_a_named_path"]
+                raise TypeError(text % (type(item).__name__,))
 
     def __enter__(self) -> "Files":
         for pump in self.pumps:

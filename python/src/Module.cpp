@@ -23,6 +23,7 @@ PYBIND11_MODULE(_pallion, module) {
     text("nul_in_path", m::NulInPath);
     text("no_match", m::NoMatch);
     text("not_a_file_object", m::NotAFileObject);
+    text("not_a_named_path", m::NotANamedPath);
     text("rows_per_block", m::RowsPerBlock);
     text("no_open3d", m::NoOpen3d);
     text("no_positions", m::NoPositions);

@@ -30,6 +30,9 @@ inline constexpr std::string_view NoMatch = "files: no file matches the pattern 
 inline constexpr std::string_view NotAFileObject =
     "files: %s is neither a path nor a file object; pass a path (str, bytes, os.PathLike), an object with read() "
     "or fileno(), or a list of them";
+inline constexpr std::string_view NotANamedPath =
+    "files: %s is no path; trajectory files are given by path (str, bytes, os.PathLike), whose name says what they "
+    "hold";
 inline constexpr std::string_view RowsPerBlock = "rows: expected a whole number from 1 up, not %r";
 inline constexpr std::string_view NoOpen3d = "to_open3d: open3d is not installed (%s)";
 inline constexpr std::string_view NoPositions = "to_open3d: the grid has no point field \"Positions\"";
