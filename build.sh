@@ -18,6 +18,7 @@
 #   ./build.sh wheel      pip-installs the Python package from a fresh clone into a venv (offline, Debian's
 #                         packages), checks its version, contents and stubs (mypy --strict, stubtest)
 #   ./build.sh lint       checks the formatting (clang-format) and the code of the library and host (clang-tidy)
+#   ./build.sh layout     checks the folder rules (which folder may include which; docs/design.md)
 # Missing tools are installed from Debian's packages first (needs root).
 set -euo pipefail
 cd "$(dirname "$0")"
@@ -289,8 +290,11 @@ PY
             { grep -E "(warning|error):" /tmp/pallion-tidy.log | sort -u; exit 1; }
         echo "clang-format and clang-tidy: clean"
         ;;
+    layout)
+        /usr/bin/python3 scripts/check_layout.py
+        ;;
     *)
-        sed -n '2,21p' "$0"
+        sed -n '2,20p' "$0"
         exit 2
         ;;
 esac

@@ -9,8 +9,8 @@
 #include "Blocks.hpp"
 #include "Progress.hpp"
 #include "Text.hpp"
+#include "pallion/Extensions.hpp"
 #include "pallion/array/ElementTraits.hpp"
-#include "pallion/convert/detail/Parse.hpp"
 #include "pallion/tools/Driver.hpp"
 
 namespace py = pybind11;
@@ -145,9 +145,8 @@ Plan planTable(const py::handle& files, const py::handle& parse, const py::handl
     Tools::Resolved resolved = Tools::resolveOptions(call.options);
     if (resolved.failure.empty()) applyNames(call, resolved);
     std::string failure = resolved.failure;
-    Parameter parameter;
-    parameter.Parse = resolved.parse;
-    if (failure.empty()) failure = parseUserInputToContainer(parameter);
+    ParsedEntries parsed;
+    if (failure.empty()) failure = parseEntries(resolved.parse, parsed);
     if (!failure.empty()) {
         Outcome outcome;
         outcome.end = "options";
@@ -157,6 +156,8 @@ Plan planTable(const py::handle& files, const py::handle& parse, const py::handl
         return plan;
     }
     std::vector<std::string> seen;
+    Parameter parameter;
+    parameter.Container = parsed.Entries;
     for (const auto& [name, type] : declaredTypes(parameter)) {
         if (std::find(seen.begin(), seen.end(), name) != seen.end()) continue;
         seen.push_back(name);

@@ -1,7 +1,8 @@
 // Converts a small table through the public header and checks what reached
 // the grid, and that the library registered its nine element types with the
-// grid library when it was loaded (a static link must keep that too).  Exits
-// 0 when every value is right.
+// grid library when it was loaded (a static link must keep that too); then
+// has the trajectory library refuse a file name, so that it links and loads
+// too.  Exits 0 when every value is right.
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -56,6 +57,10 @@ int main() {
     const auto classes = firstFragment<unsigned char>(grid, "Class");
     check(classes.size() == 2 && classes[0] == 7 && classes[1] == 44, "classes");  // 300 keeps its low 8 bits
     check(Tessel::MemBase::registeredTypeIndices().size() == 9, "registration at load");
-    std::printf("consumer: %d passed, %d failed\n", 5 - failed, failed);
+    Tessel::Grid trajectories;
+    const std::string refused = Pallion::convertTrajectory2Z9(
+        trajectories, Ravelin::StringListPtr(new Ravelin::StringList{"no_layout.txt"}), Ravelin::ProgressPtr());
+    check(!refused.empty(), "trajectory refusal");
+    std::printf("consumer: %d passed, %d failed\n", 6 - failed, failed);
     return failed == 0 ? 0 : 1;
 }

@@ -55,7 +55,7 @@ bool isColumnNumber(const std::string& piece) {
 
 // The parser's walk.  `strict` has a column that is no column number reported
 // as a text; otherwise it is read as std::stoi reads it.
-std::string parseEntries(Parameter& parameter, bool strict) {
+std::string walkEntries(Parameter& parameter, bool strict) {
     for (const std::string& entry : splitText(parameter.Parse, ',')) {
         const std::vector<std::string> items = splitText(entry, ':');
         if (items.size() != 3) return std::string(messages::convert::ParseStringWrong) + parameter.Parse;
@@ -88,12 +88,26 @@ std::string parseEntries(Parameter& parameter, bool strict) {
 
 }  // namespace
 
-std::string parseUserInputToContainer(Parameter& parameter) { return parseEntries(parameter, false); }
+std::string parseUserInputToContainer(Parameter& parameter) { return walkEntries(parameter, false); }
 
-std::string checkParseString(const std::string& parse) {
+std::string parseEntries(const std::string& parse, ParsedEntries& parsed) {
     Parameter scratch;
     scratch.Parse = parse;
-    return parseEntries(scratch, true);
+    std::string failure = walkEntries(scratch, true);
+    parsed.Entries = std::move(scratch.Container);
+    parsed.HighestColumn = scratch.HighestColumnIndex;
+    return failure;
+}
+
+std::string checkParseString(const std::string& parse) {
+    ParsedEntries ignored;
+    return parseEntries(parse, ignored);
+}
+
+std::size_t tokensOf(std::string_view line, const Parameter& parameter, std::vector<std::string>& out,
+                     std::size_t atMost) {
+    const char delimiter = parameter.Delimiter == 't' ? '\t' : parameter.Delimiter;
+    return split(line.data(), line.size(), out, delimiter, atMost);
 }
 
 }  // namespace Pallion

@@ -30,9 +30,9 @@ Ravelin::StrongPtr<GeoReferenceSystem> parseFilenameForGeoDatum(const std::files
         new GeoReferenceSystem(pieces[1], fileNr, spatial, height, pieces[3]));
 }
 
-std::string checkTrajectoryName(const std::filesystem::path& stem) {
+std::string checkTrajectoryName(const std::string& stem) {
     using namespace messages::trajectory;
-    const std::string text = stem.string();
+    const std::string& text = stem;
     std::vector<std::string> pieces;
     split(text.data(), text.size(), pieces, '_');
     if (pieces.size() != 6)

@@ -15,12 +15,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "pallion/Extensions.hpp"
 #include "pallion/array/ElementTraits.hpp"
 #include "pallion/convert/detail/Messages.hpp"
-#include "pallion/convert/detail/NumberConversion.hpp"
 #include "pallion/tools/Lines.hpp"
 #include "pallion/tools/Messages.hpp"
-#include "pallion/trajectory/detail/FilenameDatum.hpp"
 
 namespace Pallion::Tools {
 
@@ -210,7 +209,7 @@ FailureReport describeFailure(const Parameter& parameter, const std::string& fai
 
 std::string trajectoryNameFailure(const std::vector<std::string>& files) {
     for (const std::string& name : files) {
-        std::string wrong = checkTrajectoryName(std::filesystem::path(name).stem());
+        std::string wrong = checkTrajectoryName(std::filesystem::path(name).stem().string());
         if (!wrong.empty()) return wrong;
     }
     return {};

@@ -5,7 +5,7 @@
 #include <limits>
 #include <stdexcept>
 
-#include "pallion/convert/detail/Parse.hpp"
+#include "pallion/Extensions.hpp"
 #include "pallion/tools/GridValues.hpp"
 #include "pallion/tools/Lines.hpp"
 #include "pallion/tools/Messages.hpp"
@@ -75,15 +75,9 @@ std::string PreflightWarning::text() const {
 
 Preflight preflight(const Parameter& parameter, std::uint64_t rows) {
     Preflight result;
-    Parameter parsed;
-    parsed.Parse = parameter.Parse;
-    try {
-        if (!parseUserInputToContainer(parsed).empty()) return result;
-    } catch (const std::exception&) {
-        return result;
-    }
-    const char delimiter = parameter.Delimiter == 't' ? '\t' : parameter.Delimiter;
-    const std::size_t wanted = parsed.HighestColumnIndex + 1;
+    ParsedEntries parsed;
+    if (!parseEntries(parameter.Parse, parsed).empty()) return result;
+    const std::size_t wanted = parsed.HighestColumn + 1;
     if (parameter.Files.isNull()) return result;
     for (const std::string& name : *parameter.Files) {
         if (result.rowsChecked >= rows) break;
@@ -97,8 +91,9 @@ Preflight preflight(const Parameter& parameter, std::uint64_t rows) {
              ++row) {
             if (length > KeptLine) break;  // a line this long is left to the conversion and its line-size limit
             ++result.rowsChecked;
-            const auto tokens = cut(line, delimiter, wanted);
-            for (const ContainerEntry& entry : parsed.Container)
+            std::vector<std::string> tokens;
+            tokensOf(line, parameter, tokens, wanted);
+            for (const ContainerEntry& entry : parsed.Entries)
                 withElementType(entry.TypeId, [&]<class T>() {
                     using Traits = Tessel::ElementTraits<T>;
                     for (std::uint32_t column : entry.Columns) {

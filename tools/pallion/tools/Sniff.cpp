@@ -9,9 +9,8 @@
 #include <fstream>
 #include <map>
 
-#include "pallion/detail/Platform.hpp"
 
-#include "pallion/convert/detail/Parse.hpp"
+#include "pallion/Extensions.hpp"
 #include "pallion/tools/Lines.hpp"
 #include "pallion/tools/Messages.hpp"
 
@@ -366,8 +365,7 @@ Resolved resolveOptions(const TableOptions& options) {
     }
 
     // A file that is missing or a folder is not worth a word here: the conversion tells why it cannot open it.
-    const platform::FileKind kind = platform::statusOf(first).kind;
-    const bool stream = first == "-" || kind == platform::FileKind::Regular || kind == platform::FileKind::Other;
+    const bool stream = first == "-" || isRegularFile(first) || isStream(first);
     if (!resolved.readAhead && stream)
         resolved.guessed.insert(resolved.guessed.begin(),
                                 m::fill(m::NotReadAhead, shownName.c_str(), delimiterName(resolved.delimiter).c_str(),

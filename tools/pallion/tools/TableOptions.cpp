@@ -1,9 +1,9 @@
 #include "pallion/tools/TableOptions.hpp"
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 
-#include "pallion/detail/Platform.hpp"
 
 #include "pallion/tools/Sniff.hpp"
 
@@ -87,14 +87,24 @@ std::string delimiterName(char delimiter) {
 std::string libraryPath(const std::string& name) { return name == "-" ? "/dev/stdin" : name; }
 
 bool isRegularFile(const std::string& name) {
-    return name != "-" && platform::statusOf(name).kind == platform::FileKind::Regular;
+    std::error_code error;
+    return name != "-" && std::filesystem::is_regular_file(name, error);
+}
+
+bool isStream(const std::string& name) {
+    std::error_code error;
+    const auto type = std::filesystem::status(name, error).type();
+    return type == std::filesystem::file_type::fifo || type == std::filesystem::file_type::character ||
+           type == std::filesystem::file_type::block || type == std::filesystem::file_type::socket;
 }
 
 std::optional<std::uint64_t> judgedRows(const std::vector<std::string>& files) {
     std::uint64_t rows = 0;
     for (const std::string& name : files) {
         if (!isRegularFile(name)) return std::nullopt;
-        const auto size = static_cast<std::uint64_t>(platform::statusOf(name).size);
+        std::error_code error;
+        const std::uint64_t size = std::filesystem::file_size(name, error);
+        if (error) continue;
         if (const std::uint64_t length = medianLineLength(name, size)) rows += (size + length - 1) / length;
     }
     return rows;

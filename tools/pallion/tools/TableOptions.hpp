@@ -43,6 +43,8 @@ std::string libraryPath(const std::string& name);
 // True for a regular file, checked without opening it.  Only such a file is
 // read ahead or measured; a pipe, a FIFO, a device or standard input is not.
 bool isRegularFile(const std::string& name);
+// True for a FIFO, a device or a socket: read once, as it comes, never ahead.
+bool isStream(const std::string& name);
 
 // The rows these files are judged to hold: each file's size over the median
 // length of lines sampled across it, so that one outlying line does not

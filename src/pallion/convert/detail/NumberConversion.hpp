@@ -23,20 +23,9 @@
 #include <string_view>
 #include <type_traits>
 
-namespace Pallion {
+#include "pallion/Extensions.hpp"
 
-// The standard conversion of a component type C: std::stod for double,
-// std::stof for float, std::stoi for every integer type, of whose value C
-// keeps the low bits.  Its exceptions pass through unchanged.
-template <class C>
-C standardNumber(const std::string& token) {
-    if constexpr (std::is_same_v<C, double>)
-        return std::stod(token);
-    else if constexpr (std::is_same_v<C, float>)
-        return std::stof(token);
-    else
-        return static_cast<C>(std::stoi(token));  // a value too wide keeps its low bits
-}
+namespace Pallion {
 
 // The value of `token` as standardNumber<C> gives it, with the same exception
 // where it throws one.

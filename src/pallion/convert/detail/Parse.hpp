@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "pallion/Extensions.hpp"
 #include "pallion/convert/Parameter.hpp"
 
 namespace Pallion {
@@ -13,7 +14,9 @@ namespace Pallion {
 // clear.  The text ends at its first NUL byte.  Every delimiter closes a piece,
 // an empty one too; what follows the last delimiter is a piece only if it is
 // not empty.
-void split(const char* text, std::size_t length, std::vector<std::string>& out, char delimiter);
+// Exported, though no host sees it: the trajectory library cuts file names
+// with it across the boundary between the two shared libraries.
+PALLION_API void split(const char* text, std::size_t length, std::vector<std::string>& out, char delimiter);
 // The same, but stops after appending `atMost` pieces; the rest of the text is
 // not split.  Gives the number of pieces appended.
 std::size_t split(const char* text, std::size_t length, std::vector<std::string>& out, char delimiter,
@@ -23,14 +26,8 @@ std::size_t split(const char* text, std::size_t length, std::vector<std::string>
 // empty text, or the failure; a column that is no number throws as std::stoi does.
 std::string parseUserInputToContainer(Parameter& parameter);
 
-// The first fault of a parse string, found before anything is converted, as a
-// text: the parser's own three texts, and where the parser takes a column
-// number that is none as std::stoi does (no digits: an exception; beyond
-// 2147483647: an exception; below 0: a column near 2^32), a text that names
-// the column as it stands in the string, its entry and the whole string.
-// Empty when the parser accepts the string and every column is a number from
-// 0 to 2147483647.  A host calls it to tell a wrong parse string as such,
-// apart from a failure in a file.
-std::string checkParseString(const std::string& parse);
+// checkParseString and parseEntries (pallion/Extensions.hpp) judge a column
+// that the parser takes as std::stoi does (no digits: an exception; beyond
+// 2147483647: an exception; below 0: a column near 2^32) as a text instead.
 
 }  // namespace Pallion

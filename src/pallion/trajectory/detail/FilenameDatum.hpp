@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string>
 
+#include "pallion/Extensions.hpp"
 #include "pallion/trajectory/detail/GeoReferenceSystem.hpp"
 
 namespace Pallion {
@@ -16,12 +17,7 @@ int stoiAfterPrefix(std::string text, int prefix);
 // as std::stoi does.
 Ravelin::StrongPtr<GeoReferenceSystem> parseFilenameForGeoDatum(const std::filesystem::path& stem);
 
-// What is wrong with a stem, as a text, in the order in which
-// parseFilenameForGeoDatum would meet it: a count of pieces other than six, or
-// the first piece that it cannot read (5, 4 and 2 as numbers, then 3 as a
-// date), named by its number, its meaning and its text, with the six-piece
-// layout.  Empty when the stem gives a GeoReferenceSystem.  A host calls it to
-// say which piece is wrong where the parser itself throws as std::stoi does.
-std::string checkTrajectoryName(const std::filesystem::path& stem);
+// checkTrajectoryName (pallion/Extensions.hpp) meets the pieces in the order in
+// which parseFilenameForGeoDatum does: 5, 4 and 2 as numbers, then 3 as a date.
 
 }  // namespace Pallion

@@ -1,0 +1,64 @@
+// What a host that reads and guesses like the library needs beyond the two
+// conversions: the parse string read as the conversion reads it, a line cut
+// into tokens as the conversion cuts it, the standard conversion of one
+// token, and what is wrong with a trajectory file's name.  Together with the
+// opt-in fields of Parameter and its failure record (Parameter.hpp), this is
+// the whole of what the host helpers, the command-line program and the Python
+// package use of the library: they link the shared libraries like any host.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include "pallion/Export.hpp"
+#include "pallion/convert/Parameter.hpp"
+
+namespace Pallion {
+
+// The entries of a parse string, as the conversion will read them, with the
+// highest column any of them names.  Gives the empty text, or the first fault:
+// the conversion's own texts, and for a column that is no number from 0 to
+// 2147483647 a text that names it, its entry and the whole string.  Nothing is
+// read and nothing is converted.  (Pallion::convert)
+struct ParsedEntries {
+    std::vector<ContainerEntry> Entries;
+    std::uint32_t HighestColumn = 0;
+};
+PALLION_API std::string parseEntries(const std::string& parse, ParsedEntries& parsed);
+
+// The first fault of a parse string as a text, empty where it has none: the
+// same judgement as parseEntries, without the entries.  (Pallion::convert)
+PALLION_API std::string checkParseString(const std::string& parse);
+
+// The tokens of one line, cut as a conversion with `parameter`'s reading cuts
+// it (its Delimiter, or runs of blanks and tabs with Whitespace), at most
+// `atMost` of them; the line ends at its first NUL byte.  Appends to `out`
+// and gives the number appended.  (Pallion::convert)
+PALLION_API std::size_t tokensOf(std::string_view line, const Parameter& parameter, std::vector<std::string>& out,
+                                 std::size_t atMost = static_cast<std::size_t>(-1));
+
+// What is wrong with the stem of a trajectory file's name, in the order in
+// which the trajectory conversion meets it: a count of pieces other than six,
+// or the first piece it cannot read, named by its number, its meaning and its
+// text, with the six-piece layout.  Empty where the stem fits.
+// (Pallion::trajectory)
+PALLION_API std::string checkTrajectoryName(const std::string& stem);
+
+// The standard conversion of one token into a component type C: std::stod for
+// double, std::stof for float, std::stoi for every integer type, of whose
+// value C keeps the low bits.  Its exceptions pass through unchanged: this is
+// the plain reading a conversion's values are equal to, bit for bit.
+template <class C>
+C standardNumber(const std::string& token) {
+    if constexpr (std::is_same_v<C, double>)
+        return std::stod(token);
+    else if constexpr (std::is_same_v<C, float>)
+        return std::stof(token);
+    else
+        return static_cast<C>(std::stoi(token));  // a value too wide keeps its low bits
+}
+
+}  // namespace Pallion
