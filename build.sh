@@ -255,13 +255,14 @@ case "${1:-}" in
         ;;
     wheel)
         install_missing
+        root=$PWD
         scratch=$(mktemp -d)
         trap 'rm -rf "$scratch"' EXIT
         git clone -q . "$scratch/clone"
         /usr/bin/python3 -m venv --system-site-packages "$scratch/venv"
         (cd "$scratch/clone" && "$scratch/venv/bin/pip" install -q --no-build-isolation --no-index .)
         # Imported from the venv, away from the source tree, with no library path set.
-        (cd "$scratch" && env -u LD_LIBRARY_PATH -u PYTHONPATH "$scratch/venv/bin/python" - "$PWD" <<'PY'
+        (cd "$scratch" && env -u LD_LIBRARY_PATH -u PYTHONPATH "$scratch/venv/bin/python" - "$root" <<'PY'
 import importlib.metadata, os, re, sys
 import pallion
 version = re.search(r"project\(\s*Pallion\s+VERSION\s+([0-9.]+)", open(os.path.join(sys.argv[1], "CMakeLists.txt")).read())[1]
