@@ -99,6 +99,9 @@ TableCall tableCall(const py::handle& files, const py::handle& parse, const py::
         if (!failure.empty()) throw py::value_error(failure);
     }
     call.autoParse = options.parse == Tools::AutoParse;
+    // Where names or picked columns make the parse string, the header's names
+    // are not asked for: lines skipped ahead of the data are not judged as a header.
+    if ((!call.names.empty() || !usecols.is_none()) && call.autoParse) options.parse = "column0:double:0";
     if (!comments.is_none()) call.comments = textOf(comments, "comments");
     if (!usecols.is_none())
         for (const py::handle column : usecols) {
@@ -113,7 +116,7 @@ TableCall tableCall(const py::handle& files, const py::handle& parse, const py::
 void applyNames(const TableCall& call, Tools::Resolved& resolved) {
     if (!call.names.empty()) {
         resolved.headerNames = call.names;
-        if (call.autoParse) resolved.parse = Tools::parseFromNames(call.names);
+        resolved.parse = call.autoParse ? Tools::parseFromNames(call.names) : call.options.parse;
     }
     if (call.usecols.empty()) return;
     const std::vector<std::string>& names = resolved.headerNames;

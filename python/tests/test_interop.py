@@ -70,7 +70,7 @@ def test_the_keywords_of_numpy_and_pandas_users(tmp_path, table):
         (bare, {"skiprows": 1, "names": ["a", "x", "y", "z"]}, {"Positions": [[2, 3, 4], [6, 7, 8]],
                                                                 "a": [1.0, 5.0]}),
         (bare, {"skiprows": 1, "usecols": [3]}, {"column3": [4.0, 8.0]}),
-        (bare, {"header": 1, "parse": "A:double:2"}, {"A": [3.0, 7.0]}),
+        (bare, {"header": None, "skiprows": 1, "parse": "A:double:2"}, {"A": [3.0, 7.0]}),
         (bare, {"header": None, "skiprows": 2, "parse": "A:double:0"}, {"A": [5.0, 9.0]}),
         (table, {"max_rows": 2, "usecols": [1]}, {"y": [0.0, 2.0]}),
     ]
