@@ -146,4 +146,11 @@ void applyNames(const TableCall& call, Tools::Resolved& resolved) {
     resolved.parse = parse;
 }
 
+void applyReading(const TableCall& call, Parameter& parameter) {
+    parameter.WholeTokens = call.strict;
+    if (call.whitespace) parameter.Whitespace = true;
+    if (!call.comments.empty()) parameter.CommentPrefix = call.comments;
+    if (call.whitespace || !call.comments.empty()) parameter.SkipEmptyLines = true;
+}
+
 }  // namespace Pallion::Python

@@ -37,4 +37,9 @@ TableCall tableCall(const pybind11::handle& files, const pybind11::handle& parse
 // per column, under its name, or "column<n>" where the table has none).
 void applyNames(const TableCall& call, Tools::Resolved& resolved);
 
+// The readings the call names, set on the filled Parameter: whole tokens as
+// `strict` says; whitespace, comment lines and skipped empty lines only where
+// named, so that what was guessed for them stays.
+void applyReading(const TableCall& call, Parameter& parameter);
+
 }  // namespace Pallion::Python

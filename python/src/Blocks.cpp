@@ -90,10 +90,7 @@ void TableBlocks::State::convert() {
     Tools::TableRun finished = Tools::runTable(
         *grid, parameter, call.options, [this](Tools::Resolved& resolved) { applyNames(call, resolved); },
         [this](Parameter& filled, const Tools::TableRun&) {
-            filled.WholeTokens = call.strict;
-            filled.Whitespace = call.whitespace;
-            filled.CommentPrefix = call.comments;
-            filled.SkipEmptyLines = call.whitespace || !call.comments.empty();
+            applyReading(call, filled);
             return true;
         },
         Tools::OptionWords::Keywords);

@@ -73,10 +73,7 @@ Outcome readTable(const py::handle& files, const py::handle& parse, const py::ha
         run = Tools::runTable(
             *outcome.grid.grid, parameter, call.options, [&](Tools::Resolved& resolved) { applyNames(call, resolved); },
             [&](Parameter& filled, const Tools::TableRun&) {
-                filled.WholeTokens = call.strict;
-                filled.Whitespace = call.whitespace;
-                filled.CommentPrefix = call.comments;
-                filled.SkipEmptyLines = call.whitespace || !call.comments.empty();
+                applyReading(call, filled);
                 return true;
             },
             Tools::OptionWords::Keywords);
