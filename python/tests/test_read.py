@@ -78,7 +78,6 @@ def test_arrays_view_the_chunks_and_keep_them_alive(tmp_path):
     ("1 2 3\n" * 5 + "4 abc 6\n", {"block": 2}, pallion.TokenError, 6, 1, "abc", None, 4),
     ("1 2 3\n4 5 99999999999\n", {"parse": "I:int:2"}, pallion.TokenOverflowError, 2, 2, "99999999999", None, 0),
     ("1,2,3\n4,5,6\n", {"delimiter": "space", "header": None, "parse": "P:point:0+1+2"}, pallion.ConversionError, 1, None, None, 'delimiter="comma"', 0),
-    ("1 2 3\n\n4 5 6\n", {"block": 1}, pallion.ConversionError, 2, None, None, "empty line", 1),
     ("1 2 3\n", {"parse": "P:point:0+1"}, pallion.ConversionError, None, None, None, None, 0),
 ])
 def test_failures_tell_where_and_keep_what_was_flushed(tmp_path, content, options, error, line, column, token,
