@@ -2,6 +2,7 @@
 import errno
 import io
 import os
+import pickle
 
 import numpy
 import pytest
@@ -65,6 +66,9 @@ def test_a_file_that_cannot_be_opened_raises_the_os_error_and_keeps_the_grid(tmp
         e = caught.value
         assert isinstance(e, pallion.ConversionError) and (e.errno, e.filename) == (number, str(tmp_path / name))
         assert e.grid["P"].to_numpy().tolist() == POINTS  # the first file's rows were flushed
+        again = pickle.loads(pickle.dumps(e))  # as a Dask worker's failure travels, without .grid
+        assert (type(again), again.errno, again.filename, again.kind, again.grid) == (type(e), number, e.filename,
+                                                                                     "cannot_open", None)
 
 
 def test_bytes_that_are_not_utf8_are_decoded_with_replacement(tmp_path):
