@@ -17,6 +17,8 @@
 #   ./build.sh consumer   installs into a temporary prefix and builds a separate project
 #                         against it with find_package, with pkg-config, then again with add_subdirectory
 #   ./build.sh package    makes the Debian packages, checks them and builds the separate project against their contents
+#   ./build.sh wheel      pip-installs the Python package from a fresh clone into a venv (offline, Debian's
+#                         packages), checks its version, contents and stubs (mypy --strict, stubtest)
 #   ./build.sh lint       checks the formatting (clang-format) and the code of the library and host (clang-tidy)
 #   ./build.sh layout     checks the folder rules (which folder may include which; docs/design.md)
 # Missing tools are installed from Debian's packages first (needs root).
@@ -60,6 +62,7 @@ install_missing() {
     # The Python package: Debian's python3 and the packages apt serves it.
     [ -f /usr/lib/cmake/pybind11/pybind11Config.cmake ] || need+=(pybind11-dev)
     /usr/bin/python3-config --includes >/dev/null 2>&1 || need+=(python3-dev)
+    /usr/bin/python3 -c "import mypy" 2>/dev/null || need+=(python3-mypy)
     for module in numpy pandas pytest dask distributed; do
         /usr/bin/python3 -c "import $module" >/dev/null 2>&1 || need+=("python3-$module")
     done
@@ -273,6 +276,36 @@ case "${1:-}" in
             /usr/bin/python3 -B \
             "$root/examples/python/read_sample.py" "$root/examples/data/sample_points.txt" >/dev/null)
         echo "python3: pallion imported from the packages' contents"
+        ;;
+    wheel)
+        install_missing
+        root=$PWD
+        scratch=$(mktemp -d)
+        trap 'rm -rf "$scratch"' EXIT
+        git clone -q . "$scratch/clone"
+        /usr/bin/python3 -m venv --system-site-packages "$scratch/venv"
+        (cd "$scratch/clone" && "$scratch/venv/bin/pip" install -q --no-build-isolation --no-index .)
+        # Imported from the venv, away from the source tree, with no library path set.
+        (cd "$scratch" && env -u LD_LIBRARY_PATH -u PYTHONPATH "$scratch/venv/bin/python" - "$root" <<'PY'
+import importlib.metadata, os, re, sys
+import pallion
+version = re.search(r"project\(\s*Pallion\s+VERSION\s+([0-9.]+)", open(os.path.join(sys.argv[1], "CMakeLists.txt")).read())[1]
+assert pallion.__version__ == importlib.metadata.version("pallion") == version, (pallion.__version__, version)
+files = {str(f) for f in importlib.metadata.files("pallion")}
+for wanted in ("pallion/py.typed", "pallion/_pallion.pyi", "pallion/_errors.py", "pallion/_version.py"):
+    assert wanted in files, wanted
+assert any(re.fullmatch(r"pallion/_pallion\..*\.so", f) for f in files)
+grid = pallion.read_table(os.path.join(sys.argv[1], "examples", "data", "sample_points.txt"))
+assert len(grid["Positions"]) == 3000, grid
+print("wheel: pallion", pallion.__version__, "from", os.path.dirname(pallion.__file__))
+PY
+        )
+        # The stubs against the installed module, and the package and examples against the stubs.
+        (cd "$scratch" && "$scratch/venv/bin/python" -m mypy.stubtest --mypy-config-file "$scratch/clone/pyproject.toml" \
+            --allowlist "$scratch/clone/python/stubtest-allowlist.txt" pallion._pallion)
+        (cd "$scratch/clone" && "$scratch/venv/bin/python" -m mypy --strict --config-file pyproject.toml \
+            python/pallion examples/python)
+        echo "wheel: installed, version, contents and stubs checked"
         ;;
     lint)
         install_missing

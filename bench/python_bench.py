@@ -21,8 +21,13 @@ them, what the machine gives two conversions at once with no scheduler at all:
 --workers plain processes of a multiprocessing pool, each converting and
 summing its share of the files in turn.
 
+Blocks: pallion.iter_table over a table of --blocks-rows (70 M, about 2.2 GB)
+rows in blocks of --block-rows (1 M), in a process of its own: the peak
+resident memory (VmHWM) against the table's size; the target is under
+400 MB for the 2 GB table.
+
     PYTHONPATH=build/release/python /usr/bin/python3 bench/python_bench.py [--rows N] [--dask-rows N] [--runs N]
-        [--worker-saturation inf]
+        [--worker-saturation inf] [--blocks-rows N] [--only readers|dask|blocks]
 
 The tables go to a temporary directory (--keep DIR keeps them there).
 """
@@ -157,6 +162,32 @@ def compare_dask(folder, files, rows, workers, runs, saturation=None):
           f"dask {gathered:7.3f} s: {sequential_kept / gathered:5.2f}x")
 
 
+BLOCKS = """
+import sys, pallion
+rows = total = 0
+for block in pallion.iter_table(sys.argv[1], rows=int(sys.argv[2]), header=None, delimiter="space",
+                                parse="Positions:point:0+1+2"):
+    values = block["Positions"].to_numpy()
+    rows, total = rows + len(values), total + float(values[:, 2].sum())
+# VmHWM, not ru_maxrss: Linux keeps the parent's high-water mark in ru_maxrss across exec.
+peak = next(line.split()[1] for line in open("/proc/self/status") if line.startswith("VmHWM:"))
+print(rows, total, int(peak) // 1024)
+"""
+
+
+def blocks_memory(folder, rows, block_rows, env):
+    path = folder / "blocks.txt"
+    write_points(path, rows, seed=11)
+    start = time.perf_counter()
+    done = subprocess.run([sys.executable, "-c", BLOCKS, str(path), str(block_rows)], env=env, check=True,
+                          capture_output=True, text=True)
+    seconds = time.perf_counter() - start
+    read, _, peak = done.stdout.split()
+    print(f"iter_table: {int(read):,} rows ({path.stat().st_size / 2**20:,.0f} MiB) in blocks of {block_rows:,}: "
+          f"peak resident {peak} MiB, {seconds:.1f} s")
+    path.unlink()
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     parser.add_argument("--rows", type=int, default=10_000_000)
@@ -164,9 +195,12 @@ def main():
     parser.add_argument("--files", type=int, default=8)
     parser.add_argument("--workers", type=int, default=2)
     parser.add_argument("--runs", type=int, default=5)
-    parser.add_argument("--host", type=pathlib.Path, default=ROOT / "build" / "release" / "examples" / "pallion")
+    parser.add_argument("--host", type=pathlib.Path, default=ROOT / "build" / "release" / "apps" / "pallion" / "pallion")
     parser.add_argument("--keep", type=pathlib.Path, help="write the tables here and keep them")
     parser.add_argument("--skip-dask", action="store_true")
+    parser.add_argument("--blocks-rows", type=int, default=70_000_000)
+    parser.add_argument("--block-rows", type=int, default=1_000_000)
+    parser.add_argument("--only", choices=("readers", "dask", "blocks"))
     parser.add_argument("--worker-saturation", type=float, help="the Dask scheduler's setting (default: its own)")
     args = parser.parse_args()
 
@@ -176,9 +210,12 @@ def main():
     folder = args.keep or pathlib.Path(tempfile.mkdtemp(prefix="pallion-bench-"))
     folder.mkdir(parents=True, exist_ok=True)
     try:
-        compare_readers(folder, args.rows, args.runs, args.host, env)
-        if not args.skip_dask:
+        if args.only in (None, "readers"):
+            compare_readers(folder, args.rows, args.runs, args.host, env)
+        if args.only in (None, "dask") and not args.skip_dask:
             compare_dask(folder, args.files, args.dask_rows, args.workers, args.runs, args.worker_saturation)
+        if args.only in (None, "blocks"):
+            blocks_memory(folder, args.blocks_rows, args.block_rows, env)
     finally:
         if args.keep is None:
             shutil.rmtree(folder)

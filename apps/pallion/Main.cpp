@@ -19,6 +19,7 @@
 #include "Progress.hpp"
 #include "Summary.hpp"
 #include "pallion/Pallion.hpp"
+#include "pallion/tools/Driver.hpp"
 #include "pallion/tools/FailureContext.hpp"
 #include "pallion/tools/GridValues.hpp"
 #include "pallion/tools/LasWriter.hpp"
@@ -153,54 +154,71 @@ int run(int argc, char** argv) {
                 report.result = Pallion::convertTrajectory2Z9(grid, files, progress);
                 if (report.result.empty()) bar->finish();
             } else {
-                const Pallion::Tools::Resolved resolved = Pallion::Tools::resolveOptions(options.table);
-                for (const std::string& line : resolved.guessed) say(line);
-                report.guessed = resolved.guessed;
-                if (!resolved.failure.empty())
-                    return refuse(resolved.aboutTheOptions ? Usage : Failed, resolved.failure);
+                bool strictRefusal = false;
                 // Field names that the output cannot hold are refused before the conversion, not after it.
-                const std::string badNames =
-                    Pallion::Tools::fieldNamesProblem(options.output, fieldNamesOf(resolved.parse));
-                if (!badNames.empty()) return refuse(Usage, badNames);
+                const auto checkNames = [&](Pallion::Tools::Resolved& resolved) {
+                    std::string badNames =
+                        Pallion::Tools::fieldNamesProblem(options.output, fieldNamesOf(resolved.parse));
+                    if (badNames.empty()) return;
+                    resolved.failure = std::move(badNames);
+                    resolved.aboutTheOptions = true;
+                };
+                // The first rows of the regular files, checked as the plain reading will convert them (a strict
+                // reading refuses such a token itself), and the progress bar.
+                const auto beforeConverting = [&](Pallion::Parameter& filled, const Pallion::Tools::TableRun& run) {
+                    const Pallion::Tools::Preflight checked = options.table.lenient || options.strict
+                                                                  ? Pallion::Tools::preflight(filled)
+                                                                  : Pallion::Tools::Preflight();
+                    for (const auto& warning : checked.warnings) report.warnings.push_back(warning.text());
+                    if (checked.count > checked.warnings.size())
+                        report.warnings.push_back(m::fill(
+                            m::MoreWarnings, static_cast<unsigned long long>(checked.count - checked.warnings.size()),
+                            static_cast<unsigned long long>(checked.rowsChecked)));
+                    // What is not a regular file is not read ahead, so --strict cannot look at it: told, not hidden.
+                    if (options.strict)
+                        for (const std::string& file : options.table.files)
+                            if (!Pallion::Tools::isRegularFile(file))
+                                report.warnings.push_back(m::fill(m::StrictNotChecked, file.c_str()));
+                    for (const std::string& line : run.resolved.guessed) say(line);
+                    for (const std::string& warning : report.warnings)
+                        if (options.strict || !options.quiet)
+                            std::cerr << m::Prefix << (options.strict ? "" : m::Warning) << shownLines(warning) << '\n';
+                    if (options.strict && checked.count > 0) {
+                        strictRefusal = true;
+                        return false;
+                    }
+                    // The bar judges the rows also where a block size is given.
+                    const auto rows = run.judgedRows ? run.judgedRows : Pallion::Tools::judgedRows(options.table.files);
+                    filled.Progress = bar = new host::BarProgress(&filled, rows.value_or(0), bytes, terminal);
+                    return true;
+                };
+                const Pallion::Tools::TableRun run =
+                    Pallion::Tools::runTable(grid, parameter, options.table, checkNames, beforeConverting);
+                const Pallion::Tools::Resolved& resolved = run.resolved;
+                report.guessed = resolved.guessed;
+                if (run.end == Pallion::Tools::RunEnd::Options) {
+                    for (const std::string& line : resolved.guessed) say(line);
+                    return refuse(resolved.aboutTheOptions ? Usage : Failed, run.failure);
+                }
                 report.delimiter = Pallion::Tools::delimiterName(resolved.delimiter);
                 report.headerLines = resolved.headerLines;
                 report.parse = resolved.parse;
                 report.comments = resolved.commentPrefix;
                 report.decimalComma = resolved.decimalComma;
                 report.lenient = options.table.lenient;
-                const auto rows = Pallion::Tools::judgedRows(options.table.files);
-                Pallion::Tools::fillParameter(parameter, options.table, resolved, rows);
-
-                // The first rows of the regular files, checked as the plain reading will convert them; a strict
-                // reading refuses such a token itself.
-                const Pallion::Tools::Preflight checked = options.table.lenient || options.strict
-                                                              ? Pallion::Tools::preflight(parameter)
-                                                              : Pallion::Tools::Preflight();
-                for (const auto& warning : checked.warnings) report.warnings.push_back(warning.text());
-                if (checked.count > checked.warnings.size())
-                    report.warnings.push_back(m::fill(
-                        m::MoreWarnings, static_cast<unsigned long long>(checked.count - checked.warnings.size()),
-                        static_cast<unsigned long long>(checked.rowsChecked)));
-                // What is not a regular file is not read ahead, so --strict cannot look at it: told, not hidden.
-                if (options.strict)
-                    for (const std::string& file : options.table.files)
-                        if (!Pallion::Tools::isRegularFile(file))
-                            report.warnings.push_back(m::fill(m::StrictNotChecked, file.c_str()));
-                for (const std::string& warning : report.warnings)
-                    if (options.strict || !options.quiet)
-                        std::cerr << m::Prefix << (options.strict ? "" : m::Warning) << shownLines(warning) << '\n';
-                if (options.strict && checked.count > 0) {
+                if (strictRefusal) {
                     std::cerr << m::Prefix << m::StrictRefused << '\n';
                     report.result = std::string(m::StrictRefused);
                     report.status = Failed;
                     if (options.json) std::cout << host::jsonSummary(grid, report) << std::flush;
                     return Failed;
                 }
-
-                parameter.Progress = bar = new host::BarProgress(&parameter, rows.value_or(0), bytes, terminal);
-                report.result = Pallion::ascii2z9(grid, parameter);
-                if (report.result.empty()) bar->finish();
+                const bool threw =
+                    run.end == Pallion::Tools::RunEnd::Threw || run.end == Pallion::Tools::RunEnd::OutOfMemory;
+                report.result = threw ? std::string(m::StoppedByException) + run.failure : run.failure;
+                if (run.converted()) bar->finish();
                 parameter.Progress.reset();
+                report.failure = run.report;
                 for (const std::string& shared : Pallion::Tools::sharedFragmentNames(grid)) {
                     report.warnings.push_back(shared);
                     if (!options.quiet) std::cerr << m::Prefix << m::Warning << shared << '\n';
@@ -212,7 +230,6 @@ int run(int argc, char** argv) {
         }
     }
     report.partial = !report.result.empty();
-    if (report.partial && !options.trajectory) report.failure = Pallion::Tools::describeFailure(parameter);
     // A stop asked for by a signal during the conversion: nothing is written.
     if (!report.partial && Pallion::Tools::stopSignal() != 0) {
         report.result = m::fill(m::StoppedBySignal, Pallion::Tools::stopSignal());

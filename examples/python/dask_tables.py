@@ -11,36 +11,41 @@ import argparse
 import pathlib
 import time
 
-import dask
+from typing import Any, Optional
+
+from dask.base import compute
 from distributed import Client, LocalCluster
 
 import pallion.dask
 
 
-def main():
+def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     parser.add_argument("folder", type=pathlib.Path)
     parser.add_argument("--scheduler", help="address of a running scheduler (default: a local cluster)")
     parser.add_argument("--workers", type=int, default=2, help="worker processes of the local cluster")
     parser.add_argument("--pattern", default="*.txt")
-    parser.add_argument("--parse", default=pallion.DEFAULT_PARSE)
-    parser.add_argument("--delimiter", default=" ")
-    parser.add_argument("--header", type=int, default=0)
+    parser.add_argument("--parse", default="auto")
+    parser.add_argument("--delimiter", default="auto")
+    parser.add_argument("--header", default="auto", help="lines at the head, or auto")
     args = parser.parse_args()
 
     files = sorted(args.folder.glob(args.pattern))
     if not files:
         parser.error(f"no {args.pattern} in {args.folder}")
+    header: Any = int(args.header) if args.header.isdigit() else args.header
+    cluster: Optional[Any] = None
+    client: Any
     if args.scheduler:
-        client, cluster = Client(args.scheduler), None
+        client = Client(args.scheduler)
     else:
         cluster = LocalCluster(n_workers=args.workers, threads_per_worker=1, processes=True, dashboard_address=None)
         client = Client(cluster)
     try:
         start = time.perf_counter()
-        fields = pallion.dask.read_tables(files, parse=args.parse, delimiter=args.delimiter, header=args.header)
+        fields = pallion.dask.read_tables(files, parse=args.parse, delimiter=args.delimiter, header=header)
         names = list(fields)
-        values = dask.compute(*fields.values())  # one conversion per file, whatever the number of fields
+        values = compute(*fields.values())  # one conversion per file, whatever the number of fields
         seconds = time.perf_counter() - start
         print(f"{len(files)} files on {len(client.scheduler_info()['workers'])} workers in {seconds:.2f} s")
         for name, array in zip(names, values):

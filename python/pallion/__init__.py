@@ -1,56 +1,97 @@
 """Delimited text tables and trajectory files into numpy arrays.
 
     import pallion
-    grid = pallion.read_table("points.txt", parse="Positions:point:0+1+2,Intensity:float:3")
-    xyz = grid.fields["Positions"].to_numpy()      # (n, 3) float64, a view of the converted rows
+    grid = pallion.read_table("points.txt")            # delimiter, header and fields guessed
+    xyz = grid["Positions"].to_numpy()                 # (n, 3) float64, a view of the converted rows
 
 The arrays are views of the memory the library wrote the rows into: nothing is
 copied, and an array keeps that memory alive after the grid is gone.  The
 conversion runs without the GIL; ``progress`` is called with it held.
 """
-from ._errors import ConversionError, TokenError, TokenOverflowError, raise_for
-from ._grid import Field, Grid, Note
+from __future__ import annotations
+
+from typing import Any, Callable, Iterable, Optional, Sequence, Union
+
 from . import _pallion
+from ._errors import (ArgumentsError, ConversionError, ConversionFileNotFoundError, ConversionIsADirectoryError,
+                      ConversionOpenError, ConversionPermissionError, TokenError, TokenOverflowError, raise_for)
+from ._grid import Field, Grid, Note
+from ._paths import Files
+from ._version import __version__
 
-__all__ = ["read_table", "read_trajectories", "Grid", "Field", "Note",
-           "ConversionError", "TokenError", "TokenOverflowError"]
+__all__ = ["read_table", "iter_table", "ArgumentsError", "read_trajectories", "Grid", "Field", "Note", "ConversionError", "TokenError",
+           "TokenOverflowError", "ConversionFileNotFoundError", "ConversionPermissionError",
+           "ConversionIsADirectoryError", "ConversionOpenError", "__version__"]
 
-DEFAULT_PARSE = "Positions:point:0+1+2"
+AUTO = "auto"
 
 
-def read_table(files, parse=DEFAULT_PARSE, delimiter=" ", header=0, block=None, epsg=None, progress=None):
+def read_table(files: Any, parse: str = AUTO, delimiter: str = AUTO, header: Union[int, str, None] = AUTO,
+               block: Optional[int] = None, epsg: Optional[int] = None,
+               progress: Optional[Callable[[int, int], Any]] = None, *, strict: bool = True,
+               usecols: Optional[Sequence[Union[int, str]]] = None, names: Optional[Sequence[str]] = None,
+               comments: Optional[str] = None, skiprows: Optional[int] = None,
+               max_rows: Optional[int] = None) -> Grid:
     """Converts one or more delimited text tables into a Grid.
 
-    files      a path (str or os.PathLike) or a list of them, read in order into the same fields
+    files      a path (str, bytes or os.PathLike; ~ and the patterns * ? [ expanded,
+               in sorted order), a file object with read() or fileno(), or a list of
+               them, read in order into the same fields
     parse      which columns go to which field with which type, e.g.
                "Positions:point:0+1+2,Colours:rgb:3+4+5,Intensity:float:6"; columns
                may be given by their header names ("Positions:point:X+Y+Z")
-    delimiter  one character, or "tab", "comma", "semicolon", "space", "pipe"
-    header     lines skipped at the head of every file
-               Each of these three may be "auto": guessed from the first lines of
-               the first file as the command-line host guesses it (parse="auto"
-               builds the fields from the header's names); Grid.guessed tells what.
+    delimiter  one character, or "tab", "comma", "semicolon", "space", "pipe", "whitespace"
+    header     lines at the head of every file, the last of them the names; None: no header
+               parse, delimiter and header may be "auto": guessed from the first lines of
+               the first file (parse="auto" builds the fields from the names); Grid.guessed
+               tells what
     block      rows per fragment; None judges it from the files' sizes
     epsg       the data's EPSG code, kept as the grid's "EPSG" attribute
     progress   None, or a callable progress(rows_read, rows_judged) called now and then
+    strict     every token must be a number in full that fits its type (False: the plain
+               reading, which stores the number a token begins with)
+    usecols    the columns to read, by number or name: one double field each
+    names      the columns' names of a table without a header
+    comments   lines that begin with this prefix are skipped
+    skiprows   lines skipped at the head of every file, before the header
+    max_rows   at most this many rows
 
-    Raises ConversionError on a failure of the conversion (TokenError, a
-    ValueError, or TokenOverflowError, an OverflowError, when a token is no
-    number or too large), with the file, line, token and hints, and with what
-    was converted until then as .grid.  Bad arguments raise TypeError or
-    ValueError before any file is opened.
+    Raises ConversionError (or a subclass) on a failure of the conversion, with
+    .file, .line, .column, .token and .hints where known and what was converted
+    until then as .grid: TokenError (a ValueError) or TokenOverflowError (an
+    OverflowError) for a token, FileNotFoundError, PermissionError or
+    IsADirectoryError for a file that cannot be opened.  Bad arguments raise
+    TypeError or ValueError before any file is opened.
     """
-    return _finish(_pallion.read_table(files, parse, delimiter, header, block, epsg, progress))
+    if max_rows is not None:
+        from ._blocks import first_rows
+
+        return first_rows(max_rows, files, parse=parse, delimiter=delimiter, header=header, epsg=epsg,
+                          strict=strict, usecols=usecols, names=names, comments=comments, skiprows=skiprows)
+    if not isinstance(strict, bool):
+        raise TypeError(f"strict: expected a bool, not {type(strict).__name__}")
+    with Files(files) as opened:
+        outcome = _pallion.read_table(opened.names(), parse, delimiter, header, skiprows, block, epsg, comments,
+                                      names, usecols, strict, progress)
+    return _finish(outcome)
 
 
-def read_trajectories(files, progress=None):
+def read_trajectories(files: Any, progress: Optional[Callable[[int, int], Any]] = None) -> Grid:
     """Loads trajectory files (.txt, .pof, .pofx) into one Grid, with what
     their names say (project, date, EPSG codes) as the grid's attributes."""
-    return _finish(_pallion.read_trajectories(files, progress))
+    # Their names say what they hold: file objects, which have none, are refused.
+    return _finish(_pallion.read_trajectories(Files(files, objects=False).names(), progress))
 
 
-def _finish(outcome):
-    grid = Grid(outcome["grid"], outcome["guessed"])
-    if outcome["raised"] is not None or outcome["kind"]:
-        raise_for(outcome, grid)
+def iter_table(files: Any, rows: int = 1_000_000, **options: Any) -> Iterable[Grid]:
+    """Grids of at most `rows` rows each, in file order, from the same options
+    as read_table; about two blocks are held at a time.  See read_table."""
+    from ._blocks import iter_table as blocks
+
+    return blocks(files, rows, **options)
+
+
+def _finish(outcome: Any) -> Grid:
+    grid = Grid._from_handle(outcome.grid, outcome.guessed)
+    raise_for(outcome, grid)
     return grid

@@ -39,3 +39,9 @@ def test_read_tables_on_two_workers_equals_read_table_per_file(tmp_path):
     numpy.testing.assert_array_equal(classes, numpy.concatenate([g.fields["Class"].to_numpy() for g in each]))
     with pytest.raises(pallion.ConversionError, match="type not supported"):
         pallion.dask.read_tables(files, parse="P:pt:0+1+2")
+    # Files are known when the graph is built: a pattern in sorted order, and what is missing is refused then.
+    pattern = pallion.dask.read_tables(str(tmp_path / "part[0-7].txt"), parse=parse, header=1)
+    numpy.testing.assert_array_equal(pattern["Class"].compute(scheduler="sync"), classes)
+    for missing in [str(tmp_path / "dk" / "part*.txt"), [tmp_path / "nothing.txt", files[0]]]:
+        with pytest.raises(FileNotFoundError):
+            pallion.dask.read_tables(missing, parse=parse, header=1)

@@ -1,0 +1,45 @@
+// The arguments of a table conversion, as the package's .py files hand them
+// on, checked and turned into the shared table options.  Paths arrive as
+// bytes, already expanded (~, patterns) by the package.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include <pybind11/pybind11.h>
+
+#include "pallion/tools/Sniff.hpp"
+#include "pallion/tools/TableOptions.hpp"
+
+namespace Pallion::Python {
+
+struct TableCall {
+    Tools::TableOptions options;
+    bool autoParse = true;                                          // the parse string is to be built from names
+    bool strict = true;                                             // every token whole, refused otherwise
+    bool whitespace = false;                                        // runs of blanks and tabs separate
+    std::string comments;                                           // a prefix of lines to skip; empty: none
+    std::vector<std::string> names;                                 // the columns' names of a headerless table
+    std::vector<std::variant<std::uint32_t, std::string>> usecols;  // columns picked, by number or name
+};
+
+std::vector<std::string> pathsOf(const pybind11::handle& files);
+
+TableCall tableCall(const pybind11::handle& files, const pybind11::handle& parse, const pybind11::handle& delimiter,
+                    const pybind11::handle& header, const pybind11::handle& skiprows, const pybind11::handle& block,
+                    const pybind11::handle& epsg, const pybind11::handle& comments, const pybind11::handle& names,
+                    const pybind11::handle& usecols, bool strict);
+
+// Fits the resolved options to what the call names: the given names stand
+// for a header's, and picked columns make the parse string (one double field
+// per column, under its name, or "column<n>" where the table has none).
+void applyNames(const TableCall& call, Tools::Resolved& resolved);
+
+// The readings the call names, set on the filled Parameter: whole tokens as
+// `strict` says; whitespace, comment lines and skipped empty lines only where
+// named, so that what was guessed for them stays.
+void applyReading(const TableCall& call, Parameter& parameter);
+
+}  // namespace Pallion::Python

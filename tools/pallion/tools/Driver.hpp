@@ -1,0 +1,67 @@
+// One text-table conversion as a host runs it: the options resolved against
+// the first file, the rows judged, the Parameter filled, the conversion run,
+// and, where it stopped, what stopped it (its kind) and where (the report).
+// The command-line host and the Python module both run it; each adds its own
+// progress object and checks through the hook.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "pallion/Pallion.hpp"
+#include "pallion/tools/FailureContext.hpp"
+#include "pallion/tools/Sniff.hpp"
+#include "pallion/tools/TableOptions.hpp"
+
+namespace Tessel {
+class Grid;
+}
+
+namespace Pallion::Tools {
+
+// How a run ended.
+enum class RunEnd : std::uint8_t {
+    Converted,   // every file converted
+    Options,     // the options cannot be used (resolved.failure); nothing was read
+    Refused,     // the hook refused to start (a host's own check)
+    Failed,      // the library gave a failure text
+    Threw,       // a token's exception (std::invalid_argument, std::out_of_range) or another std::exception
+    OutOfMemory  // std::bad_alloc
+};
+
+struct TableRun {
+    Resolved resolved;
+    std::optional<std::uint64_t> judgedRows;
+    RunEnd end = RunEnd::Converted;
+    std::string failure;  // the library's text, the exception's, or the options' failure
+    FailureKind kind = FailureKind::None;
+    std::string file;      // the file the kind is about, where known
+    int openError = 0;     // CannotOpen: the errno of opening `file`, where it could be found
+    FailureReport report;  // where it stopped, for a person (Failed and Threw only)
+
+    bool converted() const { return end == RunEnd::Converted; }
+};
+
+// Called once the Parameter is filled, before the conversion: a host sets its
+// progress object and may check the files; false refuses the run (RunEnd::Refused).
+using BeforeConversion = std::function<bool(Parameter&, const TableRun&)>;
+
+// Options a host may change on the resolved options before they fill the
+// Parameter (columns picked by name, names given for a headerless table).
+using AfterResolving = std::function<void(Resolved&)>;
+
+// Runs the conversion of `options` into `grid`.  Standard exceptions of the
+// conversion are caught and told in the result; `parameter` keeps the state
+// of the run (the record of the failure, the container, the counts).
+TableRun runTable(Tessel::Grid& grid, Parameter& parameter, const TableOptions& options,
+                  const AfterResolving& afterResolving = {}, const BeforeConversion& before = {},
+                  OptionWords words = OptionWords::CommandLine);
+
+// The kind of a failure that the library's record leaves open: a file of
+// `files` that cannot be opened (CannotOpen, with its name and errno), else
+// None.  For a library whose record is not filled.
+FailureKind probeOpenFailure(const std::vector<std::string>& files, std::string& file, int& openError);
+
+}  // namespace Pallion::Tools
