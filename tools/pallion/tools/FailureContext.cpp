@@ -120,13 +120,14 @@ FailureReport describeFailure(const Parameter& parameter, OptionWords words) {
     if (place.length > ShownLength) report.line += " (" + std::to_string(place.length) + " bytes)";
     const bool whole = place.length == place.line.size();
     std::vector<std::string> pieces;
-    const std::size_t tokens = record.Kind == FailureKind::TooFewTokens
-                                   ? static_cast<std::size_t>(record.TokensInLine)
-                                   : tokensOf(place.line, parameter, pieces);
+    const std::size_t tokens = record.Kind == FailureKind::TooFewTokens ? static_cast<std::size_t>(record.TokensInLine)
+                                                                        : tokensOf(place.line, parameter, pieces);
     const bool tokenFailed = record.Kind != FailureKind::TooFewTokens && record.Column >= 0;
     if (record.Kind == FailureKind::TooFewTokens) {
-        const std::string splitAt = parameter.Whitespace ? std::string("whitespace") : delimiterName(parameter.Delimiter);
-        report.detail = m::fill(m::TokensMissing, tokens, splitAt.c_str(), record.HighestColumn, record.HighestColumn + 1);
+        const std::string splitAt =
+            parameter.Whitespace ? std::string("whitespace") : delimiterName(parameter.Delimiter);
+        report.detail =
+            m::fill(m::TokensMissing, tokens, splitAt.c_str(), record.HighestColumn, record.HighestColumn + 1);
     } else if (tokenFailed) {
         report.column = static_cast<std::uint32_t>(record.Column);
         report.token = shown(record.Token, ShownLength);
