@@ -211,25 +211,22 @@ public:
         descriptor_ = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
         if (descriptor_ < 0) return;
         for (auto& block : blocks_) free_.push_back(&block);
-        if (kind == Compression::Gzip) {
-            inflater_.emplace(descriptor_);
-            if (!inflater_->ready()) {
-                failure_ = std::string(messages::CompressedUnknown);
-                finished_ = true;
+        // A decoder of its own (gzip, zstd): the thread starts where it could be set up.
+        const auto start = [this](const auto& decoder) {
+            if (decoder.ready()) {
+                worker_ = std::thread([this] { decompress(); });
                 return;
             }
-            worker_ = std::thread([this] { decompress(); });
+            failure_ = std::string(messages::CompressedUnknown);
+            finished_ = true;
+        };
+        if (kind == Compression::Gzip) {
+            start(inflater_.emplace(descriptor_));
             return;
         }
 #if defined(PALLION_TOOLS_ZSTD)
         if (kind == Compression::Zstd) {
-            zstd_.emplace(descriptor_);
-            if (!zstd_->ready()) {
-                failure_ = std::string(messages::CompressedUnknown);
-                finished_ = true;
-                return;
-            }
-            worker_ = std::thread([this] { decompress(); });
+            start(zstd_.emplace(descriptor_));
             return;
         }
 #endif
