@@ -107,8 +107,18 @@ TableBlocks::TableBlocks(TableCall call, std::uint32_t rows) : state_(new State(
 
 TableBlocks::~TableBlocks() {
     if (!thread_.joinable()) return;
-    const py::gil_scoped_release released;
-    close();
+    // Closed without the GIL, taken off and back through the C API, which throws
+    // nothing; a lock or a join that fails leaves the conversion to end by itself.
+    PyThreadState* const saved = PyEval_SaveThread();
+    try {
+        close();
+    } catch (...) {  // the conversion keeps its own state alive
+    }
+    try {
+        if (thread_.joinable()) thread_.detach();
+    } catch (...) {  // detach fails only for a thread that is not joinable
+    }
+    PyEval_RestoreThread(saved);
 }
 
 py::object TableBlocks::next() {
@@ -143,7 +153,9 @@ py::object TableBlocks::next() {
     }
     std::vector<FieldData> fields;
     const py::str file = pathText(block.file);
-    for (const auto& [name, chunk] : block.columns) {
+    for (const auto& column : block.columns) {
+        const auto& name = column.first;
+        const auto& chunk = column.second;
         Tessel::forEachElementType([&]<class T>() {
             if (chunk.isNull() || chunk->elementType() != typeid(T)) return;
             auto [empty, components] = emptyOf(Tessel::ElementTraits<T>::parseName);
