@@ -50,7 +50,7 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     app.add_flag("--lenient", options.table.lenient, std::string(m::LenientHelp));
     app.add_option("--block", block, std::string(m::BlockHelp))
         ->check(wholeNumber)
-        ->check(CLI::Range(std::int64_t{1}, std::int64_t{Pallion::Parameter().ChunkSize}));
+        ->check(CLI::Range(std::int64_t{1}, std::int64_t{Pallion::DefaultChunkSize}));
     app.add_option("--epsg", epsg, std::string(m::EpsgHelp))
         ->check(wholeNumber)
         ->check(CLI::Range(std::int64_t{1}, std::int64_t{std::numeric_limits<std::int32_t>::max()}));

@@ -88,7 +88,7 @@ TableCall tableCall(const py::handle& files, const py::handle& parse, const py::
         throw py::type_error(fill(m::HeaderWord, typeName(header).c_str()));
     }
     if (!block.is_none())
-        options.block = static_cast<std::uint32_t>(wholeNumber(block, "block", 1, Pallion::Parameter().ChunkSize));
+        options.block = static_cast<std::uint32_t>(wholeNumber(block, "block", 1, Pallion::DefaultChunkSize));
     if (!epsg.is_none())
         options.epsg =
             static_cast<std::int32_t>(wholeNumber(epsg, "epsg", 1, std::numeric_limits<std::int32_t>::max()));

@@ -307,7 +307,7 @@ std::string Ascii2Z9::readFile(const std::string& name) {
     // Only a regular file read as a whole is judged; anything else (a FIFO, a
     // pipe, a device, a compressed file) is opened this once and read only by
     // the line loop.
-    const bool whole = parameter.RangeBegin == 0 && parameter.RangeEnd == Parameter().RangeEnd;
+    const bool whole = parameter.RangeBegin == 0 && parameter.RangeEnd == WholeFileEnd;
     if (reader.fileSize() > 0 && whole) estimate = estimateLines(name, parameter.HeaderLines, parameter.LineSizeLimit);
     const std::uint64_t step = progressStep(estimate);
     parameter.CurrentFile = name;

@@ -37,6 +37,11 @@ enum class FailureKind : std::uint8_t {
     TokenOutOfRange,  // Token in Column of Line does not fit its type (std::out_of_range, or range refusal)
 };
 
+// The rows of a block (a fragment of every field) unless a host says otherwise.
+inline constexpr std::uint32_t DefaultChunkSize = 10000000;
+// The end of a byte range that reaches the end of its file.
+inline constexpr std::uint64_t WholeFileEnd = ~std::uint64_t{0};
+
 struct FailureRecord {
     FailureKind Kind = FailureKind::None;
     std::string File;                 // the file being read, where one was
@@ -60,7 +65,7 @@ struct Parameter {
     std::uint32_t HeaderLines = 0;
     std::string Parse = "Positions:point:0+1+2";
     char Delimiter = ' ';  // the letter t stands for a tab
-    std::uint32_t ChunkSize = 10000000;
+    std::uint32_t ChunkSize = DefaultChunkSize;
     std::int32_t EPSG = -1;
     Ravelin::ProgressPtr Progress;
     // The longest line, in bytes without its line end, that a file may hold
@@ -123,7 +128,7 @@ struct Parameter {
     //   and reports the first failure in file order, keeping the blocks
     //   before it.
     std::uint64_t RangeBegin = 0;
-    std::uint64_t RangeEnd = ~std::uint64_t{0};
+    std::uint64_t RangeEnd = WholeFileEnd;
     // How a file is opened: empty, the library's plain reading of the name
     // (a regular file, a pipe, a FIFO, a device, read once front to back).
     // A host may set its own factory, for compressed files for instance; a

@@ -115,7 +115,7 @@ std::optional<std::uint64_t> judgedRows(const std::vector<std::string>& files) {
 }
 
 std::uint32_t blockSizeFor(std::uint64_t rows) {
-    const std::uint64_t largest = Parameter().ChunkSize;
+    const std::uint64_t largest = DefaultChunkSize;
     return static_cast<std::uint32_t>(std::clamp<std::uint64_t>(rows + rows / 4 + 16, 1, largest));
 }
 
@@ -135,9 +135,7 @@ void fillParameter(Parameter& parameter, const TableOptions& options, const Reso
     parameter.EPSG = options.epsg;
     parameter.OpenSource = openTableSource;
     if (options.lineSizeLimit) parameter.LineSizeLimit = *options.lineSizeLimit;
-    parameter.ChunkSize = options.block ? *options.block
-                          : judgedRows  ? blockSizeFor(*judgedRows)
-                                        : Parameter().ChunkSize;
+    parameter.ChunkSize = options.block ? *options.block : judgedRows ? blockSizeFor(*judgedRows) : DefaultChunkSize;
 }
 
 }  // namespace Pallion::Tools
