@@ -418,6 +418,8 @@ inline Outcome libraryReading(const Settings& settings) {
     options.delimiter = settings.delimiter;
     options.block = settings.chunkSize;
     Pallion::Tools::fillParameter(p, options, Pallion::Tools::namedOptions(options), std::nullopt);
+    // The hosts' options take a NUL for runs of blanks; the library reads it as the byte it is.
+    p.Delimiter = settings.delimiter;
     p.WholeTokens = settings.wholeTokens;
     p.Whitespace = settings.whitespace;
     p.SkipEmptyLines = settings.skipEmptyLines;
