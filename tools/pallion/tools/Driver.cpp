@@ -1,31 +1,10 @@
 #include "pallion/tools/Driver.hpp"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <new>
 #include <stdexcept>
 
 namespace Pallion::Tools {
-
-namespace {
-
-// The errno of opening `name` for reading now, 0 where it opens.  A directory
-// opens, but is no table: EISDIR.  Opened without waiting, so that a FIFO
-// without a writer does not block.
-int openErrorOf(const std::string& name) {
-    struct stat status {};
-    if (::stat(name.c_str(), &status) != 0) return errno;
-    if (S_ISDIR(status.st_mode)) return EISDIR;
-    const int descriptor = ::open(name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);  // NOLINT: POSIX vararg
-    if (descriptor < 0) return errno;
-    ::close(descriptor);
-    return 0;
-}
-
-}  // namespace
 
 FailureKind probeOpenFailure(const std::vector<std::string>& files, std::string& file, int& openError) {
     for (const std::string& name : files) {

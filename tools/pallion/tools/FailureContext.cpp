@@ -28,11 +28,9 @@ constexpr std::size_t KeptLine = std::size_t{64} * 1024;
 
 // Why a file cannot be opened for reading, in a few words.
 std::string openReason(const std::string& name) {
-    struct stat status {};
-    if (::stat(name.c_str(), &status) != 0) return std::strerror(errno);
-    if (S_ISDIR(status.st_mode)) return std::string(messages::IsADirectory);
-    if (!openFileSource(name, SourceOpening{true, {}})->isOpen()) return std::strerror(errno);
-    return {};
+    const int error = openErrorOf(name);
+    if (error == EISDIR) return std::string(messages::IsADirectory);
+    return error == 0 ? std::string() : std::strerror(error);
 }
 
 std::string headerWords(OptionWords words) { return words == OptionWords::CommandLine ? "--header 1" : "header=1"; }
@@ -158,6 +156,15 @@ FailureReport describeFailure(const Parameter& parameter, OptionWords words) {
     }
     if (tokenFailed && record.Token.empty()) report.hints.emplace_back(m::HintEmptyToken);
     return report;
+}
+
+int openErrorOf(const std::string& name) {
+    struct stat status {};
+    if (::stat(name.c_str(), &status) != 0) return errno;
+    if (S_ISDIR(status.st_mode)) return EISDIR;
+    // Opened as the conversion opens it, without waiting for a FIFO's writer.
+    if (!openFileSource(name, SourceOpening{true, {}})->isOpen()) return errno;
+    return 0;
 }
 
 std::string trajectoryNameFailure(const std::vector<std::string>& files) {

@@ -60,4 +60,9 @@ FailureReport describeFailure(const Parameter& parameter, OptionWords words = Op
 // piece, what it stands for, the layout); empty where every name fits.
 std::string trajectoryNameFailure(const std::vector<std::string>& files);
 
+// The errno of opening `name` for reading now, 0 where it opens: a directory
+// opens but is no table (EISDIR).  The one look at why a file cannot be read,
+// for the hints and for the OSError a Python caller gets.
+int openErrorOf(const std::string& name);
+
 }  // namespace Pallion::Tools
