@@ -9,6 +9,8 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "pallion/Pallion.hpp"
 #include "pallion/tools/FailureContext.hpp"
@@ -51,6 +53,29 @@ using BeforeConversion = std::function<bool(Parameter&, const TableRun&)>;
 // Options a host may change on the resolved options before they fill the
 // Parameter (columns picked by name, names given for a headerless table).
 using AfterResolving = std::function<void(Resolved&)>;
+
+// One block of the conversion, in file order, once it is whole: the file it
+// comes from, its number in that file (its fragments are named
+// fragmentName(file, number), "points0"), and each field's chunk, in the
+// order of the grid's fields.  The chunks hold the block's rows and nothing
+// more.
+struct FlushedBlock {
+    std::string file;
+    std::uint64_t number = 0;
+    std::vector<std::pair<std::string, Ravelin::ChunkPtr>> columns;  // field name, chunk
+};
+
+// Takes each block as it is whole, in file order, on the thread that called
+// runTable.  A text that is not empty stops the run as a failure with that
+// text (a writer that cannot write).
+using BlockSink = std::function<std::string(const FlushedBlock&)>;
+
+// How the blocks leave the conversion.
+struct BlockRoute {
+    BlockSink onBlock;       // none: the blocks go only to the grid
+    bool keepBlocks = true;  // false: the grid keeps fields, attributes and notes but no block,
+                             // so that memory holds a few blocks whatever the table's size
+};
 
 // Runs the conversion of `options` into `grid`.  Standard exceptions of the
 // conversion are caught and told in the result; `parameter` keeps the state

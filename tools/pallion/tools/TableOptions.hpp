@@ -32,6 +32,7 @@ struct TableOptions {
     std::optional<std::string> comments;         // the comment prefix; none: guessed; empty: no comment lines
     std::optional<bool> decimalComma;            // none: guessed from the first file
     bool lenient = false;                        // the plain reading of tokens: a number cut short is stored
+    unsigned threads = 1;                        // conversions side by side on one large regular file; 0: the cores
 };
 
 struct Resolved;  // Sniff.hpp: the options made concrete
