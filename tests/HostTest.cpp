@@ -194,6 +194,40 @@ TEST(HostFailure, FileLineTokenAndHintsForTheCommonCauses) {
     }
 }
 
+TEST(HostFailure, ARangeTellsTheLineOfTheWholeFile) {
+    // Every range that holds the bad line, begun on any byte before it (inside
+    // the header, on a CR, on a line feed), names the line as the whole file does.
+    testsupport::TempDir dir;
+    const std::string table = "x y z\r\n1 2 3\r\n40 50 60\r\n7 8 9\n";
+    for (const auto& [bad, limit, line] : std::vector<std::tuple<std::string, std::uint64_t, std::uint64_t>>{
+             {"1 2 3x\n", 0, 5},
+             {"1 2 " + std::string(40, '3') + "\n", 30, 5},
+         }) {
+        const std::string file = dir.write("r.txt", table + bad + "4 5 6\n");
+        const std::string expected = "line " + std::to_string(line) + " of file: " + file;
+        for (std::uint64_t begin = 0; begin <= table.size(); ++begin) {
+            Pallion::Tools::TableOptions options;
+            options.files = {file};
+            options.headerLines = 1;
+            options.delimiter = ' ';
+            options.parse = "Positions:point:0+1+2";
+            options.rangeBegin = begin;
+            if (limit) options.lineSizeLimit = limit;
+            Tessel::Grid grid;
+            Pallion::Parameter p;
+            Pallion::Tools::fillParameter(p, options, Pallion::Tools::resolveOptions(options), std::nullopt);
+            p.WholeTokens = true;
+            std::string failure = Pallion::ascii2z9(grid, p);
+            Pallion::Tools::countLinesFromFileStart(p, failure, Pallion::Tools::linesBeforeRange(file, begin));
+            EXPECT_EQ(p.Failure.Line, line) << begin;
+            EXPECT_TRUE(has(failure, expected)) << begin << ": " << failure;
+            if (limit == 0) {
+                EXPECT_EQ(Pallion::Tools::describeFailure(p).line, bad.substr(0, bad.size() - 1)) << begin;
+            }
+        }
+    }
+}
+
 TEST(HostSummary, JsonReadsBackWithFieldsFragmentsRangesAndAttributes) {
     testsupport::TempDir dir;
     Tessel::Grid grid;

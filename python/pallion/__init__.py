@@ -10,7 +10,7 @@ conversion runs without the GIL; ``progress`` is called with it held.
 """
 from __future__ import annotations
 
-from typing import Any, Callable, Iterable, Optional, Sequence, Union
+from typing import Any, Callable, Iterable, Optional, Sequence, Tuple, Union
 
 from . import _pallion
 from ._errors import (ArgumentsError, ConversionError, ConversionFileNotFoundError, ConversionIsADirectoryError,
@@ -31,7 +31,7 @@ def read_table(files: Any, parse: str = AUTO, delimiter: str = AUTO, header: Uni
                progress: Optional[Callable[[int, int], Any]] = None, *, strict: bool = True,
                usecols: Optional[Sequence[Union[int, str]]] = None, names: Optional[Sequence[str]] = None,
                comments: Optional[str] = None, skiprows: Optional[int] = None,
-               max_rows: Optional[int] = None) -> Grid:
+               max_rows: Optional[int] = None, byte_range: Optional[Tuple[int, Optional[int]]] = None) -> Grid:
     """Converts one or more delimited text tables into a Grid.
 
     files      a path (str, bytes or os.PathLike; ~ and the patterns * ? [ expanded,
@@ -55,6 +55,14 @@ def read_table(files: Any, parse: str = AUTO, delimiter: str = AUTO, header: Uni
     comments   lines that begin with this prefix are skipped
     skiprows   lines skipped at the head of every file, before the header
     max_rows   at most this many rows
+    byte_range (begin, end): of each file, only the lines that start in bytes
+               [begin, end) (end None: to the file's end); a range that begins
+               inside a line begins at the next, the line that straddles end is
+               read whole, and the header is skipped only where begin is 0.
+               Ranges that meet read every line once.  delimiter, header and
+               parse are still guessed from the file's start, and a failure's
+               line counts from the file's first line.  Regular, uncompressed
+               files only.
 
     Raises ConversionError (or a subclass) on a failure of the conversion, with
     .file, .line, .column, .token and .hints where known and what was converted
@@ -64,6 +72,8 @@ def read_table(files: Any, parse: str = AUTO, delimiter: str = AUTO, header: Uni
     TypeError or ValueError before any file is opened.
     """
     if max_rows is not None:
+        if byte_range is not None:
+            raise ValueError(_pallion.texts["byte_range_with_max_rows"])
         from ._blocks import first_rows
 
         return first_rows(max_rows, files, parse=parse, delimiter=delimiter, header=header, epsg=epsg,
@@ -72,7 +82,7 @@ def read_table(files: Any, parse: str = AUTO, delimiter: str = AUTO, header: Uni
         raise TypeError(f"strict: expected a bool, not {type(strict).__name__}")
     with Files(files) as opened:
         outcome = _pallion.read_table(opened.names(), parse, delimiter, header, skiprows, block, epsg, comments,
-                                      names, usecols, strict, progress)
+                                      names, usecols, strict, progress, byte_range)
     return _finish(outcome)
 
 

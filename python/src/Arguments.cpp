@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "ModuleMessages.hpp"
+#include "pallion/tools/CompressedSource.hpp"
 #include "pallion/tools/Messages.hpp"
 
 namespace py = pybind11;
@@ -144,6 +145,24 @@ void applyNames(const TableCall& call, Tools::Resolved& resolved) {
         parse += (parse.empty() ? "" : ",") + field + ":double:" + std::to_string(number);
     }
     resolved.parse = parse;
+}
+
+bool readableInPart(const std::string& file) {
+    return Tools::isRegularFile(file) && Tools::compressionOf(file) == Tools::Compression::None;
+}
+
+void applyByteRange(TableCall& call, const py::handle& byteRange) {
+    if (byteRange.is_none()) return;
+    if (!py::isinstance<py::tuple>(byteRange) || py::len(byteRange) != 2)
+        throw py::type_error(fill(m::ByteRangePair, typeName(byteRange).c_str()));
+    const py::tuple pair = py::reinterpret_borrow<py::tuple>(byteRange);
+    constexpr long long most = std::numeric_limits<long long>::max();
+    const auto begin = wholeNumber(pair[0], "byte_range", 0, most);
+    const auto end = pair[1].is_none() ? most : wholeNumber(pair[1], "byte_range", begin, most);
+    for (const std::string& file : call.options.files)
+        if (!readableInPart(file)) throw py::value_error(fill(m::ByteRangeFile, file.c_str()));
+    call.options.rangeBegin = static_cast<std::uint64_t>(begin);
+    call.options.rangeEnd = pair[1].is_none() ? WholeFileEnd : static_cast<std::uint64_t>(end);
 }
 
 void applyReading(const TableCall& call, Parameter& parameter) {

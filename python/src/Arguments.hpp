@@ -37,6 +37,15 @@ TableCall tableCall(const pybind11::handle& files, const pybind11::handle& parse
 // per column, under its name, or "column<n>" where the table has none).
 void applyNames(const TableCall& call, Tools::Resolved& resolved);
 
+// Whether `file` can be read in part: a regular file whose name announces no
+// compression.
+bool readableInPart(const std::string& file);
+
+// The byte range of every file that `byteRange` names: None (the whole
+// files), or (begin, end) with end None for the file's end.  Only regular,
+// uncompressed files are read in part; others are refused (ValueError).
+void applyByteRange(TableCall& call, const pybind11::handle& byteRange);
+
 // The readings the call names, set on the filled Parameter: whole tokens as
 // `strict` says; whitespace, comment lines and skipped empty lines only where
 // named, so that what was guessed for them stays.

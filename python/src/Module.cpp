@@ -20,6 +20,8 @@ PYBIND11_MODULE(_pallion, module) {
     const auto text = [&](const char* name, std::string_view value) { texts[name] = std::string(value); };
     text("unequal_counts", m::UnequalCounts);
     text("files_per_partition", m::FilesPerPartition);
+    text("byte_range_with_max_rows", m::ByteRangeWithMaxRows);
+    text("blocksize", m::BlockSize);
     text("nul_in_path", m::NulInPath);
     text("no_match", m::NoMatch);
     text("not_a_file_object", m::NotAFileObject);

@@ -20,11 +20,18 @@ inline constexpr std::string_view UnknownDelimiter =
 inline constexpr std::string_view NotCallable = "progress: expected a callable or None, not %s";
 inline constexpr std::string_view UnknownColumn = "usecols: \"%s\" is not among the names (%s)";
 inline constexpr std::string_view ColumnWithoutNames = "usecols: \"%s\" names a column, but the table has no names";
+inline constexpr std::string_view ByteRangePair =
+    "byte_range: expected None or a tuple (begin, end) of whole numbers, end None for the file's end, not %s";
+inline constexpr std::string_view ByteRangeFile =
+    "byte_range: %s is not a regular uncompressed file; only such a file is read in part";
 inline constexpr std::string_view HeaderWord = "header: expected a whole number, None, \"auto\" or \"infer\", not %s";
 // For the package's .py files, which take them from the module.
 inline constexpr std::string_view UnequalCounts =
     "to_pandas: the fields hold different numbers of elements (%s); one DataFrame needs equal counts";
 inline constexpr std::string_view FilesPerPartition = "files_per_partition: expected a whole number from 1 up, not %r";
+inline constexpr std::string_view ByteRangeWithMaxRows = "byte_range: not with max_rows, which reads from the start";
+inline constexpr std::string_view BlockSize =
+    "blocksize: expected None, a whole number of bytes from 1 up or a size such as \"256MB\" or \"64 MiB\", not %r";
 inline constexpr std::string_view NulInPath = "files: embedded null byte in %r";
 inline constexpr std::string_view NoMatch = "files: no file matches the pattern %r";
 inline constexpr std::string_view NotAFileObject =

@@ -57,9 +57,10 @@ std::vector<std::pair<std::string, std::string>> declaredTypes(const Parameter& 
 Outcome readTable(const py::handle& files, const py::handle& parse, const py::handle& delimiter,
                   const py::handle& header, const py::handle& skiprows, const py::handle& block, const py::handle& epsg,
                   const py::handle& comments, const py::handle& names, const py::handle& usecols, bool strict,
-                  const py::object& progress) {
-    const TableCall call =
+                  const py::object& progress, const py::handle& byteRange) {
+    TableCall call =
         tableCall(files, parse, delimiter, header, skiprows, block, epsg, comments, names, usecols, strict);
+    applyByteRange(call, byteRange);
     checkCallable(progress);
     Outcome outcome;
     outcome.grid.grid = Tessel::GridPtr(new Tessel::Grid);
@@ -77,6 +78,12 @@ Outcome readTable(const py::handle& files, const py::handle& parse, const py::ha
                 return true;
             },
             Tools::OptionWords::Keywords);
+        // A range counts its lines from its own first: the user is told the file's.
+        if (!run.converted() && call.options.rangeBegin > 0 && parameter.Failure.Line > 0) {
+            Tools::countLinesFromFileStart(parameter, run.failure,
+                                           Tools::linesBeforeRange(parameter.Failure.File, call.options.rangeBegin));
+            run.report = Tools::describeFailure(parameter, Tools::OptionWords::Keywords);
+        }
     }
     outcome.grid.declared = declaredTypes(parameter);
     for (const std::string& line : run.resolved.guessed) outcome.guessed.append(decoded(line));
@@ -234,10 +241,12 @@ void bindRunning(py::module_& module) {
         .def_readonly("failure", &Plan::failure);
     module.def("read_table", &readTable, py::arg("files"), py::arg("parse"), py::arg("delimiter"), py::arg("header"),
                py::arg("skiprows"), py::arg("block"), py::arg("epsg"), py::arg("comments"), py::arg("names"),
-               py::arg("usecols"), py::arg("strict"), py::arg("progress"));
+               py::arg("usecols"), py::arg("strict"), py::arg("progress"), py::arg("byte_range") = py::none());
     module.def("plan_table", &planTable, py::arg("files"), py::arg("parse"), py::arg("delimiter"), py::arg("header"),
                py::arg("skiprows"), py::arg("block"), py::arg("epsg"), py::arg("comments"), py::arg("names"),
                py::arg("usecols"), py::arg("strict"));
+    module.def(
+        "readable_in_part", [](const py::bytes& file) { return readableInPart(file); }, py::arg("file"));
     module.def("read_trajectories", &readTrajectories, py::arg("files"), py::arg("progress"));
     bindBlocks(module);
 }

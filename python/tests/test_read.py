@@ -3,6 +3,7 @@ import concurrent.futures
 import contextlib
 import datetime
 import gc
+import gzip
 import os
 import pathlib
 import signal
@@ -238,3 +239,35 @@ def test_compressed_tables_read_as_their_plain_text_and_a_cut_one_fails(tmp_path
         assert f"cannot read file: {cut}" in str(caught.value), copy.name
         kept = numpy.concatenate([a for a in caught.value.grid.fields["Positions"].fragments.values()] or [want[:0]])
         numpy.testing.assert_array_equal(kept, want[: len(kept)], err_msg=copy.name)
+
+
+def test_byte_ranges_that_meet_read_every_line_once_and_name_the_files_lines(tmp_path):
+    # CRLF lines, a line longer than some ranges, a last line without a line end.
+    table = tmp_path / "r.txt"
+    table.write_bytes(b"x y z\r\n1 2 3\r\n4.5 5 6\n" + b"7 8 " + b"9" * 60 + b"\n10 11 12\n-1 -2 -3")
+    whole = pallion.read_table(table, header=1)["Positions"].to_numpy()
+    assert len(whole) == 5
+    size = table.stat().st_size
+    for cut in range(size + 1):
+        parts = [pallion.read_table(table, header=1, byte_range=r)["Positions"].to_numpy()
+                 for r in [(0, cut), (cut, None)]]
+        numpy.testing.assert_array_equal(numpy.concatenate(parts), whole, err_msg=f"cut at {cut}")
+    # Three ranges, the middle one inside the long line: it has no line of its own.
+    assert len(pallion.read_table(table, header=1, byte_range=(30, 40))["Positions"]) == 0
+
+    bad = tmp_path / "bad.txt"
+    bad.write_text("x y z\n" + "1 2 3\n" * 50 + "1 2 x\n")
+    for begin in (1, 100, 299, 300):
+        with pytest.raises(pallion.TokenError, match="of line 52 of file") as caught:
+            pallion.read_table(bad, header=1, byte_range=(begin, None))
+        assert caught.value.line == 52 and "text:  1 2 x" in str(caught.value)
+    for byte_range, error in [((5, 2), ValueError), ((-1, 3), ValueError), ([0, 3], TypeError), ((0,), TypeError),
+                              (("0", 3), TypeError)]:
+        with pytest.raises(error, match="byte_range"):
+            pallion.read_table(bad, header=1, byte_range=byte_range)
+    packed = tmp_path / "bad.txt.gz"
+    packed.write_bytes(gzip.compress(bad.read_bytes()))
+    with pytest.raises(ValueError, match="regular uncompressed file"):
+        pallion.read_table(packed, header=1, byte_range=(0, 10))
+    with pytest.raises(ValueError, match="max_rows"):
+        pallion.read_table(bad, header=1, byte_range=(0, 10), max_rows=3)

@@ -124,7 +124,7 @@ struct Parameter {
     //   host joins the ranges' columns end to end;
     // - line numbers: a failure's line and the line of a line-too-long text
     //   count from the range's first line (1); the host adds the lines of the
-    //   ranges before it (a count of the line feeds in [0, RangeBegin - 1]),
+    //   ranges before it (the line feeds in [0, RangeBegin - 1), plus one),
     //   and reports the first failure in file order, keeping the blocks
     //   before it.
     std::uint64_t RangeBegin = 0;

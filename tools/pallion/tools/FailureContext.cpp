@@ -158,6 +158,18 @@ FailureReport describeFailure(const Parameter& parameter, OptionWords words) {
     return report;
 }
 
+void countLinesFromFileStart(Parameter& parameter, std::string& failure, std::uint64_t linesBefore) {
+    FailureRecord& record = parameter.Failure;
+    if (record.Line == 0 || linesBefore == 0) return;
+    const auto named = [&](std::uint64_t line) {
+        return messages::fill(messages::LineOfFile, static_cast<unsigned long long>(line), record.File.c_str());
+    };
+    const std::string counted = named(record.Line);
+    record.Line += linesBefore;
+    if (const std::size_t at = failure.find(counted); at != std::string::npos)
+        failure.replace(at, counted.size(), named(record.Line));
+}
+
 int openErrorOf(const std::string& name) {
     struct stat status {};
     if (::stat(name.c_str(), &status) != 0) return errno;

@@ -55,6 +55,12 @@ struct FailureReport {
 // than its first 64 KiB kept; the token is the one the conversion refused.
 FailureReport describeFailure(const Parameter& parameter, OptionWords words = OptionWords::CommandLine);
 
+// A failure of a conversion of a byte range (Parameter::RangeBegin > 0) as
+// one of the whole file: its record's line, and the line its text names, with
+// the `linesBefore` lines before the range added (linesBeforeRange).  Called
+// before describeFailure, which then reads the right line.
+void countLinesFromFileStart(Parameter& parameter, std::string& failure, std::uint64_t linesBefore);
+
 // For a trajectory conversion that stopped: what is wrong with the name of
 // the first listed file whose name does not fit the six-piece layout (the
 // piece, what it stands for, the layout); empty where every name fits.

@@ -28,6 +28,10 @@ inline constexpr std::string_view TokensMissing =
 inline constexpr std::string_view NotA = "not a ";
 inline constexpr std::string_view OutOfRangeFor = "out of range for a ";
 inline constexpr std::string_view WholeNumberKind = "32-bit whole number";
+// Where the conversion's failure texts (a refused token, a line too long) name
+// a line: the number that a conversion of a byte range counts from the
+// range's first line, and the host makes absolute.
+inline constexpr std::string_view LineOfFile = "line %llu of file: %s";
 
 // Hints; %s is the option in the host's own words.
 inline constexpr std::string_view HintBom =

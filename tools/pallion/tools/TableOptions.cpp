@@ -57,6 +57,24 @@ std::uint64_t medianLineLength(const std::string& name, std::uint64_t size) {
     return lengths[lengths.size() / 2];
 }
 
+// The share of the files' `rows` that the options' byte range covers, by its
+// bytes: a range of a quarter of the bytes is judged to hold a quarter of the
+// rows, so that its block is not the whole file's.
+std::uint64_t rowsInRange(const TableOptions& options, std::uint64_t rows) {
+    if (options.rangeBegin == 0 && options.rangeEnd == WholeFileEnd) return rows;
+    std::uint64_t total = 0;
+    std::uint64_t covered = 0;
+    for (const std::string& name : options.files) {
+        std::error_code error;
+        const std::uint64_t size = std::filesystem::file_size(name, error);
+        if (error) continue;
+        total += size;
+        covered += std::min(size, options.rangeEnd) - std::min(size, options.rangeBegin);
+    }
+    if (total == 0) return rows;
+    return static_cast<std::uint64_t>(static_cast<long double>(rows) * covered / total) + 1;
+}
+
 }  // namespace
 
 std::optional<char> delimiterFromName(const std::string& name) {
@@ -114,6 +132,24 @@ std::optional<std::uint64_t> judgedRows(const std::vector<std::string>& files) {
     return rows;
 }
 
+std::uint64_t linesBeforeRange(const std::string& file, std::uint64_t rangeBegin) {
+    if (rangeBegin == 0) return 0;
+    const SourcePtr source = openFileSource(file, SourceOpening{true, {}});
+    if (!source->isOpen()) return 0;
+    std::uint64_t bytes = rangeBegin - 1;
+    std::string buffer(std::size_t{1} << 20, '\0');
+    std::uint64_t feeds = 0;
+    while (bytes > 0) {
+        const std::int64_t got =
+            source->read(buffer.data(), static_cast<std::size_t>(std::min<std::uint64_t>(bytes, buffer.size())));
+        if (got == Source::Interrupted) continue;
+        if (got <= 0) break;
+        feeds += static_cast<std::uint64_t>(std::count(buffer.data(), buffer.data() + got, '\n'));
+        bytes -= static_cast<std::uint64_t>(got);
+    }
+    return feeds + 1;
+}
+
 std::uint32_t blockSizeFor(std::uint64_t rows) {
     const std::uint64_t largest = DefaultChunkSize;
     return static_cast<std::uint32_t>(std::clamp<std::uint64_t>(rows + rows / 4 + 16, 1, largest));
@@ -135,6 +171,9 @@ void fillParameter(Parameter& parameter, const TableOptions& options, const Reso
     parameter.EPSG = options.epsg;
     parameter.OpenSource = openTableSource;
     if (options.lineSizeLimit) parameter.LineSizeLimit = *options.lineSizeLimit;
+    parameter.RangeBegin = options.rangeBegin;
+    parameter.RangeEnd = options.rangeEnd;
+    if (judgedRows) judgedRows = rowsInRange(options, *judgedRows);
     parameter.ChunkSize = options.block ? *options.block : judgedRows ? blockSizeFor(*judgedRows) : DefaultChunkSize;
 }
 

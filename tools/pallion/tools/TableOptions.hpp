@@ -33,6 +33,12 @@ struct TableOptions {
     std::optional<bool> decimalComma;            // none: guessed from the first file
     bool lenient = false;                        // the plain reading of tokens: a number cut short is stored
     unsigned threads = 1;                        // conversions side by side on one large regular file; 0: the cores
+    // The bytes of each file to convert: the lines that start in
+    // [rangeBegin, rangeEnd), as Parameter::RangeBegin/RangeEnd read them.
+    // The options are still guessed from the first file's start; a header is
+    // skipped only by a range that begins at byte 0.
+    std::uint64_t rangeBegin = 0;
+    std::uint64_t rangeEnd = WholeFileEnd;
 };
 
 struct Resolved;  // Sniff.hpp: the options made concrete
@@ -60,14 +66,22 @@ bool isStream(const std::string& name);
 // read adds none.
 std::optional<std::uint64_t> judgedRows(const std::vector<std::string>& files);
 
+// The lines of `file` before the first line of a byte range that begins at
+// `rangeBegin`: 0 for byte 0; else the range begins after the first line end
+// at or after byte rangeBegin - 1, so they are the line feeds in bytes
+// [0, rangeBegin - 1) and the one that ends the line holding byte
+// rangeBegin - 1.  The file is read up to byte rangeBegin - 1.
+std::uint64_t linesBeforeRange(const std::string& file, std::uint64_t rangeBegin);
+
 // A block size for a table of `judgedRows` rows: a quarter more, so that one
 // block usually takes them all, never more than the library's default.
 std::uint32_t blockSizeFor(std::uint64_t judgedRows);
 
 // The Parameter for `options` as resolved (the dialect and the whole-token
 // check as resolved too), with the block size judged where
-// none is given (from `judgedRows` rows; the library's default block where
-// the rows cannot be judged).  No progress object is set.
+// none is given (from `judgedRows` rows, the share of them that a byte range
+// covers; the library's default block where the rows cannot be judged).  No
+// progress object is set.
 void fillParameter(Parameter& parameter, const TableOptions& options, const Resolved& resolved,
                    std::optional<std::uint64_t> judgedRows);
 
