@@ -18,6 +18,7 @@
 #include "Options.hpp"
 #include "Progress.hpp"
 #include "Summary.hpp"
+#include "pallion/Extensions.hpp"
 #include "pallion/Pallion.hpp"
 #include "pallion/tools/Driver.hpp"
 #include "pallion/tools/FailureContext.hpp"
@@ -72,7 +73,8 @@ private:
 // The field names of a parse string: what stands before the first ':' of each entry.
 std::vector<std::string> fieldNamesOf(const std::string& parse) {
     std::vector<std::string> names;
-    for (const std::string& entry : Pallion::Tools::cut(parse, ',')) names.push_back(entry.substr(0, entry.find(':')));
+    for (const Pallion::WrittenEntry& entry : Pallion::writtenEntries(parse))
+        names.push_back(entry.Items.empty() ? std::string() : entry.Items[0]);
     return names;
 }
 

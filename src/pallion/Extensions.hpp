@@ -29,6 +29,20 @@ struct ParsedEntries {
 };
 PALLION_API std::string parseEntries(const std::string& parse, ParsedEntries& parsed);
 
+// One entry of a parse string as it is written, before anything is judged:
+// its text, its items cut at ':' and, where it has three, the words of the
+// third (the columns) cut at '+'.  A column word may be a number or, for a
+// host that looks names up in a header, a name.
+struct WrittenEntry {
+    std::string Text;
+    std::vector<std::string> Items;
+    std::vector<std::string> Columns;
+};
+// The entries of a parse string cut as the conversion cuts it (at ',', then
+// ':', then '+'), in order; parseEntries judges each of them.  Nothing is
+// refused here.  (Pallion::convert)
+PALLION_API std::vector<WrittenEntry> writtenEntries(const std::string& parse);
+
 // The first fault of a parse string as a text, empty where it has none: the
 // same judgement as parseEntries, without the entries.  (Pallion::convert)
 PALLION_API std::string checkParseString(const std::string& parse);

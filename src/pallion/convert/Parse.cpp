@@ -72,12 +72,13 @@ bool isColumnNumber(const std::string& piece) {
 // The parser's walk.  `strict` has a column that is no column number reported
 // as a text; otherwise it is read as std::stoi reads it.
 std::string walkEntries(Parameter& parameter, bool strict) {
-    for (const std::string& entry : splitText(parameter.Parse, ',')) {
-        const std::vector<std::string> items = splitText(entry, ':');
+    for (const WrittenEntry& written : writtenEntries(parameter.Parse)) {
+        const std::string& entry = written.Text;
+        const std::vector<std::string>& items = written.Items;
         if (items.size() != 3) return std::string(messages::convert::ParseStringWrong) + parameter.Parse;
 
         std::vector<std::uint32_t> columns;
-        for (const std::string& piece : splitText(items[2], '+')) {
+        for (const std::string& piece : written.Columns) {
             if (strict && !isColumnNumber(piece))
                 return std::string(messages::convert::ColumnNotANumber) + piece +
                        std::string(messages::convert::ColumnNotANumberEntry) + entry +
@@ -103,6 +104,17 @@ std::string walkEntries(Parameter& parameter, bool strict) {
 }
 
 }  // namespace
+
+std::vector<WrittenEntry> writtenEntries(const std::string& parse) {
+    std::vector<WrittenEntry> entries;
+    for (std::string& entry : splitText(parse, ',')) {
+        WrittenEntry written{std::move(entry), {}, {}};
+        written.Items = splitText(written.Text, ':');
+        if (written.Items.size() == 3) written.Columns = splitText(written.Items[2], '+');
+        entries.push_back(std::move(written));
+    }
+    return entries;
+}
 
 std::string parseUserInputToContainer(Parameter& parameter) { return walkEntries(parameter, false); }
 

@@ -1,13 +1,12 @@
 // Lines of a text file as the host helpers look at them: read with a bound on
 // what is kept (a failing line, the first rows; never a line of gigabytes
-// held whole), cut into pieces, and shown to a person.
+// held whole) and shown to a person.
 #pragma once
 
 #include <cstddef>
 #include <ios>
 #include <istream>
 #include <string>
-#include <vector>
 
 namespace Pallion::Tools {
 
@@ -38,25 +37,6 @@ inline bool skipLine(std::istream& in) {
     if (c == std::char_traits<char>::eof()) return false;
     while (c != '\n' && c != std::char_traits<char>::eof()) c = buffer->sbumpc();
     return true;
-}
-
-// The pieces of `text` between `delimiter`s, at most `wanted` of them (the
-// last holds the rest of the text up to its next delimiter); a delimiter at the
-// very end adds no empty piece.
-inline std::vector<std::string> cut(const std::string& text, char delimiter,
-                                    std::size_t wanted = static_cast<std::size_t>(-1)) {
-    std::vector<std::string> pieces;
-    std::size_t start = 0;
-    while (start < text.size() && pieces.size() < wanted) {
-        const std::size_t end = text.find(delimiter, start);
-        if (end == std::string::npos) {
-            pieces.push_back(text.substr(start));
-            break;
-        }
-        pieces.push_back(text.substr(start, end - start));
-        start = end + 1;
-    }
-    return pieces;
 }
 
 // A byte for a terminal: a CR, a tab and a NUL as \r, \t and \0, any

@@ -285,11 +285,12 @@ std::vector<std::string> uniqueNames(std::vector<std::string> names) {
 
 std::string fieldNamedTwice(const std::string& parse) {
     std::map<std::string, std::string> entryOf;
-    for (const std::string& entry : cut(parse, ',')) {
-        const auto items = cut(entry, ':');
-        if (items.empty()) continue;
-        const auto [known, made] = entryOf.try_emplace(items[0], entry);
-        if (!made) return messages::fill(messages::FieldTwice, items[0].c_str(), known->second.c_str(), entry.c_str());
+    for (const WrittenEntry& entry : writtenEntries(parse)) {
+        if (entry.Items.empty()) continue;
+        const auto [known, made] = entryOf.try_emplace(entry.Items[0], entry.Text);
+        if (!made)
+            return messages::fill(messages::FieldTwice, entry.Items[0].c_str(), known->second.c_str(),
+                                  entry.Text.c_str());
     }
     return {};
 }
@@ -355,11 +356,11 @@ std::string parseForPts(std::size_t columns) {
 std::string parseWithNumbers(const std::string& parse, const std::vector<std::string>& names, std::string& failure) {
     namespace m = messages;
     std::string out;
-    for (const std::string& entry : cut(parse, ',')) {
-        std::vector<std::string> items = cut(entry, ':');
+    for (const WrittenEntry& entry : writtenEntries(parse)) {
+        std::vector<std::string> items = entry.Items;
         if (items.size() == 3) {
             std::string columns;
-            for (const std::string& piece : cut(items[2], '+')) {
+            for (const std::string& piece : entry.Columns) {
                 // Numbers stay as written: the library's own check of the parse string judges them.
                 std::string number = piece;
                 const bool numeric = !piece.empty() && piece.find_first_not_of("+-0123456789") == std::string::npos;
@@ -367,7 +368,7 @@ std::string parseWithNumbers(const std::string& parse, const std::vector<std::st
                     if (const auto column = columnNamed(names, piece)) {
                         number = std::to_string(*column);
                     } else {
-                        failure = m::fill(m::NameNotInHeader, piece.c_str(), entry.c_str(), joined(names).c_str());
+                        failure = m::fill(m::NameNotInHeader, piece.c_str(), entry.Text.c_str(), joined(names).c_str());
                         return parse;
                     }
                 }
@@ -463,11 +464,8 @@ Resolved resolveOptions(const TableOptions& options) {
     // Whether the parse string names columns by their header names.
     bool namesColumns = false;
     if (!autoParse)
-        for (const std::string& entry : cut(options.parse, ',')) {
-            const auto items = cut(entry, ':');
-            if (items.size() == 3)
-                for (const std::string& piece : cut(items[2], '+')) namesColumns |= !allDigits(piece);
-        }
+        for (const WrittenEntry& entry : writtenEntries(options.parse))
+            for (const std::string& piece : entry.Columns) namesColumns |= !allDigits(piece);
 
     std::vector<std::string> lines;
     if (!first.empty() && isRegularFile(first)) {
@@ -614,16 +612,13 @@ Resolved resolveOptions(const TableOptions& options) {
     } else {
         if (namesColumns && resolved.headerNames.empty())
             // A name with no header to look it up in: say so rather than list no names.
-            for (const std::string& entry : cut(options.parse, ',')) {
-                const auto items = cut(entry, ':');
-                if (items.size() != 3) continue;
-                for (const std::string& piece : cut(items[2], '+'))
+            for (const WrittenEntry& entry : writtenEntries(options.parse))
+                for (const std::string& piece : entry.Columns)
                     if (!piece.empty() && piece.find_first_not_of("+-0123456789") != std::string::npos) {
                         resolved.failure = m::fill(resolved.readAhead ? m::NameWithoutHeader : m::NameNotReadAhead,
-                                                   piece.c_str(), entry.c_str(), shownName.c_str());
+                                                   piece.c_str(), entry.Text.c_str(), shownName.c_str());
                         return resolved;
                     }
-            }
         resolved.parse = parseWithNumbers(options.parse, resolved.headerNames, resolved.failure);
         if (resolved.failure.empty()) resolved.failure = checkParseString(resolved.parse);
         if (resolved.failure.empty()) resolved.failure = fieldNamedTwice(resolved.parse);
