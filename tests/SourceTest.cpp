@@ -107,6 +107,20 @@ TEST(CompressedSource, EachFormatReadsAsThePlainFileAndFailsOnABrokenStream) {
             std::ifstream in(packed, std::ios::binary);
             bytes.assign(std::istreambuf_iterator<char>(in), {});
         }
+        // Counted as the text is taken: short of the file's size until the text ends, then all of it.
+        const Pallion::Tools::CompressedBytesRead counted = std::make_shared<std::atomic<std::uint64_t>>(0);
+        const Pallion::SourcePtr source = Pallion::Tools::countingTableSources(counted)(packed, {});
+        std::string buffer(std::size_t{1} << 20, '\0');
+        std::vector<std::uint64_t> seen;
+        std::uint64_t textBytes = 0;
+        for (std::int64_t n; (n = source->read(buffer.data(), buffer.size())) > 0; seen.push_back(*counted))
+            textBytes += static_cast<std::uint64_t>(n);
+        EXPECT_EQ(textBytes, numberedTable(300000).size());
+        ASSERT_GT(seen.size(), 2u);
+        EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
+        EXPECT_GT(seen.front(), 0u);
+        EXPECT_LT(seen.front(), bytes.size());
+        EXPECT_EQ(counted->load(), bytes.size());
         const std::string cut =
             dir.write(std::string("cut.") + format.extension, bytes.substr(0, bytes.size() * 2 / 3));
         const Converted failed = convert(cut);

@@ -20,6 +20,7 @@
 #include "Summary.hpp"
 #include "pallion/Extensions.hpp"
 #include "pallion/Pallion.hpp"
+#include "pallion/tools/CompressedSource.hpp"
 #include "pallion/tools/Driver.hpp"
 #include "pallion/tools/FailureContext.hpp"
 #include "pallion/tools/GridValues.hpp"
@@ -47,6 +48,14 @@ std::uint64_t bytesOf(const std::vector<std::string>& files) {
         if (!error) bytes += size;
     }
     return bytes;
+}
+
+// Whether every file is a regular file whose name announces a compression.
+bool allCompressed(const std::vector<std::string>& files) {
+    return std::all_of(files.begin(), files.end(), [](const std::string& file) {
+        return Pallion::Tools::isRegularFile(file) &&
+               Pallion::Tools::compressionOf(file) != Pallion::Tools::Compression::None;
+    });
 }
 
 // The console's one message, a trajectory name that does not fit its layout,
@@ -191,7 +200,14 @@ int run(int argc, char** argv) {
                     }
                     // The bar judges the rows also where a block size is given.
                     const auto rows = run.judgedRows ? run.judgedRows : Pallion::Tools::judgedRows(options.table.files);
-                    filled.Progress = bar = new host::BarProgress(&filled, rows.value_or(0), bytes, terminal);
+                    // Compressed files are followed by their compressed bytes read against their sizes.
+                    Pallion::Tools::CompressedBytesRead compressed;
+                    if (allCompressed(options.table.files)) {
+                        compressed = std::make_shared<std::atomic<std::uint64_t>>(0);
+                        filled.OpenSource = Pallion::Tools::countingTableSources(compressed);
+                    }
+                    filled.Progress = bar =
+                        new host::BarProgress(&filled, rows.value_or(0), bytes, terminal, std::move(compressed));
                     return true;
                 };
                 const Pallion::Tools::TableRun run =

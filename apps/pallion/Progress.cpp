@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
+#include <utility>
 
 #include <unistd.h>
 
@@ -41,8 +42,9 @@ extern "C" void onSignal(int signal) {
 }
 }  // namespace
 
-BarProgress::BarProgress(const Pallion::Parameter* parameter, std::uint64_t rows, std::uint64_t bytes, bool terminal)
-    : parameter_(parameter), rows_(rows), bytes_(bytes), terminal_(terminal) {}
+BarProgress::BarProgress(const Pallion::Parameter* parameter, std::uint64_t rows, std::uint64_t bytes, bool terminal,
+                         Pallion::Tools::CompressedBytesRead compressed)
+    : parameter_(parameter), rows_(rows), bytes_(bytes), compressed_(std::move(compressed)), terminal_(terminal) {}
 
 BarProgress::~BarProgress() {
     if (drawn_) std::fputc('\n', stderr);
@@ -62,6 +64,11 @@ void BarProgress::installInterruptHandler() {
 bool BarProgress::interrupted() { return Pallion::Tools::stopSignal() != 0; }
 
 bool BarProgress::report(const std::string&, std::uint32_t value, std::uint32_t total) {
+    if (compressed_ && bytes_ > 0) {
+        const auto read = static_cast<double>(compressed_->load(std::memory_order_relaxed));
+        draw(std::min(read / static_cast<double>(bytes_), 0.99), parameter_ != nullptr ? parameter_->LineCount : value);
+        return !interrupted();
+    }
     if (rows_ == 0) {
         drawCount(parameter_ != nullptr ? parameter_->LineCount : value);
         return !interrupted();
@@ -75,7 +82,9 @@ bool BarProgress::report(const std::string&, std::uint32_t value, std::uint32_t 
 }
 
 void BarProgress::finish() {
-    if (rows_ == 0)
+    if (compressed_ && bytes_ > 0)
+        draw(1.0, parameter_ != nullptr ? parameter_->LineCount : 0);
+    else if (rows_ == 0)
         drawCount(parameter_ != nullptr ? parameter_->LineCount : 0, true);
     else
         draw(1.0, parameter_ != nullptr ? parameter_->LineCount : rows_);

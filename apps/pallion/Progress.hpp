@@ -8,6 +8,7 @@
 #include <string>
 
 #include "pallion/Pallion.hpp"
+#include "pallion/tools/CompressedSource.hpp"
 
 namespace host {
 
@@ -17,8 +18,11 @@ public:
     // when it cannot be judged (a pipe), and then the bar shows the rows and
     // megabytes read without a share.  With a
     // Parameter, the rows read so far are its LineCount, which runs across
-    // files; without one (trajectories), the values of the reports.
-    BarProgress(const Pallion::Parameter* parameter, std::uint64_t rows, std::uint64_t bytes, bool terminal);
+    // files; without one (trajectories), the values of the reports.  With
+    // `compressed` (compressed files), the share is the compressed bytes read
+    // of `bytes`, the files' sizes, whatever the rows.
+    BarProgress(const Pallion::Parameter* parameter, std::uint64_t rows, std::uint64_t bytes, bool terminal,
+                Pallion::Tools::CompressedBytesRead compressed = nullptr);
     ~BarProgress() override;
 
     bool report(const std::string& message, std::uint32_t value, std::uint32_t total) override;
@@ -35,6 +39,7 @@ private:
 
     const Pallion::Parameter* parameter_;
     std::uint64_t rows_, bytes_;
+    Pallion::Tools::CompressedBytesRead compressed_;
     bool terminal_;
     bool drawn_ = false;
     int lastPermille_ = -1;

@@ -16,6 +16,7 @@
 #include <archive.h>
 #include <archive_entry.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #if defined(PALLION_TOOLS_ZSTD)
@@ -207,7 +208,8 @@ private:
 // a failure, or when the Source goes (it is then told to stop and joined).
 class CompressedSource final : public Source {
 public:
-    CompressedSource(const std::string& name, Compression kind) : name_(name) {
+    CompressedSource(const std::string& name, Compression kind, CompressedBytesRead counter)
+        : name_(name), counter_(std::move(counter)) {
         descriptor_ = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
         if (descriptor_ < 0) return;
         for (auto& block : blocks_) free_.push_back(&block);
@@ -271,8 +273,12 @@ public:
             current_ = nullptr;
             changed_.notify_all();
             changed_.wait(lock, [this] { return !filled_.empty() || finished_; });
-            if (filled_.empty()) return failure_.empty() ? 0 : Failed;
-            current_ = filled_.front();
+            if (filled_.empty()) {
+                handOn(endedAt_);
+                return failure_.empty() ? 0 : Failed;
+            }
+            current_ = filled_.front().block;
+            handOn(filled_.front().compressedAt);
             filled_.pop_front();
             taken_ = 0;
         }
@@ -288,6 +294,32 @@ public:
     }
 
 private:
+    // A block in the reader's queue, with the bytes of the compressed file
+    // read once it was filled.
+    struct Filled {
+        std::vector<char>* block;
+        std::uint64_t compressedAt;
+    };
+
+    // The compressed file's bytes read by now: libarchive's count of what it
+    // read (it may seek in a zip archive), else the descriptor's offset, which
+    // our own decoders move only by reading front to back.  At the end, the
+    // whole file, so that a count against its size ends full.
+    std::uint64_t compressedRead(bool ended) const {
+        struct stat status {};
+        if (ended && ::fstat(descriptor_, &status) == 0) return static_cast<std::uint64_t>(status.st_size);
+        const std::int64_t at = archive_ != nullptr ? archive_filter_bytes(archive_, -1)
+                                                    : static_cast<std::int64_t>(::lseek(descriptor_, 0, SEEK_CUR));
+        return at < 0 ? 0 : static_cast<std::uint64_t>(at);
+    }
+
+    // The reader's side: the compressed bytes up to `at` are handed on.
+    void handOn(std::uint64_t at) {
+        if (!counter_ || at <= counted_) return;
+        counter_->fetch_add(at - counted_, std::memory_order_relaxed);
+        counted_ = at;
+    }
+
     std::string whyFailed() const {
         const char* why = archive_error_string(archive_);
         return why != nullptr ? std::string(why) : std::string(messages::CompressedUnknown);
@@ -334,9 +366,11 @@ private:
             if (end && zip_ && failure.empty() && archive_read_next_header(archive_, &entry) != ARCHIVE_EOF)
                 failure = std::string(messages::CompressedMoreMembers);
             block->resize(got);
+            const std::uint64_t at = compressedRead(end && failure.empty());
             const std::lock_guard<std::mutex> lock(mutex_);
-            if (got > 0) filled_.push_back(block);
+            if (got > 0) filled_.push_back(Filled{block, at});
             if (end || !failure.empty()) {
+                endedAt_ = at;
                 failure_ = failure;
                 finished_ = true;
                 changed_.notify_all();
@@ -347,6 +381,7 @@ private:
     }
 
     std::string name_;
+    CompressedBytesRead counter_;  // none: nothing is counted
     int descriptor_ = -1;
     archive* archive_ = nullptr;
     bool zip_ = false;
@@ -359,15 +394,17 @@ private:
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::array<std::vector<char>, BlocksInFlight> blocks_;
-    std::deque<std::vector<char>*> free_;    // blocks the thread may fill
-    std::deque<std::vector<char>*> filled_;  // blocks the reader is to take, in order
-    bool finished_ = false;                  // the thread has put its last block
-    bool stop_ = false;                      // the reader has gone
+    std::deque<std::vector<char>*> free_;  // blocks the thread may fill
+    std::deque<Filled> filled_;            // blocks the reader is to take, in order
+    bool finished_ = false;                // the thread has put its last block
+    std::uint64_t endedAt_ = 0;            // the compressed bytes read when it did
+    bool stop_ = false;                    // the reader has gone
     std::string failure_;
 
     // The reader's side only.
     std::vector<char>* current_ = nullptr;
     std::size_t taken_ = 0;
+    std::uint64_t counted_ = 0;  // the compressed bytes added to counter_
 };
 
 }  // namespace
@@ -387,7 +424,15 @@ Compression compressionOf(const std::string& name) {
 SourcePtr openTableSource(const std::string& name, const SourceOpening& how) {
     const Compression kind = compressionOf(name);
     if (kind == Compression::None) return openFileSource(name, how);
-    return {new CompressedSource(name, kind)};
+    return {new CompressedSource(name, kind, nullptr)};
+}
+
+SourceFactory countingTableSources(const CompressedBytesRead& counter) {
+    return [counter](const std::string& name, const SourceOpening& how) -> SourcePtr {
+        const Compression kind = compressionOf(name);
+        if (kind == Compression::None) return openFileSource(name, how);
+        return {new CompressedSource(name, kind, counter)};
+    };
 }
 
 SourceBuffer::SourceBuffer(const std::string& name) : source_(openTableSource(name, SourceOpening{})) {}

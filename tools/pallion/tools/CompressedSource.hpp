@@ -15,8 +15,10 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <istream>
+#include <memory>
 #include <streambuf>
 #include <string>
 
@@ -33,6 +35,15 @@ Compression compressionOf(const std::string& name);
 // compression, else the library's plain Source.  The factory that
 // fillParameter hands to the library.
 SourcePtr openTableSource(const std::string& name, const SourceOpening& how);
+
+// The compressed bytes that the Sources of one conversion have handed on so
+// far, counted as the reader takes each decompressed block: a progress that
+// counts them against the files' sizes ends with the files' last byte.
+// Shared between the factory, its Sources and the progress.
+using CompressedBytesRead = std::shared_ptr<std::atomic<std::uint64_t>>;
+
+// openTableSource, with the bytes each compressed file has handed on added to `counter`.
+SourceFactory countingTableSources(const CompressedBytesRead& counter);
 
 // The stream buffer of a SourceStream: it fills itself from the Source.
 class SourceBuffer : public std::streambuf {
