@@ -59,7 +59,7 @@ inline Ravelin::StringListPtr fileList(std::initializer_list<std::string> names)
 // A Parameter that reads `files` with `parse`, `block` rows to a fragment.
 inline Pallion::Parameter tableParameter(std::initializer_list<std::string> files,
                                          const std::string& parse = "Positions:point:0+1+2",
-                                         std::uint32_t block = Pallion::Parameter().ChunkSize) {
+                                         std::uint32_t block = Pallion::DefaultChunkSize) {
     Pallion::Parameter p;
     p.Files = fileList(files);
     p.Parse = parse;

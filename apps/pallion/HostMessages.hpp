@@ -42,7 +42,7 @@ inline constexpr std::string_view LenientHelp =
     "as its number and an integer out of its type's range wraps; the check of the first 1000 rows then warns of "
     "such tokens.  Without it, such a token stops the conversion with its file, line and column";
 inline constexpr std::string_view BlockHelp =
-    "rows per block (fragment); default: picked from the files' sizes, at most 10000000";
+    "rows per block, stored as one fragment of every field; default: picked from the files' sizes, at most 10000000";
 inline constexpr std::string_view EpsgHelp =
     "EPSG code of the coordinates, stored as the attribute EPSG; default: none, no attribute stored";
 inline constexpr std::string_view ParseHelp =

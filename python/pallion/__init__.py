@@ -45,7 +45,8 @@ def read_table(files: Any, parse: str = AUTO, delimiter: str = AUTO, header: Uni
                parse, delimiter and header may be "auto": guessed from the first lines of
                the first file (parse="auto" builds the fields from the names); Grid.guessed
                tells what
-    block      rows per fragment; None judges it from the files' sizes
+    block      rows per block, stored as one fragment of every field; None judges it
+               from the files' sizes
     epsg       the data's EPSG code, kept as the grid's "EPSG" attribute
     progress   None, or a callable progress(rows_read, rows_judged) called now and then
     strict     every token must be a number in full that fits its type (False: the plain

@@ -443,10 +443,7 @@ SourceBuffer::int_type SourceBuffer::underflow() {
     std::int64_t got;
     do got = source_->read(bytes_.data(), bytes_.size());
     while (got == Source::Interrupted);
-    if (got <= 0) {
-        failed_ = got == Source::Failed;
-        return traits_type::eof();
-    }
+    if (got <= 0) return traits_type::eof();  // a failed reading ends the text here
     setg(bytes_.data(), bytes_.data(), bytes_.data() + got);
     return traits_type::to_int_type(*gptr());
 }

@@ -50,7 +50,6 @@ class SourceBuffer : public std::streambuf {
 public:
     explicit SourceBuffer(const std::string& name);
     bool isOpen() const { return !source_.isNull() && source_->isOpen(); }
-    bool failed() const { return failed_; }
 
 protected:
     int_type underflow() override;
@@ -58,7 +57,6 @@ protected:
 private:
     SourcePtr source_;
     std::array<char, std::size_t{64} * 1024> bytes_{};
-    bool failed_ = false;
 };
 
 // A stream over the text of a file, as openTableSource gives it, for the
@@ -66,8 +64,6 @@ private:
 class SourceStream : private SourceBuffer, public std::istream {
 public:
     explicit SourceStream(const std::string& name);
-    // Whether the text ended with a failure of the Source (a corrupt stream).
-    bool failedReading() const { return failed(); }
 };
 
 }  // namespace Pallion::Tools

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
-#include <system_error>
 
 #include "pallion/array/MemArray.hpp"
 #include "pallion/memory/Chunk.hpp"
@@ -36,12 +35,5 @@ void storeAsFragment(Tessel::Field& field, const Tessel::FragmentPtr& fragment,
 // The distance between two progress reports over `total` items: about a
 // hundred reports, or one per item for fewer than a hundred.
 inline std::uint64_t progressStep(std::uint64_t total) { return total > 99 ? total / 100 : 1; }
-
-// A directory opens like a file on this platform but has no content: readers
-// refuse it as a file that cannot be opened.
-inline bool isDirectory(const std::string& name) {
-    std::error_code ignored;
-    return std::filesystem::is_directory(name, ignored);
-}
 
 }  // namespace Pallion
