@@ -7,8 +7,8 @@ file, or a group of small files.
     fields = pallion.dask.read_tables("scan.xyz", parse="Positions:point:0+1+2", blocksize="256MB")
     positions, = dask.compute(fields["Positions"])     # with a distributed Client, on its workers
 
-Compute the fields you need in one dask.compute call: each file is then
-converted once, however many fields it gives.  The partitions' lengths are
+Compute the fields you need in one dask.compute call: each partition is
+then converted once, however many fields it gives.  The partitions' lengths are
 known only once converted (dask's unknown chunk sizes); compute_chunk_sizes()
 finds them.
 """
@@ -30,7 +30,8 @@ from ._paths import expand_path
 Partition = Tuple[List[bytes], Optional[Tuple[int, int]]]
 
 
-def _convert(files: List[bytes], options: Dict[str, Any], byte_range: Optional[Tuple[int, int]] = None) -> Dict[str, Any]:
+def _convert(files: List[bytes], options: Dict[str, Any],
+             byte_range: Optional[Tuple[int, int]] = None) -> Dict[str, Any]:
     # On a worker: the fields as plain arrays, which travel back pickled.
     grid = read_table(files, byte_range=byte_range, **options)
     return {name: field.to_numpy() for name, field in grid.fields.items()}
