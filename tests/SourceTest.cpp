@@ -111,10 +111,16 @@ TEST(CompressedSource, EachFormatReadsAsThePlainFileAndFailsOnABrokenStream) {
         const Pallion::Tools::CompressedBytesRead counted = std::make_shared<std::atomic<std::uint64_t>>(0);
         const Pallion::SourcePtr source = Pallion::Tools::countingTableSources(counted)(packed, {});
         std::string buffer(std::size_t{1} << 20, '\0');
+        // It pauses before each block, so that the reader's host hears of it.
         std::vector<std::uint64_t> seen;
         std::uint64_t textBytes = 0;
-        for (std::int64_t n; (n = source->read(buffer.data(), buffer.size())) > 0; seen.push_back(*counted))
-            textBytes += static_cast<std::uint64_t>(n);
+        for (std::int64_t n; (n = source->read(buffer.data(), buffer.size())) != 0;) {
+            ASSERT_NE(n, Pallion::Source::Failed);
+            if (n == Pallion::Source::Interrupted)
+                seen.push_back(*counted);
+            else
+                textBytes += static_cast<std::uint64_t>(n);
+        }
         EXPECT_EQ(textBytes, numberedTable(300000).size());
         ASSERT_GT(seen.size(), 2u);
         EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));

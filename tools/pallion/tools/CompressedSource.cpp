@@ -281,6 +281,9 @@ public:
             handOn(filled_.front().compressedAt);
             filled_.pop_front();
             taken_ = 0;
+            // A counted Source pauses before each block's text: the reader asks
+            // its host whether it is still wanted, and the host draws its progress.
+            if (counter_) return Interrupted;
         }
         const std::size_t n = std::min(count, current_->size() - taken_);
         std::memcpy(into, current_->data() + taken_, n);

@@ -42,7 +42,12 @@ SourcePtr openTableSource(const std::string& name, const SourceOpening& how);
 // Shared between the factory, its Sources and the progress.
 using CompressedBytesRead = std::shared_ptr<std::atomic<std::uint64_t>>;
 
-// openTableSource, with the bytes each compressed file has handed on added to `counter`.
+// openTableSource, with the bytes each compressed file has handed on added
+// to `counter`.  Such a Source also answers Source::Interrupted once before
+// each decompressed block (about a MiB of text): the library's reader then
+// asks whether it is still wanted, a progress report, so that the host draws
+// its bar and can stop the reading (Ctrl-C), where the conversion, which
+// knows no line count for such a file, would report only at its first line.
 SourceFactory countingTableSources(const CompressedBytesRead& counter);
 
 // The stream buffer of a SourceStream: it fills itself from the Source.
