@@ -127,6 +127,21 @@ TEST(CompressedSource, EachFormatReadsAsThePlainFileAndFailsOnABrokenStream) {
         EXPECT_GT(seen.front(), 0u);
         EXPECT_LT(seen.front(), bytes.size());
         EXPECT_EQ(counted->load(), bytes.size());
+        // The pauses are the conversion's progress reports: a progress that says
+        // stop at its third report stops it part-way, as Ctrl-C does.
+        struct StopAtThird : Ravelin::LoaderProgress {
+            int reports = 0;
+            bool report(const std::string&, std::uint32_t, std::uint32_t) override { return ++reports < 3; }
+        };
+        Pallion::Parameter stopped = tableParameter({packed}, "I:double:0", 1000);
+        stopped.HeaderLines = 1;
+        stopped.OpenSource = Pallion::Tools::countingTableSources(counted);
+        stopped.Progress = Ravelin::ProgressPtr(new StopAtThird);
+        Tessel::Grid partial;
+        EXPECT_EQ(Pallion::ascii2z9(partial, stopped), "Ascii2Z9::run: user interruption");
+        EXPECT_EQ(stopped.Failure.Kind, Pallion::FailureKind::Interrupted);
+        EXPECT_GT(stopped.LineCount, 0u);
+        EXPECT_LT(stopped.LineCount, 300000u);
         const std::string cut =
             dir.write(std::string("cut.") + format.extension, bytes.substr(0, bytes.size() * 2 / 3));
         const Converted failed = convert(cut);
