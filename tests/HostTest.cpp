@@ -96,6 +96,17 @@ TEST(HostOptions, BlockSizeFollowsTheFilesAndStaysWithinTheLibrarysDefault) {
     const auto fifo = (dir.path() / "fifo").string();
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     EXPECT_FALSE(Pallion::Tools::judgedRows({small, fifo}));
+    // A byte range's block is judged from its share of the bytes, not from the whole file's rows.
+    Pallion::Tools::TableOptions options;
+    options.files = {dir.write("even.txt", rows.substr(1'000'001))};
+    options.rangeBegin = 150'000;
+    options.rangeEnd = 300'000;
+    Pallion::Parameter p;
+    Pallion::Tools::fillParameter(p, options, Pallion::Tools::namedOptions(options),
+                                  Pallion::Tools::judgedRows(options.files));
+    EXPECT_TRUE(p.ChunkSize > 25'000u && p.ChunkSize < 40'000u) << p.ChunkSize;
+    EXPECT_EQ(p.RangeBegin, 150'000u);
+    EXPECT_EQ(p.RangeEnd, 300'000u);
 }
 
 // What the first lines of a table make of the options left to guess, and what a named option keeps.
