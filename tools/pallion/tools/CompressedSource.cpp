@@ -424,18 +424,18 @@ Compression compressionOf(const std::string& name) {
     return Compression::None;
 }
 
-SourcePtr openTableSource(const std::string& name, const SourceOpening& how) {
+namespace {
+SourcePtr openCounted(const std::string& name, const SourceOpening& how, const CompressedBytesRead& counter) {
     const Compression kind = compressionOf(name);
     if (kind == Compression::None) return openFileSource(name, how);
-    return {new CompressedSource(name, kind, nullptr)};
+    return {new CompressedSource(name, kind, counter)};
 }
+}  // namespace
+
+SourcePtr openTableSource(const std::string& name, const SourceOpening& how) { return openCounted(name, how, {}); }
 
 SourceFactory countingTableSources(const CompressedBytesRead& counter) {
-    return [counter](const std::string& name, const SourceOpening& how) -> SourcePtr {
-        const Compression kind = compressionOf(name);
-        if (kind == Compression::None) return openFileSource(name, how);
-        return {new CompressedSource(name, kind, counter)};
-    };
+    return [counter](const std::string& name, const SourceOpening& how) { return openCounted(name, how, counter); };
 }
 
 SourceBuffer::SourceBuffer(const std::string& name) : source_(openTableSource(name, SourceOpening{})) {}
