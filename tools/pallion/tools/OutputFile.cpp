@@ -143,7 +143,7 @@ bool OutputFile::open(bool stream) {
         name.append(kept).append(1, '.').append(std::to_string(::getpid()));
         name.append(1, '.').append(std::to_string(serial++)).append(".tmp");
         temporary_ = (folder / name).string();
-        fd = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        fd = ::open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (fd < 0 && errno != EEXIST) break;
     }
     if (fd < 0) {
@@ -173,6 +173,40 @@ bool OutputFile::open(bool stream) {
 void OutputFile::write(const char* data, std::size_t size) {
     if (stream_ == nullptr || !good() || size == 0) return;
     if (std::fwrite(data, 1, size, stream_) != size) failWith(errno);
+}
+
+bool OutputFile::readAt(std::uint64_t offset, char* data, std::size_t size) {
+    if (stream_ == nullptr || !good()) return false;
+    if (std::fflush(stream_) != 0) {
+        failWith(errno);
+        return false;
+    }
+    for (std::size_t done = 0; done < size;) {
+        const ssize_t n = ::pread(::fileno(stream_), data + done, size - done, static_cast<off_t>(offset + done));
+        if (n <= 0) {
+            failWith(n == 0 ? EIO : errno);
+            return false;
+        }
+        done += static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+void OutputFile::writeAt(std::uint64_t offset, const char* data, std::size_t size) {
+    if (stream_ == nullptr || !good()) return;
+    if (std::fflush(stream_) != 0) return failWith(errno);
+    for (std::size_t done = 0; done < size;) {
+        const ssize_t n = ::pwrite(::fileno(stream_), data + done, size - done, static_cast<off_t>(offset + done));
+        if (n <= 0) return failWith(n == 0 ? EIO : errno);
+        done += static_cast<std::size_t>(n);
+    }
+}
+
+void OutputFile::truncate(std::uint64_t size) {
+    if (stream_ == nullptr || !good()) return;
+    if (std::fflush(stream_) != 0 || ::ftruncate(::fileno(stream_), static_cast<off_t>(size)) != 0 ||
+        std::fseek(stream_, 0, SEEK_END) != 0)
+        failWith(errno);
 }
 
 std::string OutputFile::commit() {
