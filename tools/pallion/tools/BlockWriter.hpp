@@ -57,12 +57,12 @@ using BlockWriterPtr = Ravelin::StrongPtr<BlockWriter, BlockWriter>;
 // The writer for `file` by its extension (outputFormatOf), or null for an
 // unknown extension or HDF5 in a build without it (writeGrid tells why).
 // Nothing is made on disk before the first block or finish().
-BlockWriterPtr openBlockWriter(const std::string& file, const LasOptions& las = {});
+BlockWriterPtr openBlockWriter(const std::string& file, const LasOptions& las = {}, const Tessel::Grid* grid = nullptr);
 
 // The same for one format (the HDF5 one is made in Hdf5Writer.cpp, the LAS one in LasWriter.cpp).
 BlockWriterPtr openPlyWriter(const std::string& file);
 BlockWriterPtr openHdf5Writer(const std::string& file);
-BlockWriterPtr openLasWriter(const std::string& file, const LasOptions& options);
+BlockWriterPtr openLasWriter(const std::string& file, const LasOptions& options, const Tessel::Grid* grid = nullptr);
 
 // One field of a grid as a writer takes it: its arrays, one after the other.
 struct GridColumn {

@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <vector>
+#include <algorithm>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -202,10 +204,20 @@ void OutputFile::writeAt(std::uint64_t offset, const char* data, std::size_t siz
     }
 }
 
-void OutputFile::truncate(std::uint64_t size) {
-    if (stream_ == nullptr || !good()) return;
-    if (std::fflush(stream_) != 0 || ::ftruncate(::fileno(stream_), static_cast<off_t>(size)) != 0 ||
-        std::fseek(stream_, 0, SEEK_END) != 0)
+void OutputFile::move(std::uint64_t begin, std::uint64_t bytes, std::int64_t by) {
+    // From the end when they move on, from the start when they move back, so
+    // that nothing is overwritten before it is read.
+    std::vector<char> piece(static_cast<std::size_t>(std::min<std::uint64_t>(bytes, 1u << 20)));
+    for (std::uint64_t done = 0; done < bytes && good();) {
+        const auto n = static_cast<std::size_t>(std::min<std::uint64_t>(piece.size(), bytes - done));
+        const std::uint64_t from = by > 0 ? begin + bytes - done - n : begin + done;
+        if (!readAt(from, piece.data(), n)) return;
+        writeAt(static_cast<std::uint64_t>(static_cast<std::int64_t>(from) + by), piece.data(), n);
+        done += n;
+    }
+    const auto end = static_cast<off_t>(static_cast<std::int64_t>(begin + bytes) + by);
+    if (stream_ != nullptr && good() &&
+        (std::fflush(stream_) != 0 || ::ftruncate(::fileno(stream_), end) != 0 || std::fseek(stream_, 0, SEEK_END) != 0))
         failWith(errno);
 }
 

@@ -57,8 +57,9 @@ public:
     // records rewritten.  Bytes past the end make the file longer.
     bool readAt(std::uint64_t offset, char* data, std::size_t size);
     void writeAt(std::uint64_t offset, const char* data, std::size_t size);
-    // Cuts the file to `size` bytes; the stream goes on at the new end.
-    void truncate(std::uint64_t size);
+    // Moves the `bytes` bytes at `begin` by `by` bytes (a header that grew or
+    // shrank before them), a megabyte at a time; the file ends after them.
+    void move(std::uint64_t begin, std::uint64_t bytes, std::int64_t by);
     // Records a failure of a writer that writes the temporary file itself
     // (`what` follows the file's name); the first failure is kept.
     void fail(const std::string& what);

@@ -153,7 +153,12 @@ public:
         }
         if (!failure_.empty()) return {failure_, {}};
         const std::string header = headerFor(vertices_);
-        if (header.size() != headerBytes_) move(static_cast<std::int64_t>(header.size()) - headerBytes_);
+        if (header.size() != headerBytes_) {
+            std::uint64_t rowBytes = 0;
+            for (const PlyColumn& column : columns_) rowBytes += column.elementBytes;
+            out_.move(headerBytes_, rowBytes * vertices_,
+                      static_cast<std::int64_t>(header.size()) - static_cast<std::int64_t>(headerBytes_));
+        }
         out_.writeAt(0, header.data(), header.size());
         return {out_.commit(), {}};
     }
@@ -196,24 +201,6 @@ private:
     void flush() {
         out_.write(buffer_.data(), buffer_.size());
         buffer_.clear();
-    }
-
-    // Moves the vertices by `by` bytes, a megabyte at a time, from the end
-    // when they move on and from the start when they move back.
-    void move(std::int64_t by) {
-        const std::uint64_t begin = headerBytes_;
-        std::uint64_t bytes = 0;
-        for (const PlyColumn& column : columns_) bytes += column.elementBytes;
-        bytes *= vertices_;
-        std::vector<char> piece(std::min<std::uint64_t>(bytes, 1u << 20));
-        for (std::uint64_t done = 0; done < bytes && out_.good();) {
-            const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(piece.size(), bytes - done));
-            const std::uint64_t from = by > 0 ? begin + bytes - done - n : begin + done;
-            if (!out_.readAt(from, piece.data(), n)) return;
-            out_.writeAt(static_cast<std::uint64_t>(static_cast<std::int64_t>(from) + by), piece.data(), n);
-            done += n;
-        }
-        if (by < 0) out_.truncate(static_cast<std::uint64_t>(static_cast<std::int64_t>(begin + bytes) + by));
     }
 
     std::string file_;
@@ -330,14 +317,14 @@ std::string BlockWriter::add(const FlushedBlock& block) {
 
 BlockWriterPtr openPlyWriter(const std::string& file) { return BlockWriterPtr(new PlyWriter(file)); }
 
-BlockWriterPtr openBlockWriter(const std::string& file, const LasOptions& las) {
+BlockWriterPtr openBlockWriter(const std::string& file, const LasOptions& las, const Tessel::Grid* grid) {
     switch (outputFormatOf(file)) {
         case OutputFormat::Ply:
             return openPlyWriter(file);
         case OutputFormat::Hdf5:
             return openHdf5Writer(file);
         case OutputFormat::Las:
-            return openLasWriter(file, las);
+            return openLasWriter(file, las, grid);
         default:
             return {};
     }
