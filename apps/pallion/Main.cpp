@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <unistd.h>
@@ -22,6 +23,7 @@
 #include "pallion/tools/Driver.hpp"
 #include "pallion/tools/FailureContext.hpp"
 #include "pallion/tools/GridValues.hpp"
+#include "pallion/tools/BlockWriter.hpp"
 #include "pallion/tools/LasWriter.hpp"
 #include "pallion/tools/Lines.hpp"
 #include "pallion/tools/OutputFile.hpp"
@@ -100,6 +102,22 @@ std::pair<int, std::string> outputsRefused(const host::Options& options) {
     return {0, {}};
 }
 
+// The conversion with the blocks leaving by `route` where the driver takes a
+// route (then `routed` is set), else without one: the grid then keeps every
+// block and the output and the summary are made from it afterwards.
+template <class... Arguments>
+Pallion::Tools::TableRun runRouted(const Pallion::Tools::BlockRoute& route, bool& routed, Arguments&&... arguments) {
+    if constexpr (requires {
+                      Pallion::Tools::runTable(arguments..., Pallion::Tools::OptionWords::CommandLine, route);
+                  }) {
+        routed = true;
+        return Pallion::Tools::runTable(arguments..., Pallion::Tools::OptionWords::CommandLine, route);
+    } else {
+        routed = false;
+        return Pallion::Tools::runTable(arguments...);
+    }
+}
+
 // A signal's exit status: 128 and its number, as shells report it.
 int signalled() { return 128 + Pallion::Tools::stopSignal(); }
 
@@ -142,6 +160,21 @@ int run(int argc, char** argv) {
     host::BarProgress::installInterruptHandler();
     const bool terminal = isatty(STDERR_FILENO) != 0 && !options.quiet;
     const std::uint64_t bytes = bytesOf(options.table.files);
+
+    // A table's output is written block by block as the conversion flushes
+    // them, and the summary and the preview gathered from the same blocks, so
+    // that memory holds a few blocks whatever the table's size.  Nothing
+    // takes the output's name unless the conversion read everything.
+    host::BlockDigest digest;
+    Pallion::Tools::BlockWriterPtr writer;
+    if (!options.output.empty() && !options.trajectory)
+        writer = Pallion::Tools::openBlockWriter(options.output, {options.lasScale}, &grid);
+    bool routed = false;
+    const Pallion::Tools::BlockRoute route{[&](const Pallion::Tools::FlushedBlock& block) {
+                                               digest.add(block);
+                                               return writer ? writer->add(block) : std::string();
+                                           },
+                                           false};
 
     Pallion::Parameter parameter;
     {
@@ -193,7 +226,7 @@ int run(int argc, char** argv) {
                     return true;
                 };
                 const Pallion::Tools::TableRun run =
-                    Pallion::Tools::runTable(grid, parameter, options.table, checkNames, beforeConverting);
+                    runRouted(route, routed, grid, parameter, options.table, checkNames, beforeConverting);
                 const Pallion::Tools::Resolved& resolved = run.resolved;
                 report.guessed = resolved.guessed;
                 if (run.end == Pallion::Tools::RunEnd::Options) {
@@ -238,7 +271,18 @@ int run(int argc, char** argv) {
 
     // The output files only after a conversion that read everything and was not stopped.
     std::string writeFailure, previewFailure;
-    if (!options.output.empty() && !report.partial) {
+    if (!routed) digest.addGrid(grid);
+    // Without a route the grid holds the blocks: they go to the writer now, as they would have come.
+    std::optional<std::string> fed;
+    if (writer && !routed && !report.partial) fed = Pallion::Tools::feedBlocks(grid, *writer);
+    if (writer && !report.partial && (routed || fed)) {
+        Pallion::Tools::LasWritten written = writer->finish(grid);
+        if (fed && !fed->empty()) written.failure = *fed;
+        // What the file holds otherwise than the grid is told even with --quiet.
+        for (const std::string& note : written.notes) std::cerr << m::Prefix << m::Warning << note << '\n';
+        writeFailure = std::move(written.failure);
+        report.output = {options.output, writeFailure};
+    } else if (!options.output.empty() && !report.partial) {
         if (Pallion::Tools::outputFormatOf(options.output) == Pallion::Tools::OutputFormat::Las) {
             // What the file holds otherwise than the grid is told even with --quiet.
             Pallion::Tools::LasWritten las = Pallion::Tools::writeLas(grid, options.output, {options.lasScale});
@@ -250,7 +294,7 @@ int run(int argc, char** argv) {
         report.output = {options.output, writeFailure};
     }
     if (!options.preview.empty() && Pallion::Tools::stopSignal() == 0) {
-        previewFailure = host::writePreview(grid, options.preview);
+        previewFailure = digest.writePreview(options.preview);
         report.preview = {options.preview, previewFailure};
     }
     const bool stopped = Pallion::Tools::stopSignal() != 0;
@@ -261,9 +305,9 @@ int run(int argc, char** argv) {
     report.status = status;
 
     if (options.json)
-        std::cout << host::jsonSummary(grid, report);
+        std::cout << host::jsonSummary(grid, digest, report);
     else
-        std::cout << shownLines(host::textSummary(grid, report.partial));
+        std::cout << shownLines(host::textSummary(grid, digest, report.partial));
     std::cout << std::flush;  // the summary before the failure, also when both go to one pipe
     if (!previewFailure.empty()) std::cerr << m::Prefix << m::PreviewFailed << shownLines(previewFailure) << '\n';
     if (!writeFailure.empty()) std::cerr << m::Prefix << shownLines(writeFailure) << '\n';

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <typeinfo>
 #include <utility>
@@ -80,6 +81,12 @@ std::vector<GridColumn> gridColumns(const Tessel::Grid& grid);
 // no column changes its array, after a first call without rows that tells it
 // the fields even when there are none; the first failure, or empty.
 std::string feedRuns(BlockWriter& writer, const std::vector<GridColumn>& columns);
+
+// Feeds `writer` the grid's fragments as the conversion flushed them: block k
+// holds the k-th fragment of every field, under its name.  Nothing where the
+// fields' fragments do not line up (other counts or names); else the first
+// failure, or empty.
+std::optional<std::string> feedBlocks(const Tessel::Grid& grid, BlockWriter& writer);
 
 // The element type of a chunk's elements among the nine: calls
 // f.template operator()<T>() and gives true, or gives false.

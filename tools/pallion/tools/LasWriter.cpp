@@ -470,26 +470,27 @@ std::string observe(Seen (&seen)[3], const char* data, std::uint64_t n, std::uin
 //
 // Each axis needs its scale before its first point, but the decimals that
 // keep every value exact are known only once every value was seen.  The
-// axis is chosen from the values seen so far, by the rule of the whole
-// table (chooseAxis); when a later block needs another axis (more decimals,
-// or a range that no longer fits the offset), the records already written
-// are read back and their integers rewritten in place for the new axis.  For
-// decimal scales that is exact: a step of 10^-d is 10^k steps of 10^-(d+k),
-// so steps * 10^k + the offsets' difference in steps gives the integer the
-// value would have had.  The decimals grow at most nine times and the offset
-// moves only when the range outgrows it, so the records are rewritten a few
-// times at most, and memory holds one block and a megabyte.  A range too
-// wide for 32-bit integers at the decimals needed is refused with its
-// numbers, as the whole table's would be.  Where the ranges are known before
-// the first block (a whole grid), the axes are fixed at once and nothing is
-// rewritten.
+// scale is chosen from the values seen so far, by the rule of the whole
+// table (chooseAxis), and the offset is the first point's value.  When a
+// later block has more decimals, the records already written are read back
+// and their integers rewritten in place: a step of 10^-d is 10^k steps of
+// 10^-(d+k), so steps * 10^k is exactly the integer the value would have had
+// (the offset, the same value, is 10^k times as many steps too).  The
+// decimals grow at most nine times, so the records are rewritten nine times
+// at most, and memory holds one block and a megabyte.  A range too wide for
+// 32-bit integers at the decimals needed is refused with its numbers, as the
+// whole table's would be.  The file does not depend on where the blocks end:
+// a whole grid, whose ranges are known before the first block, gives the same
+// file without any rewriting.
 class LasWriter final : public BlockWriter {
 public:
     LasWriter(std::string file, LasOptions options, const Tessel::Grid* grid)
         : file_(std::move(file)), options_(std::move(options)), grid_(grid), out_(file_) {}
 
-    // The axes for values of these ranges and decimals, before any block.
-    std::string fix(const Seen (&seen)[3], std::uint64_t points) {
+    // The axes for values of these ranges and decimals, the first point
+    // being `first`, before any block.
+    std::string fix(const Seen (&seen)[3], const double (&first)[3], std::uint64_t points) {
+        std::copy(std::begin(first), std::end(first), std::begin(first_));
         for (unsigned a = 0; a < 3 && points > 0; ++a) {
             if (!choose(seen[a], a)) return failure_;
             seen_[a] = seen[a];
@@ -518,6 +519,7 @@ public:
             return fail(m::fill(m::LasCountsDiffer, file_.c_str(), counts.c_str()));
         }
         if (n == 0) return {};
+        if (points_ == 0 && !fixed_) std::memcpy(first_, columns[layout_.point].data, sizeof first_);
         if (std::string refused = observe(seen_, columns[layout_.point].data, n, points_, file_); !refused.empty())
             return fail(std::move(refused));
         if (!fixed_ && !reaxe()) return failure_;
@@ -598,6 +600,18 @@ private:
         const std::optional<Axis> axis = chooseAxis(seen, "XYZ"[a], given, options_, file_, failure);
         if (!axis) return fail(std::move(failure)).empty();
         axes_[a] = *axis;
+        // The offset is the first point's value at that scale, whatever the
+        // range: it does not depend on where the blocks end, nor move when
+        // later blocks widen the range, and every value of a range that the
+        // scale takes (at most 2^31 - 1 steps) lies within 2^31 - 1 steps of it.
+        Axis& anchored = axes_[a];
+        if (anchored.decimals >= 0) {
+            const double p = powerOfTen(anchored.decimals);
+            anchored.offsetSteps = std::nearbyint(first_[a] * p);
+            anchored.offset = anchored.offsetSteps / p;
+        } else {
+            anchored.offset = std::nearbyint(first_[a] / anchored.scale) * anchored.scale;
+        }
         return true;
     }
 
@@ -613,8 +627,7 @@ private:
             if (!choose(seen_[a], a)) return false;
             const Seen& seen = seen_[a];
             const bool holds = chosen_ && present.decimals == axes_[a].decimals && present.scale == axes_[a].scale &&
-                               present.steps(seen.low) >= std::numeric_limits<std::int32_t>::min() &&
-                               present.steps(seen.high) <= MaxSteps;
+                               present.steps(seen.low) >= -MaxSteps && present.steps(seen.high) <= MaxSteps;
             if (holds) {
                 axes_[a] = present;
                 continue;
@@ -844,6 +857,7 @@ private:
     std::string records_;  // the records before the points, as written
     std::uint16_t globalEncoding_ = WktBit;
     Seen seen_[3];
+    double first_[3] = {0, 0, 0};  // the first point
     Axis axes_[3];
     std::uint64_t points_ = 0, byReturn_[15] = {};
     double scanRounded_ = 0;
@@ -884,7 +898,9 @@ LasWritten writeLas(const Tessel::Grid& grid, const std::string& file, const Las
         if (std::string refused = observe(seen, data, count, first, file); !refused.empty()) return {refused, {}};
         first += count;
     }
-    if (std::string failure = writer->fix(seen, points); !failure.empty()) return {failure, {}};
+    double first[3] = {0, 0, 0};
+    if (!point->arrays.empty()) std::memcpy(first, point->arrays[0].first, sizeof first);
+    if (std::string failure = writer->fix(seen, first, points); !failure.empty()) return {failure, {}};
     if (std::string failure = feedRuns(*writer, columns); !failure.empty()) return {failure, {}};
     return writer->finish(grid);
 }

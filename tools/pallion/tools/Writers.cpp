@@ -306,6 +306,35 @@ std::string feedRuns(BlockWriter& writer, const std::vector<GridColumn>& columns
     }
 }
 
+std::optional<std::string> feedBlocks(const Tessel::Grid& grid, BlockWriter& writer) {
+    std::vector<const Tessel::Field*> fields;
+    std::vector<const std::type_info*> types;
+    for (const GridColumn& column : gridColumns(grid)) {
+        fields.push_back(column.field);
+        types.push_back(column.type);
+    }
+    if (fields.empty()) return std::nullopt;
+    const auto& first = fields[0]->fragments();
+    for (const Tessel::Field* field : fields) {
+        const auto& fragments = field->fragments();
+        if (fragments.size() != first.size()) return std::nullopt;
+        for (std::size_t k = 0; k < fragments.size(); ++k)
+            if (fragments[k].arrays.size() != 1 || fragments[k].id->name != first[k].id->name ||
+                fragments[k].arrays[0]->elementCount() != first[k].arrays[0]->elementCount())
+                return std::nullopt;
+    }
+    std::vector<ColumnSlice> slices(fields.size());
+    for (std::size_t k = 0; k < first.size(); ++k) {
+        for (std::size_t c = 0; c < fields.size(); ++c) {
+            const Tessel::MemBase& array = *fields[c]->fragments()[k].arrays[0];
+            slices[c] = {&fields[c]->fieldName(), types[c], static_cast<const char*>(array.rawData()),
+                         static_cast<std::uint64_t>(array.elementCount())};
+        }
+        if (std::string failure = writer.add(first[k].id->name, slices); !failure.empty()) return failure;
+    }
+    return std::string();
+}
+
 std::string BlockWriter::add(const FlushedBlock& block) {
     std::vector<ColumnSlice> slices;
     slices.reserve(block.columns.size());
