@@ -102,22 +102,6 @@ std::pair<int, std::string> outputsRefused(const host::Options& options) {
     return {0, {}};
 }
 
-// The conversion with the blocks leaving by `route` where the driver takes a
-// route (then `routed` is set), else without one: the grid then keeps every
-// block and the output and the summary are made from it afterwards.
-template <class... Arguments>
-Pallion::Tools::TableRun runRouted(const Pallion::Tools::BlockRoute& route, bool& routed, Arguments&&... arguments) {
-    if constexpr (requires {
-                      Pallion::Tools::runTable(arguments..., Pallion::Tools::OptionWords::CommandLine, route);
-                  }) {
-        routed = true;
-        return Pallion::Tools::runTable(arguments..., Pallion::Tools::OptionWords::CommandLine, route);
-    } else {
-        routed = false;
-        return Pallion::Tools::runTable(arguments...);
-    }
-}
-
 // A signal's exit status: 128 and its number, as shells report it.
 int signalled() { return 128 + Pallion::Tools::stopSignal(); }
 
@@ -226,7 +210,8 @@ int run(int argc, char** argv) {
                     return true;
                 };
                 const Pallion::Tools::TableRun run =
-                    runRouted(route, routed, grid, parameter, options.table, checkNames, beforeConverting);
+                    Pallion::Tools::runTableRouted(route, routed, grid, parameter, options.table, checkNames,
+                                                   beforeConverting, Pallion::Tools::OptionWords::CommandLine);
                 const Pallion::Tools::Resolved& resolved = run.resolved;
                 report.guessed = resolved.guessed;
                 if (run.end == Pallion::Tools::RunEnd::Options) {
