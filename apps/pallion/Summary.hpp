@@ -77,8 +77,8 @@ private:
     void addPoints(const char* points, const char* colours, std::uint64_t n);
 
     std::vector<Field> fields_;
-    std::vector<char> spooled_;          // the picture's points: x, y and z or rgb, in memory
-    std::FILE* spill_ = nullptr;         // and beyond some megabytes in a temporary file
+    std::vector<char> spooled_;   // the picture's points: x, y and z or rgb, in memory
+    std::FILE* spill_ = nullptr;  // and beyond some megabytes in a temporary file
     std::uint64_t drawn_ = 0, coloured_ = 0;
     double low_[3], high_[3];
     std::string pointField_, colourField_;  // the fields drawn, from the first block that has them

@@ -8,11 +8,11 @@
 
 #include "Arguments.hpp"
 #include "Blocks.hpp"
+#include "ModuleMessages.hpp"
 #include "Progress.hpp"
 #include "Text.hpp"
 #include "pallion/Extensions.hpp"
 #include "pallion/array/ElementTraits.hpp"
-#include "ModuleMessages.hpp"
 #include "pallion/tools/BlockWriter.hpp"
 #include "pallion/tools/Driver.hpp"
 #include "pallion/tools/GridValues.hpp"
@@ -160,23 +160,25 @@ py::tuple convertTable(const py::handle& files, const std::string& output, const
     {
         const py::gil_scoped_release released;
         bool routed = false;
-        run = Tools::runTableRouted(
-            route, routed, grid, parameter, call.options,
-            Tools::AfterResolving([&](Tools::Resolved& resolved) {
-                applyNames(call, resolved);
-                // Field names that the output cannot hold are refused before the conversion, not after it.
-                ParsedEntries parsed;
-                if (!resolved.failure.empty() || !parseEntries(resolved.parse, parsed).empty()) return;
-                std::vector<std::string> fieldNames;
-                for (const ContainerEntry& entry : parsed.Entries) fieldNames.push_back(entry.FieldName);
-                resolved.failure = Tools::fieldNamesProblem(output, fieldNames);
-                resolved.aboutTheOptions = !resolved.failure.empty();
-            }),
-            Tools::BeforeConversion([&](Parameter& filled, const Tools::TableRun&) {
-                applyReading(call, filled);
-                return true;
-            }),
-            Tools::OptionWords::Keywords);
+        run = Tools::runTableRouted(route, routed, grid, parameter, call.options,
+                                    Tools::AfterResolving([&](Tools::Resolved& resolved) {
+                                        applyNames(call, resolved);
+                                        // Field names that the output cannot hold are refused before the conversion,
+                                        // not after it.
+                                        ParsedEntries parsed;
+                                        if (!resolved.failure.empty() || !parseEntries(resolved.parse, parsed).empty())
+                                            return;
+                                        std::vector<std::string> fieldNames;
+                                        for (const ContainerEntry& entry : parsed.Entries)
+                                            fieldNames.push_back(entry.FieldName);
+                                        resolved.failure = Tools::fieldNamesProblem(output, fieldNames);
+                                        resolved.aboutTheOptions = !resolved.failure.empty();
+                                    }),
+                                    Tools::BeforeConversion([&](Parameter& filled, const Tools::TableRun&) {
+                                        applyReading(call, filled);
+                                        return true;
+                                    }),
+                                    Tools::OptionWords::Keywords);
         if (run.converted() && watcher->raised.is_none()) {
             std::optional<std::string> fed;
             if (writer && !routed) {

@@ -7,9 +7,9 @@
 #ifdef PALLION_TOOLS_HDF5
 
 #include <hdf5.h>
+#include <unistd.h>
 #include <list>
 #include <optional>
-#include <unistd.h>
 
 #include "pallion/memory/Chunk.hpp"
 #include "pallion/tools/GridValues.hpp"

@@ -515,7 +515,8 @@ public:
         if (differ) {
             std::string counts;
             for (std::size_t c = 0; c < columns.size(); ++c)
-                counts += (counts.empty() ? "" : ", ") + columns[c].name + ' ' + std::to_string(points_ + slices[c].count);
+                counts +=
+                    (counts.empty() ? "" : ", ") + columns[c].name + ' ' + std::to_string(points_ + slices[c].count);
             return fail(m::fill(m::LasCountsDiffer, file_.c_str(), counts.c_str()));
         }
         if (n == 0) return {};
@@ -557,8 +558,7 @@ public:
         LasWritten written{out_.commit(), std::move(notes_)};
         for (unsigned a = 0; a < 3; ++a)
             if (axes_[a].noteRounding && axes_[a].rounded > 0)
-                written.notes.push_back(m::fill(seen_[a].beyond && !options_.scale ? m::LasManyDecimals
-                                                                                    : m::LasRounded,
+                written.notes.push_back(m::fill(seen_[a].beyond && !options_.scale ? m::LasManyDecimals : m::LasRounded,
                                                 file_.c_str(), "XYZ"[a], shortest(axes_[a].scale).c_str(),
                                                 shortest(axes_[a].rounded).c_str()));
         return written;
@@ -669,7 +669,8 @@ private:
     static double restep(std::int32_t steps, const Axis& from, Axis& to) {
         if (from.scale == to.scale && from.offset == to.offset) return steps;
         if (from.decimals >= 0 && to.decimals >= from.decimals) {
-            const double whole = (static_cast<double>(steps) + from.offsetSteps) * powerOfTen(to.decimals - from.decimals);
+            const double whole =
+                (static_cast<double>(steps) + from.offsetSteps) * powerOfTen(to.decimals - from.decimals);
             return whole - to.offsetSteps;
         }
         const double value = steps * from.scale + from.offset;

@@ -1,11 +1,11 @@
 #include "pallion/tools/OutputFile.hpp"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <vector>
-#include <algorithm>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -217,7 +217,8 @@ void OutputFile::move(std::uint64_t begin, std::uint64_t bytes, std::int64_t by)
     }
     const auto end = static_cast<off_t>(static_cast<std::int64_t>(begin + bytes) + by);
     if (stream_ != nullptr && good() &&
-        (std::fflush(stream_) != 0 || ::ftruncate(::fileno(stream_), end) != 0 || std::fseek(stream_, 0, SEEK_END) != 0))
+        (std::fflush(stream_) != 0 || ::ftruncate(::fileno(stream_), end) != 0 ||
+         std::fseek(stream_, 0, SEEK_END) != 0))
         failWith(errno);
 }
 
