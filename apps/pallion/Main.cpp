@@ -206,6 +206,7 @@ int run(int argc, char** argv) {
                     }
                     // The bar judges the rows also where a block size is given.
                     const auto rows = run.judgedRows ? run.judgedRows : Pallion::Tools::judgedRows(options.table.files);
+                    if (writer && rows) writer->expectRows(*rows);
                     filled.Progress = bar = new host::BarProgress(&filled, rows.value_or(0), bytes, terminal);
                     return true;
                 };

@@ -174,8 +174,9 @@ py::tuple convertTable(const py::handle& files, const std::string& output, const
                                         resolved.failure = Tools::fieldNamesProblem(output, fieldNames);
                                         resolved.aboutTheOptions = !resolved.failure.empty();
                                     }),
-                                    Tools::BeforeConversion([&](Parameter& filled, const Tools::TableRun&) {
+                                    Tools::BeforeConversion([&](Parameter& filled, const Tools::TableRun& judged) {
                                         applyReading(call, filled);
+                                        if (writer && judged.judgedRows) writer->expectRows(*judged.judgedRows);
                                         return true;
                                     }),
                                     Tools::OptionWords::Keywords);

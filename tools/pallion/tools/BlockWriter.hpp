@@ -51,6 +51,10 @@ public:
     // block had) and gives the file its name.  The failure is empty when the
     // file was written; notes tell what the file holds otherwise than the grid.
     virtual LasWritten finish(const Tessel::Grid& grid) = 0;
+    // The rows the table is judged to hold, before the first block: a PLY
+    // header is written with that count until the end, so that the true one
+    // rarely takes other room (else the vertices move once, at the end).
+    virtual void expectRows(std::uint64_t /*rows*/) {}
 };
 
 using BlockWriterPtr = Ravelin::StrongPtr<BlockWriter, BlockWriter>;

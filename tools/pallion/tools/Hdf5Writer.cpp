@@ -267,7 +267,7 @@ private:
         Values* values = found != fields_.end() ? &*found : nullptr;
         if (values == nullptr) {
             if (std::string refused = fieldNamesProblem(file_, {field}); !refused.empty()) {
-                out_.fail(refused.substr(refused.find(": ") + 2));
+                out_.fail(refused.substr(messages::fill(messages::CannotWriteFile, file_.c_str(), "").size()));
                 return nullptr;
             }
             values = &fields_.emplace_back();

@@ -448,7 +448,7 @@ std::string observe(Seen (&seen)[3], const char* data, std::uint64_t n, std::uin
         for (unsigned a = 0; a < 3; ++a) {
             const double v = xyz[a];
             if (!std::isfinite(v))
-                return m::fill(m::LasNotFinite, file.c_str(), "XYZ"[a], static_cast<unsigned long long>(first + j),
+                return m::fill(m::LasNotFinite, file.c_str(), "XYZ"[a], static_cast<unsigned long long>(first) + j,
                                shortest(v).c_str());
             Seen& s = seen[a];
             s.low = std::min(s.low, v);
@@ -536,6 +536,7 @@ public:
             // No block came: the fields as the grid has them.
             const std::vector<GridColumn> columns = gridColumns(grid);
             std::vector<ColumnSlice> slices;
+            slices.reserve(columns.size());
             for (const GridColumn& column : columns)
                 slices.push_back({&column.field->fieldName(), column.type, nullptr, 0});
             add({}, slices);
@@ -691,7 +692,7 @@ private:
                 if (!(v >= standard.low && v <= standard.high && std::isfinite(v)) ||
                     (standard.whole && v != std::floor(v)))
                     return fail(m::fill(m::LasOutOfDimension, file_.c_str(), column.name.c_str(),
-                                        static_cast<unsigned long long>(points_ + i), shortest(v).c_str(),
+                                        static_cast<unsigned long long>(points_) + i, shortest(v).c_str(),
                                         standard.name.data(), standard.holds.data()))
                         .empty();
                 if (standard.dimension == Dimension::ReturnNumber && v >= 1) ++byReturn_[static_cast<int>(v) - 1];
@@ -890,6 +891,7 @@ LasWritten writeLas(const Tessel::Grid& grid, const std::string& file, const Las
     if (differ) return {m::fill(m::LasCountsDiffer, file.c_str(), counts.c_str()), {}};
     const Ravelin::StrongPtr<LasWriter, BlockWriter> writer(new LasWriter(file, options, &grid));
     std::vector<ColumnSlice> slices;
+    slices.reserve(columns.size());
     for (const GridColumn& column : columns) slices.push_back({&column.field->fieldName(), column.type, nullptr, 0});
     if (std::string failure = writer->add({}, slices); !failure.empty()) return {failure, {}};
     // The grid is at hand: its coordinates' ranges and decimals are seen

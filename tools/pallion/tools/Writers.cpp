@@ -107,8 +107,9 @@ class PlyWriter final : public BlockWriter {
 public:
     explicit PlyWriter(std::string file) : file_(std::move(file)), out_(file_) {}
 
-    // The vertex count the header is written with until the end.
-    void expect(std::uint64_t vertices) { expected_ = vertices; }
+    void expectRows(std::uint64_t rows) override {
+        if (!started_) expected_ = rows;
+    }
 
     std::string add(const std::string& /*fragment*/, const std::vector<ColumnSlice>& slices) override {
         if (!failure_.empty()) return failure_;
@@ -147,6 +148,7 @@ public:
             // No block came: the fields as the grid has them.
             const std::vector<GridColumn> columns = gridColumns(grid);
             std::vector<ColumnSlice> slices;
+            slices.reserve(columns.size());
             for (const GridColumn& column : columns)
                 slices.push_back({&column.field->fieldName(), column.type, nullptr, 0});
             add({}, slices);
@@ -259,7 +261,7 @@ std::string writePly(const Tessel::Grid& grid, const std::string& file) {
     }
     if (differ) return m::fill(m::CountsDiffer, file.c_str(), counts.c_str());
     const Ravelin::StrongPtr<PlyWriter, BlockWriter> writer(new PlyWriter(file));
-    writer->expect(vertices);
+    writer->expectRows(vertices);
     if (std::string failure = feedRuns(*writer, columns); !failure.empty()) return failure;
     return writer->finish(grid).failure;
 }
@@ -284,6 +286,7 @@ std::vector<GridColumn> gridColumns(const Tessel::Grid& grid) {
 
 std::string feedRuns(BlockWriter& writer, const std::vector<GridColumn>& columns) {
     std::vector<ColumnSlice> slices;
+    slices.reserve(columns.size());
     for (const GridColumn& column : columns) slices.push_back({&column.field->fieldName(), column.type, nullptr, 0});
     if (std::string failure = writer.add({}, slices); !failure.empty()) return failure;
     std::vector<std::size_t> array(columns.size());
