@@ -47,9 +47,11 @@ std::vector<FlushedBlock> blocksOf(const Tessel::Grid& grid, const std::vector<s
     return blocks;
 }
 
-// Streams `blocks` into `file`; the failure of the first block refused, or of the end.
-std::string stream(const std::vector<FlushedBlock>& blocks, const Tessel::Grid& grid, const std::string& file) {
+// Streams `blocks` into `file`, `rows` expected; the failure of the first block refused, or of the end.
+std::string stream(const std::vector<FlushedBlock>& blocks, const Tessel::Grid& grid, const std::string& file,
+                   std::uint64_t rows = 0) {
     const Pallion::Tools::BlockWriterPtr writer = Pallion::Tools::openBlockWriter(file, {}, &grid);
+    writer->expectRows(rows);
     for (const FlushedBlock& block : blocks)
         if (std::string failure = writer->add(block); !failure.empty()) return failure;
     return writer->finish(grid).failure;
@@ -97,8 +99,11 @@ TEST(Stream, SameFilesAsTheWholeGrid) {
         const fs::path whole = table.dir.path() / (std::string("whole") + extension);
         const fs::path streamed = table.dir.path() / (std::string("streamed") + extension);
         ASSERT_EQ(Pallion::Tools::writeGrid(table.grid, whole.string()), "");
-        ASSERT_EQ(stream(blocks, table.grid, streamed.string()), "");
-        EXPECT_EQ(bytesOf(whole), bytesOf(streamed)) << extension;
+        // The row count judged too low, and too high: the PLY vertices move on, or back, at the end.
+        for (const std::uint64_t judged : {0, 100000}) {
+            ASSERT_EQ(stream(blocks, table.grid, streamed.string(), judged), "");
+            EXPECT_EQ(bytesOf(whole), bytesOf(streamed)) << extension << ' ' << judged;
+        }
         // The counts patched at the end: 360 vertices, or points in the LAS header.
         if (extension == std::string(".ply"))
             EXPECT_NE(bytesOf(streamed).find("element vertex 360\n"), std::string::npos);
