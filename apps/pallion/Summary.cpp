@@ -113,12 +113,10 @@ void writePng(Pallion::Tools::OutputFile& out, const Picture& picture) {
 
 // A point of the picture as spooled: x, y, z and its colour.
 constexpr std::size_t SpooledBytes = 3 * sizeof(double) + 3;
-// The picture's points kept in memory before they go to a temporary file.
-constexpr std::size_t SpoolInMemory = 64u << 20;
 
 }  // namespace
 
-BlockDigest::BlockDigest() {
+BlockDigest::BlockDigest(std::size_t inMemory) : inMemory_(inMemory) {
     std::fill(std::begin(low_), std::end(low_), std::numeric_limits<double>::infinity());
     std::fill(std::begin(high_), std::end(high_), -std::numeric_limits<double>::infinity());
 }
@@ -248,7 +246,7 @@ void BlockDigest::addPoints(const char* points, const char* colours, std::uint64
         spooled_.resize(at + SpooledBytes);
         std::memcpy(&spooled_[at], &p, sizeof p);
         if (colours != nullptr) std::memcpy(&spooled_[at + sizeof p], colours + i * 3, 3);
-        if (spooled_.size() >= SpoolInMemory) {
+        if (spooled_.size() >= inMemory_) {
             if (spill_ == nullptr) spill_ = std::tmpfile();
             if (spill_ == nullptr || std::fwrite(spooled_.data(), 1, spooled_.size(), spill_) != spooled_.size())
                 spillFailure_ = std::strerror(errno);

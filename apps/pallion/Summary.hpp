@@ -2,6 +2,7 @@
 // script, and a top-down picture of its first point field.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <optional>
@@ -41,7 +42,8 @@ struct RunReport {
 // some megabytes.
 class BlockDigest {
 public:
-    BlockDigest();
+    // `inMemory`: the bytes of the picture's points kept in memory before they go to a temporary file.
+    explicit BlockDigest(std::size_t inMemory = 64u << 20);
     ~BlockDigest();
     BlockDigest(const BlockDigest&) = delete;
     BlockDigest& operator=(const BlockDigest&) = delete;
@@ -79,6 +81,7 @@ private:
     std::vector<Field> fields_;
     std::vector<char> spooled_;   // the picture's points: x, y and z or rgb, in memory
     std::FILE* spill_ = nullptr;  // and beyond some megabytes in a temporary file
+    std::size_t inMemory_;
     std::uint64_t drawn_ = 0, coloured_ = 0;
     double low_[3], high_[3];
     std::string pointField_, colourField_;  // the fields drawn, from the first block that has them
