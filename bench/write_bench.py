@@ -29,6 +29,16 @@ start = time.perf_counter()
 records.tofile(sys.argv[2])
 print(time.perf_counter() - start)
 """
+# The package's writer alone: the table read into a grid before the clock starts, then Grid.to_<format>.
+PACKAGE = """
+import sys, time
+sys.path.insert(0, sys.argv[1])
+import pallion
+grid = pallion.read_table(sys.argv[2], parse="Positions:point:0+1+2", delimiter="space", header=None)
+start = time.perf_counter()
+getattr(grid, "to_" + sys.argv[4])(sys.argv[3])
+print(time.perf_counter() - start)
+"""
 # Bytes per point record: LAS point format 6, and x, y, z as doubles in PLY and HDF5.
 RECORD = {"las": 30, "ply": 24, "h5": 24}
 
@@ -63,6 +73,8 @@ def main():
     parser.add_argument("--runs", type=int, default=3)
     parser.add_argument("--keep")
     parser.add_argument("--formats", default="las,ply,h5")
+    parser.add_argument("--package", help="the folder holding the built package (build/release/python): times "
+                                          "Grid.to_<format> alone, the table read before the clock starts")
     options = parser.parse_args()
     formats = options.formats.split(",")
     with tempfile.TemporaryDirectory() as scratch:
@@ -74,6 +86,10 @@ def main():
         runs = {"convert only": host + [str(table)]}
         for kind in formats:
             runs[f"convert + .{kind}"] = host + ["-o", str(folder / f"out.{kind}"), str(table)]
+        if options.package:
+            for kind in formats:
+                runs[f"Grid.to_{kind}"] = [sys.executable, "-c", PACKAGE, options.package, str(table),
+                                           str(folder / f"grid.{kind}"), kind]
         for size in sorted({RECORD[kind] for kind in formats}):
             runs[f"numpy tofile {size}"] = [sys.executable, "-c", FLOOR, str(options.rows), str(folder / "floor.bin"),
                                             str(size)]
@@ -81,18 +97,20 @@ def main():
         for _ in range(options.runs):
             for name, arguments in runs.items():
                 seconds, peak, out = measure(arguments)
-                written = float(out) if name.startswith("numpy") else seconds
+                written = float(out) if name.startswith(("numpy", "Grid")) else seconds
                 if written < best[name][0]:
                     best[name] = (written, peak, seconds)
         size = table.stat().st_size / 1e6
         print(f"{options.rows} rows, {size:.1f} MB of text, best of {options.runs}")
         for name, (seconds, peak, whole) in best.items():
-            what = "the write alone" if name.startswith("numpy") else "the whole run"
+            what = "the write alone" if name.startswith(("numpy", "Grid")) else "the whole run"
             print(f"{name:16} {seconds:7.3f} s ({what}), peak {peak:6.0f} MiB")
         for kind in formats:
             write = best[f"convert + .{kind}"][0] - best["convert only"][0]
             floor = best[f"numpy tofile {RECORD[kind]}"][0]
-            print(f"the .{kind} write: {write:.3f} s for {(folder / f'out.{kind}').stat().st_size / 1e6:.1f} MB; "
+            alone = f", {best[f'Grid.to_{kind}'][0]:.3f} s alone" if options.package else ""
+            print(f"the .{kind} write: {write:.3f} s over the conversion{alone}, "
+                  f"{(folder / f'out.{kind}').stat().st_size / 1e6:.1f} MB; "
                   f"numpy's tofile of as many {RECORD[kind]}-byte records: {floor:.3f} s")
 
 

@@ -177,7 +177,7 @@ TEST(Stream, FailureHalfWayLeavesNoFile) {
 TEST(Stream, SummaryFromTheBlocks) {
     Table table;
     convert(table, 50, 8, [](int) { return 2; });
-    host::BlockDigest digest(1000);  // the picture's points mostly in a temporary file
+    host::BlockDigest digest(true, 1000);  // the picture's points mostly in a temporary file
     for (const FlushedBlock& block : blocksOf(table.grid, table.files)) digest.add(block);
     EXPECT_EQ(host::textSummary(table.grid, digest), host::textSummary(table.grid));
     host::RunReport report;

@@ -149,7 +149,7 @@ int run(int argc, char** argv) {
     // them, and the summary and the preview gathered from the same blocks, so
     // that memory holds a few blocks whatever the table's size.  Nothing
     // takes the output's name unless the conversion read everything.
-    host::BlockDigest digest;
+    host::BlockDigest digest(!options.preview.empty());
     Pallion::Tools::BlockWriterPtr writer;
     if (!options.output.empty() && !options.trajectory)
         writer = Pallion::Tools::openBlockWriter(options.output, {options.lasScale}, &grid);

@@ -116,7 +116,7 @@ constexpr std::size_t SpooledBytes = 3 * sizeof(double) + 3;
 
 }  // namespace
 
-BlockDigest::BlockDigest(std::size_t inMemory) : inMemory_(inMemory) {
+BlockDigest::BlockDigest(bool picture, std::size_t inMemory) : picture_(picture), inMemory_(inMemory) {
     std::fill(std::begin(low_), std::end(low_), std::numeric_limits<double>::infinity());
     std::fill(std::begin(high_), std::end(high_), -std::numeric_limits<double>::infinity());
 }
@@ -171,6 +171,7 @@ void BlockDigest::add(const std::string& fragment, const std::vector<Pallion::To
     }
     // The picture: the first point field of the first block with points, coloured by that block's first rgb
     // field.
+    if (!picture_) return;
     if (pointField_.empty())
         for (const auto& slice : slices)
             if (*slice.type == typeid(Tessel::Point) && slice.count > 0) {
@@ -216,6 +217,7 @@ void BlockDigest::addGrid(const Tessel::Grid& grid) {
     }
     // The picture: the first point field with elements, coloured by the first rgb field with as many.
     for (const auto& field : grid.fields()) {
+        if (!picture_) break;
         if (!Pallion::Tools::fieldHolds<Tessel::Point>(*field)) continue;
         const std::uint64_t n = Pallion::Tools::elementCountOf(*field);
         if (n == 0) continue;
@@ -352,7 +354,7 @@ std::string jsonSummary(const Tessel::Grid& grid, const BlockDigest& digest, con
 }
 
 std::string writePreview(const Tessel::Grid& grid, const std::string& file, unsigned size) {
-    BlockDigest digest;
+    BlockDigest digest(true);
     digest.addGrid(grid);
     return digest.writePreview(file, size);
 }

@@ -42,8 +42,9 @@ struct RunReport {
 // some megabytes.
 class BlockDigest {
 public:
-    // `inMemory`: the bytes of the picture's points kept in memory before they go to a temporary file.
-    explicit BlockDigest(std::size_t inMemory = 64u << 20);
+    // `picture`: whether the points are kept for writePreview; `inMemory`: the bytes of them kept in memory
+    // before they go to a temporary file.
+    explicit BlockDigest(bool picture = false, std::size_t inMemory = 64u << 20);
     ~BlockDigest();
     BlockDigest(const BlockDigest&) = delete;
     BlockDigest& operator=(const BlockDigest&) = delete;
@@ -81,6 +82,7 @@ private:
     std::vector<Field> fields_;
     std::vector<char> spooled_;   // the picture's points: x, y and z or rgb, in memory
     std::FILE* spill_ = nullptr;  // and beyond some megabytes in a temporary file
+    bool picture_;
     std::size_t inMemory_;
     std::uint64_t drawn_ = 0, coloured_ = 0;
     double low_[3], high_[3];
