@@ -58,7 +58,7 @@ def test_failures_leave_no_file(tables, tmp_path):
     wide = tmp_path / "w.txt"
     wide.write_text("x y z\n0.001 0 0\n9000000 0 0\n")
     with pytest.raises(pallion.OutputError, match=r"X spans 0.001 to 9e\+06; .* las_scale 0.01 fits"):
-        pallion.convert(wide, tmp_path / "w.las")
+        pallion.convert(wide, tmp_path / "w.las", block=1)  # refused at the second block
     with pytest.raises(ValueError, match="missing"):
         pallion.convert(tables, tmp_path / "missing" / "o.ply")
     assert sorted(p.name for p in tmp_path.iterdir()) == ["a.txt", "b.txt", "c.txt", "w.txt"]
