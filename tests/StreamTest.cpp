@@ -64,7 +64,8 @@ struct Table {
 };
 
 // `rows` rows per file of x y z (of `decimals(row)` decimals), r g b,
-// intensity, a float, a tvector and a classification, in blocks of `block`.
+// intensity, a float, a tvector, a classification, an int named X and a
+// return number, in blocks of `block`.
 void convert(Table& table, int rows, std::uint32_t block, int (*decimals)(int row)) {
     std::mt19937 random(28);
     for (const char* name : {"a.txt", "b.txt"}) {
@@ -78,14 +79,14 @@ void convert(Table& table, int rows, std::uint32_t block, int (*decimals)(int ro
                      << ((50.0 - row) * p + static_cast<double>(random() % 1000)) / p << ' ';
             text << std::defaultfloat << random() % 256 << ' ' << random() % 256 << ' ' << random() % 256 << ' '
                  << random() % 65536 << ' ' << (random() % 1000) / 8.0 << " 0.5 -0.25 1 " << i % 3 << ' '
-                 << random() % 32 << '\n';
+                 << random() % 32 << ' ' << 1 + random() % 5 << '\n';
         }
         table.files.push_back(table.dir.write(name, text.str()));
     }
     Pallion::Parameter parameter = testsupport::tableParameter(
         {table.files[0], table.files[1]},
         "P:point:0+1+2,C:rgb:3+4+5,Intensity:uint16_t:6,F:float:7,N:tvector:8+9+10,Classification:uint8_t:11,"
-        "X:int:12",
+        "X:int:12,ReturnNumber:uint8_t:13",
         block);
     ASSERT_EQ(Pallion::ascii2z9(table.grid, parameter), "");
 }
@@ -110,6 +111,11 @@ TEST(Stream, SameFilesAsTheWholeGrid) {
         else
             EXPECT_EQ(bytesOf(streamed).substr(247, 8), std::string("\x68\x01\0\0\0\0\0\0", 8));
     }
+    // The counts by return over every block.
+    std::uint64_t expected[15] = {}, written[15] = {};
+    for (const std::uint8_t r : testsupport::fieldValues<std::uint8_t>(table.grid, "ReturnNumber")) ++expected[r - 1];
+    std::memcpy(written, bytesOf(table.dir.path() / "streamed.las").data() + 255, sizeof written);
+    for (int r = 0; r < 15; ++r) EXPECT_EQ(written[r], expected[r]) << "return " << r + 1;
 }
 
 // A LAS record's coordinate as the text it was written from.
