@@ -153,7 +153,7 @@ int run(int argc, char** argv) {
     Pallion::Tools::BlockWriterPtr writer;
     if (!options.output.empty() && !options.trajectory)
         writer = Pallion::Tools::openBlockWriter(options.output, {options.lasScale}, &grid);
-    bool routed = false;
+    bool routed = false, digested = false;  // digested: the digest has what the summary shows
     const Pallion::Tools::BlockRoute route{[&](const Pallion::Tools::FlushedBlock& block) {
                                                digest.add(block);
                                                return writer ? writer->add(block) : std::string();
@@ -238,7 +238,10 @@ int run(int argc, char** argv) {
                 if (run.converted()) bar->finish();
                 parameter.Progress.reset();
                 report.failure = run.report;
-                for (const std::string& shared : Pallion::Tools::sharedFragmentNames(grid)) {
+                // Without a route the grid holds the blocks: the summary is gathered from it.
+                if (!routed) digest.addGrid(grid);
+                digested = true;
+                for (const std::string& shared : digest.sharedFragmentNames()) {
                     report.warnings.push_back(shared);
                     if (!options.quiet) std::cerr << m::Prefix << m::Warning << shared << '\n';
                 }
@@ -257,7 +260,7 @@ int run(int argc, char** argv) {
 
     // The output files only after a conversion that read everything and was not stopped.
     std::string writeFailure, previewFailure;
-    if (!routed) digest.addGrid(grid);
+    if (!digested) digest.addGrid(grid);
     // Without a route the grid holds the blocks: they go to the writer now, as they would have come.
     std::optional<std::string> fed;
     if (writer && !routed && !report.partial) fed = Pallion::Tools::feedBlocks(grid, *writer);

@@ -138,6 +138,15 @@ const BlockDigest::Field* BlockDigest::field(const std::string& name) const {
     return nullptr;
 }
 
+std::vector<std::string> BlockDigest::sharedFragmentNames() const {
+    std::vector<std::pair<std::string, std::vector<std::string>>> fields;
+    for (const Field& field : fields_) {
+        auto& [name, fragments] = fields.emplace_back(field.name, std::vector<std::string>());
+        for (const Fragment& fragment : field.fragments) fragments.push_back(fragment.name);
+    }
+    return Pallion::Tools::sharedFragmentNames(fields);
+}
+
 void BlockDigest::add(const Pallion::Tools::FlushedBlock& block) {
     std::vector<Pallion::Tools::ColumnSlice> slices;
     for (const auto& [name, chunk] : block.columns)

@@ -70,6 +70,8 @@ public:
     };
     // The field of that name, or null where no block had it.
     const Field* field(const std::string& name) const;
+    // The lines of Pallion::Tools::sharedFragmentNames for the fragments seen.
+    std::vector<std::string> sharedFragmentNames() const;
 
     // Writes the picture of writePreview from the points gathered.
     std::string writePreview(const std::string& file, unsigned size = 512);
