@@ -29,7 +29,7 @@ namespace m = messages;
 constexpr int MostDecimals = 9;
 constexpr double MaxSteps = std::numeric_limits<std::int32_t>::max();
 constexpr double ExactInteger = 9007199254740992.0;  // 2^53: every whole number below it is a double
-constexpr std::size_t HeaderSize = 375, VlrHeaderSize = 54, ExtraBytesRecordSize = 192;
+constexpr std::size_t HeaderSize = 375;
 constexpr double ScanAngleStep = 0.006;  // degrees per unit of the record's scan angle
 constexpr std::uint16_t WktRecordId = 2112, GeoKeyRecordId = 34735, ExtraBytesRecordId = 4;
 constexpr std::uint16_t WktBit = 1u << 4;
