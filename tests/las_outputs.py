@@ -90,6 +90,19 @@ with tempfile.TemporaryDirectory() as folder:
             check(abs(h["offset"][i] / h["scale"][i] - round(h["offset"][i] / h["scale"][i])) < 1e-6,
                   f"{d} decimals: {axis} offset {h['offset'][i]} a whole number of steps")
 
+    # Decimals that grow between blocks (0, then 2, then 5) and values that fall below the first block's: the
+    # records written before are rewritten at the finer scale, and every coordinate still reads back as written.
+    steps = [(20_000 - 7 * i) * 10**5 for i in range(40)] + [(15_000 - 3 * i) * 10**5 + i * 1000 for i in range(40)]
+    steps += [(10_000 - 5 * i) * 10**5 + 12345 * i for i in range(40)]
+    tokens = [f"{s / 10**5:.5f}".rstrip("0").rstrip(".") for s in steps]
+    write_table("g.txt", ["X", "Y", "Z"], [tokens, tokens[::-1], ["-" + t for t in tokens]])
+    result = run("--block", "6", "-o", "g.las", "g.txt")
+    las = read("g.las") if result.returncode == 0 else None
+    check(las is not None and las["header"]["scale"] == [1e-5] * 3, f"growing decimals: {result.stderr}")
+    if las is not None:
+        for axis, expected in (("X", tokens), ("Y", tokens[::-1]), ("Z", ["-" + t for t in tokens])):
+            exact([f"{float(t):.5f}" for t in expected], las["dimensions"][axis], 5, axis, "growing decimals")
+
     # Every standard dimension, rgb (v * 257), and an extra-bytes column in each of the nine element types, the
     # standard ones in element types other than their own; a second point and rgb field go to the extras too, and
     # a field named like a dimension of the record gets a name of its own.

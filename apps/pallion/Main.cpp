@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <unistd.h>
@@ -20,6 +21,7 @@
 #include "Summary.hpp"
 #include "pallion/Extensions.hpp"
 #include "pallion/Pallion.hpp"
+#include "pallion/tools/BlockWriter.hpp"
 #include "pallion/tools/CompressedSource.hpp"
 #include "pallion/tools/Driver.hpp"
 #include "pallion/tools/FailureContext.hpp"
@@ -154,6 +156,21 @@ int run(int argc, char** argv) {
     const bool terminal = isatty(STDERR_FILENO) != 0 && !options.quiet;
     const std::uint64_t bytes = bytesOf(options.table.files);
 
+    // A table's output is written block by block as the conversion flushes
+    // them, and the summary and the preview gathered from the same blocks, so
+    // that memory holds a few blocks whatever the table's size.  Nothing
+    // takes the output's name unless the conversion read everything.
+    host::BlockDigest digest(!options.preview.empty());
+    Pallion::Tools::BlockWriterPtr writer;
+    if (!options.output.empty() && !options.trajectory)
+        writer = Pallion::Tools::openBlockWriter(options.output, {options.lasScale}, &grid);
+    bool routed = false, digested = false;  // digested: the digest has what the summary shows
+    const Pallion::Tools::BlockRoute route{[&](const Pallion::Tools::FlushedBlock& block) {
+                                               digest.add(block);
+                                               return writer ? writer->add(block) : std::string();
+                                           },
+                                           false};
+
     Pallion::Parameter parameter;
     {
         Ravelin::StringListPtr files(new Ravelin::StringList);
@@ -200,6 +217,7 @@ int run(int argc, char** argv) {
                     }
                     // The bar judges the rows also where a block size is given.
                     const auto rows = run.judgedRows ? run.judgedRows : Pallion::Tools::judgedRows(options.table.files);
+                    if (writer && rows) writer->expectRows(*rows);
                     // Compressed files are followed by their compressed bytes read against their sizes.
                     Pallion::Tools::CompressedBytesRead compressed;
                     if (allCompressed(options.table.files)) {
@@ -211,7 +229,8 @@ int run(int argc, char** argv) {
                     return true;
                 };
                 const Pallion::Tools::TableRun run =
-                    Pallion::Tools::runTable(grid, parameter, options.table, checkNames, beforeConverting);
+                    Pallion::Tools::runTableRouted(route, routed, grid, parameter, options.table, checkNames,
+                                                   beforeConverting, Pallion::Tools::OptionWords::CommandLine);
                 const Pallion::Tools::Resolved& resolved = run.resolved;
                 report.guessed = resolved.guessed;
                 if (run.end == Pallion::Tools::RunEnd::Options) {
@@ -237,7 +256,10 @@ int run(int argc, char** argv) {
                 if (run.converted()) bar->finish();
                 parameter.Progress.reset();
                 report.failure = run.report;
-                for (const std::string& shared : Pallion::Tools::sharedFragmentNames(grid)) {
+                // Without a route the grid holds the blocks: the summary is gathered from it.
+                if (!routed) digest.addGrid(grid);
+                digested = true;
+                for (const std::string& shared : digest.sharedFragmentNames()) {
                     report.warnings.push_back(shared);
                     if (!options.quiet) std::cerr << m::Prefix << m::Warning << shared << '\n';
                 }
@@ -256,7 +278,18 @@ int run(int argc, char** argv) {
 
     // The output files only after a conversion that read everything and was not stopped.
     std::string writeFailure, previewFailure;
-    if (!options.output.empty() && !report.partial) {
+    if (!digested) digest.addGrid(grid);
+    // Without a route the grid holds the blocks: they go to the writer now, as they would have come.
+    std::optional<std::string> fed;
+    if (writer && !routed && !report.partial) fed = Pallion::Tools::feedBlocks(grid, *writer);
+    if (writer && !report.partial && (routed || fed)) {
+        Pallion::Tools::LasWritten written = writer->finish(grid);
+        if (fed && !fed->empty()) written.failure = *fed;
+        // What the file holds otherwise than the grid is told even with --quiet.
+        for (const std::string& note : written.notes) std::cerr << m::Prefix << m::Warning << note << '\n';
+        writeFailure = std::move(written.failure);
+        report.output = {options.output, writeFailure};
+    } else if (!options.output.empty() && !report.partial) {
         if (Pallion::Tools::outputFormatOf(options.output) == Pallion::Tools::OutputFormat::Las) {
             // What the file holds otherwise than the grid is told even with --quiet.
             Pallion::Tools::LasWritten las = Pallion::Tools::writeLas(grid, options.output, {options.lasScale});
@@ -268,7 +301,7 @@ int run(int argc, char** argv) {
         report.output = {options.output, writeFailure};
     }
     if (!options.preview.empty() && Pallion::Tools::stopSignal() == 0) {
-        previewFailure = host::writePreview(grid, options.preview);
+        previewFailure = digest.writePreview(options.preview);
         report.preview = {options.preview, previewFailure};
     }
     const bool stopped = Pallion::Tools::stopSignal() != 0;
@@ -279,9 +312,9 @@ int run(int argc, char** argv) {
     report.status = status;
 
     if (options.json)
-        std::cout << host::jsonSummary(grid, report);
+        std::cout << host::jsonSummary(grid, digest, report);
     else
-        std::cout << shownLines(host::textSummary(grid, report.partial));
+        std::cout << shownLines(host::textSummary(grid, digest, report.partial));
     std::cout << std::flush;  // the summary before the failure, also when both go to one pipe
     if (!previewFailure.empty()) std::cerr << m::Prefix << m::PreviewFailed << shownLines(previewFailure) << '\n';
     if (!writeFailure.empty()) std::cerr << m::Prefix << shownLines(writeFailure) << '\n';

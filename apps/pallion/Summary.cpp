@@ -1,9 +1,12 @@
 #include "Summary.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
 #include <limits>
 #include <memory>
 #include <sstream>
@@ -37,35 +40,24 @@ Json jsonNumber(double value, bool single) {
     return shortest;
 }
 
-struct Range {
-    std::vector<double> min, max;
-    bool single = false;  // the components are floats
-};
-
-// Per-component minimum and maximum over every array of a field.
-Range rangeOf(const Tessel::Field& field) {
-    Range range;
-    for (const auto& fragment : field.fragments())
-        for (const Array& array : fragment.arrays)
-            Pallion::Tools::withElementType(*array, [&]<class T>() {
-                using Traits = Tessel::ElementTraits<T>;
-                using C = typename Traits::Component;
-                const auto elements = Pallion::Tools::elementsOf<T>(*array);
-                const auto* components = reinterpret_cast<const C*>(elements.data());
-                range.single = std::is_same_v<C, float>;
-                if (range.min.empty()) {
-                    range.min.assign(Traits::components, std::numeric_limits<double>::infinity());
-                    range.max.assign(Traits::components, -std::numeric_limits<double>::infinity());
-                }
-                for (std::uint64_t i = 0; i < elements.size() * Traits::components; ++i) {
-                    const double v = static_cast<double>(components[i]);
-                    double& low = range.min[i % Traits::components];
-                    double& high = range.max[i % Traits::components];
-                    low = std::min(low, v);
-                    high = std::max(high, v);
-                }
-            });
-    return range;
+// Per-component minimum and maximum of `n` elements of type T, into `field`.
+template <class T>
+void widen(BlockDigest::Field& field, const T* elements, std::uint64_t n) {
+    using Traits = Tessel::ElementTraits<T>;
+    using C = typename Traits::Component;
+    const auto* components = reinterpret_cast<const C*>(elements);
+    field.single = std::is_same_v<C, float>;
+    if (field.min.empty()) {
+        field.min.assign(Traits::components, std::numeric_limits<double>::infinity());
+        field.max.assign(Traits::components, -std::numeric_limits<double>::infinity());
+    }
+    for (std::uint64_t i = 0; i < n * Traits::components; ++i) {
+        const double v = static_cast<double>(components[i]);
+        double& low = field.min[i % Traits::components];
+        double& high = field.max[i % Traits::components];
+        low = std::min(low, v);
+        high = std::max(high, v);
+    }
 }
 
 // An attribute's values, by the type of its chunk.
@@ -80,23 +72,6 @@ Json attributeValues(const Ravelin::ChunkPtr& value) {
     else if (auto* texts = dynamic_cast<Ravelin::Chunk<std::string>*>(value.get()))
         for (const std::string& v : texts->vector()) values.push_back(v);
     return values;
-}
-
-std::string typeOf(const Tessel::Field& field) {
-    return field.fragments().empty() ? std::string(messages::NoFragment)
-                                     : Pallion::Tools::parseTypeName(*field.fragments()[0].arrays[0]);
-}
-
-// The elements of the first field of element type T that has `count`
-// elements (any count where 0), as a copy for the picture.
-template <class T>
-std::vector<T> firstFieldOf(const Tessel::Grid& grid, std::uint64_t count = 0) {
-    for (const auto& field : grid.fields()) {
-        if (!Pallion::Tools::fieldHolds<T>(*field)) continue;
-        const std::uint64_t n = Pallion::Tools::elementCountOf(*field);
-        if (n > 0 && (count == 0 || n == count)) return Pallion::Tools::fieldValues<T>(*field);
-    }
-    return {};
 }
 
 // Blue, cyan, green, yellow, red from low to high.
@@ -136,18 +111,181 @@ void writePng(Pallion::Tools::OutputFile& out, const Picture& picture) {
     png_destroy_write_struct(&png, &info);
 }
 
+// A point of the picture as spooled: x, y, z and its colour.
+constexpr std::size_t SpooledBytes = 3 * sizeof(double) + 3;
+
 }  // namespace
 
+BlockDigest::BlockDigest(bool picture, std::size_t inMemory) : picture_(picture), inMemory_(inMemory) {
+    std::fill(std::begin(low_), std::end(low_), std::numeric_limits<double>::infinity());
+    std::fill(std::begin(high_), std::end(high_), -std::numeric_limits<double>::infinity());
+}
+
+BlockDigest::~BlockDigest() {
+    if (spill_ != nullptr) std::fclose(spill_);
+}
+
+BlockDigest::Field& BlockDigest::fieldNamed(const std::string& name) {
+    for (Field& field : fields_)
+        if (field.name == name) return field;
+    fields_.emplace_back().name = name;
+    return fields_.back();
+}
+
+const BlockDigest::Field* BlockDigest::field(const std::string& name) const {
+    for (const Field& field : fields_)
+        if (field.name == name) return &field;
+    return nullptr;
+}
+
+std::vector<std::string> BlockDigest::sharedFragmentNames() const {
+    std::vector<std::pair<std::string, std::vector<std::string>>> fields;
+    for (const Field& field : fields_) {
+        auto& [name, fragments] = fields.emplace_back(field.name, std::vector<std::string>());
+        for (const Fragment& fragment : field.fragments) fragments.push_back(fragment.name);
+    }
+    return Pallion::Tools::sharedFragmentNames(fields);
+}
+
+void BlockDigest::add(const Pallion::Tools::FlushedBlock& block) {
+    std::vector<Pallion::Tools::ColumnSlice> slices;
+    for (const auto& [name, chunk] : block.columns)
+        slices.push_back({&name, &chunk->elementType(), static_cast<const char*>(chunk->rawData()),
+                          static_cast<std::uint64_t>(chunk->elementCount())});
+    // The name the conversion gives the block's fragments: the file's stem and the block's number.
+    const std::string stem = std::filesystem::path(block.file).stem().string();
+    add(stem + std::to_string(block.number), slices);
+}
+
+void BlockDigest::add(const std::string& fragment, const std::vector<Pallion::Tools::ColumnSlice>& slices) {
+    const char *points = nullptr, *colours = nullptr;
+    std::uint64_t n = 0;
+    for (const auto& slice : slices) {
+        Field& field = fieldNamed(*slice.name);
+        Fragment& entry = field.fragments.emplace_back();
+        entry.name = fragment;
+        entry.elements = slice.count;
+        field.elements += slice.count;
+        Pallion::Tools::withChunkType(*slice.type, [&]<class T>() {
+            using Traits = Tessel::ElementTraits<T>;
+            field.type = Traits::parseName;
+            field.components = Traits::components;
+            const T* elements = reinterpret_cast<const T*>(slice.data);
+            if (slice.count > 0) {
+                Traits::appendText(entry.first, elements[0]);
+                Traits::appendText(entry.last, elements[slice.count - 1]);
+                widen(field, elements, slice.count);
+            }
+        });
+    }
+    // The picture: the first point field of the first block with points, coloured by that block's first rgb
+    // field.
+    if (!picture_) return;
+    if (pointField_.empty())
+        for (const auto& slice : slices)
+            if (*slice.type == typeid(Tessel::Point) && slice.count > 0) {
+                pointField_ = *slice.name;
+                for (const auto& other : slices)
+                    if (*other.type == typeid(Tessel::Colour)) {
+                        colourField_ = *other.name;
+                        break;
+                    }
+                break;
+            }
+    for (const auto& slice : slices)
+        if (*slice.name == pointField_) points = slice.data, n = slice.count;
+    for (const auto& slice : slices)
+        if (*slice.name == colourField_ && slice.count == n) colours = slice.data;
+    if (points != nullptr) addPoints(points, colours, n);
+}
+
+void BlockDigest::addGrid(const Tessel::Grid& grid) {
+    for (const auto& field : grid.fields()) {
+        Field& entry = fieldNamed(field->fieldName());
+        for (const auto& fragment : field->fragments())
+            for (const Array& array : fragment.arrays) {
+                Fragment& stored = entry.fragments.emplace_back();
+                stored.name = fragment.id->name;
+                stored.elements = array->elementCount();
+                entry.elements += stored.elements;
+                if (stored.elements > 0) {
+                    stored.first = array->elementText(0);
+                    stored.last = array->elementText(stored.elements - 1);
+                }
+                entry.type = Pallion::Tools::parseTypeName(*array);
+                entry.components = array->typeIndex().components;
+                Pallion::Tools::withElementType(*array, [&]<class T>() {
+                    const auto elements = Pallion::Tools::elementsOf<T>(*array);
+                    widen(entry, elements.data(), elements.size());
+                });
+            }
+        if (!field->fragments().empty()) {
+            entry.type = Pallion::Tools::parseTypeName(*field->fragments()[0].arrays[0]);
+            entry.components = field->fragments()[0].arrays[0]->typeIndex().components;
+        }
+    }
+    // The picture: the first point field with elements, coloured by the first rgb field with as many.
+    for (const auto& field : grid.fields()) {
+        if (!picture_) break;
+        if (!Pallion::Tools::fieldHolds<Tessel::Point>(*field)) continue;
+        const std::uint64_t n = Pallion::Tools::elementCountOf(*field);
+        if (n == 0) continue;
+        const auto points = Pallion::Tools::fieldValues<Tessel::Point>(*field);
+        std::vector<Tessel::Colour> colours;
+        for (const auto& other : grid.fields())
+            if (Pallion::Tools::fieldHolds<Tessel::Colour>(*other) && Pallion::Tools::elementCountOf(*other) == n) {
+                colours = Pallion::Tools::fieldValues<Tessel::Colour>(*other);
+                break;
+            }
+        pointField_ = field->fieldName();
+        addPoints(reinterpret_cast<const char*>(points.data()),
+                  colours.empty() ? nullptr : reinterpret_cast<const char*>(colours.data()), n);
+        break;
+    }
+}
+
+void BlockDigest::addPoints(const char* points, const char* colours, std::uint64_t n) {
+    for (std::uint64_t i = 0; i < n; ++i) {
+        Tessel::Point p;
+        std::memcpy(&p, points + i * sizeof p, sizeof p);
+        if (finite(p))
+            for (int c = 0; c < 3; ++c) {
+                low_[c] = std::min(low_[c], p[c]);
+                high_[c] = std::max(high_[c], p[c]);
+            }
+        const std::size_t at = spooled_.size();
+        spooled_.resize(at + SpooledBytes);
+        std::memcpy(&spooled_[at], &p, sizeof p);
+        if (colours != nullptr) std::memcpy(&spooled_[at + sizeof p], colours + i * 3, 3);
+        if (spooled_.size() >= inMemory_) {
+            if (spill_ == nullptr) spill_ = std::tmpfile();
+            if (spill_ == nullptr || std::fwrite(spooled_.data(), 1, spooled_.size(), spill_) != spooled_.size())
+                spillFailure_ = std::strerror(errno);
+            spooled_.clear();
+        }
+    }
+    drawn_ += n;
+    if (colours != nullptr) coloured_ += n;
+}
+
 std::string textSummary(const Tessel::Grid& grid, bool partial) {
+    BlockDigest digest;
+    digest.addGrid(grid);
+    return textSummary(grid, digest, partial);
+}
+
+std::string textSummary(const Tessel::Grid& grid, const BlockDigest& digest, bool partial) {
     std::ostringstream out;
     if (partial) out << messages::PartialSummary << '\n';
     for (const auto& field : grid.fields()) {
-        out << "field " << field->fieldName() << " : " << typeOf(*field) << '\n';
-        for (const auto& fragment : field->fragments())
-            for (const Array& array : fragment.arrays) {
-                const std::uint64_t n = array->elementCount();
-                out << "  " << fragment.id->name << ": " << n << " elements";
-                if (n > 0) out << ", first " << array->elementText(0) << ", last " << array->elementText(n - 1);
+        const BlockDigest::Field* seen = digest.field(field->fieldName());
+        const bool any = seen != nullptr && !seen->fragments.empty();
+        out << "field " << field->fieldName() << " : " << (any ? seen->type : std::string(messages::NoFragment))
+            << '\n';
+        if (any)
+            for (const auto& fragment : seen->fragments) {
+                out << "  " << fragment.name << ": " << fragment.elements << " elements";
+                if (fragment.elements > 0) out << ", first " << fragment.first << ", last " << fragment.last;
                 out << '\n';
             }
     }
@@ -158,6 +296,12 @@ std::string textSummary(const Tessel::Grid& grid, bool partial) {
 }
 
 std::string jsonSummary(const Tessel::Grid& grid, const RunReport& run) {
+    BlockDigest digest;
+    digest.addGrid(grid);
+    return jsonSummary(grid, digest, run);
+}
+
+std::string jsonSummary(const Tessel::Grid& grid, const BlockDigest& digest, const RunReport& run) {
     Json json;
     json["result"] = run.result;
     json["status"] = run.status;
@@ -186,23 +330,22 @@ std::string jsonSummary(const Tessel::Grid& grid, const RunReport& run) {
     json["fields"] = Json::array();
     for (const auto& field : grid.fields()) {
         Json entry = {{"name", field->fieldName()}};
-        if (!field->fragments().empty()) {
-            entry["type"] = typeOf(*field);
-            entry["components"] = field->fragments()[0].arrays[0]->typeIndex().components;
+        const BlockDigest::Field* seen = digest.field(field->fieldName());
+        const bool any = seen != nullptr && !seen->fragments.empty();
+        if (any) {
+            entry["type"] = seen->type;
+            entry["components"] = seen->components;
         }
-        const std::uint64_t elements = Pallion::Tools::elementCountOf(*field);
-        entry["elements"] = elements;
+        entry["elements"] = any ? seen->elements : 0;
         entry["fragments"] = Json::array();
-        for (const auto& fragment : field->fragments())
-            for (const Array& array : fragment.arrays)
-                entry["fragments"].push_back({{"name", fragment.id->name}, {"elements", array->elementCount()}});
-        if (elements > 0) {
-            const Range range = rangeOf(*field);
-            for (std::size_t c = 0; c < range.min.size(); ++c) {
-                entry["min"].push_back(jsonNumber(range.min[c], range.single));
-                entry["max"].push_back(jsonNumber(range.max[c], range.single));
+        if (any)
+            for (const auto& fragment : seen->fragments)
+                entry["fragments"].push_back({{"name", fragment.name}, {"elements", fragment.elements}});
+        if (any && seen->elements > 0)
+            for (std::size_t c = 0; c < seen->min.size(); ++c) {
+                entry["min"].push_back(jsonNumber(seen->min[c], seen->single));
+                entry["max"].push_back(jsonNumber(seen->max[c], seen->single));
             }
-        }
         json["fields"].push_back(entry);
     }
     json["attributes"] = Json::object();
@@ -220,20 +363,16 @@ std::string jsonSummary(const Tessel::Grid& grid, const RunReport& run) {
 }
 
 std::string writePreview(const Tessel::Grid& grid, const std::string& file, unsigned size) {
-    const auto points = firstFieldOf<Tessel::Point>(grid);
-    if (points.empty()) return std::string(messages::NothingToDraw);
-    const auto colours = firstFieldOf<Tessel::Colour>(grid, points.size());
-    const bool coloured = colours.size() == points.size();
+    BlockDigest digest(true);
+    digest.addGrid(grid);
+    return digest.writePreview(file, size);
+}
 
-    double low[3], high[3];
-    std::fill(std::begin(low), std::end(low), std::numeric_limits<double>::infinity());
-    std::fill(std::begin(high), std::end(high), -std::numeric_limits<double>::infinity());
-    for (const auto& p : points)
-        if (finite(p))
-            for (int c = 0; c < 3; ++c) {
-                low[c] = std::min(low[c], p[c]);
-                high[c] = std::max(high[c], p[c]);
-            }
+std::string BlockDigest::writePreview(const std::string& file, unsigned size) {
+    if (drawn_ == 0) return std::string(messages::NothingToDraw);
+    const bool coloured = coloured_ == drawn_;
+    const double* low = low_;
+    const double* high = high_;
     if (!(low[0] <= high[0])) return std::string(messages::NothingToDraw);
     // Spans and offsets in halves, so that coordinates near +-1e308 give no
     // infinite span; every pixel index is clamped before it becomes unsigned.
@@ -247,20 +386,33 @@ std::string writePreview(const Tessel::Grid& grid, const std::string& file, unsi
     const unsigned width = pixel(spanX) + 1, height = pixel(spanY) + 1;
     std::vector<png_byte> image(static_cast<std::size_t>(width) * height * 3, 24);
     const double spanZ = high[2] / 2 - low[2] / 2;
-    for (std::size_t i = 0; i < points.size(); ++i) {
-        if (!finite(points[i])) continue;
-        const auto x = std::min(width - 1, pixel(points[i][0] / 2 - low[0] / 2));
-        const auto y = height - 1 - std::min(height - 1, pixel(points[i][1] / 2 - low[1] / 2));
-        png_byte* rgb = &image[(static_cast<std::size_t>(y) * width + x) * 3];
-        if (coloured) {
-            for (int c = 0; c < 3; ++c) rgb[c] = colours[i][c];
-        } else {
-            heightColour(spanZ > 0 ? (points[i][2] / 2 - low[2] / 2) / spanZ : 0.5, rgb);
+    // The points in the order they came: those in the temporary file, then those in memory.
+    const auto draw = [&](const char* spooled, std::size_t bytes) {
+        for (std::size_t at = 0; at + SpooledBytes <= bytes; at += SpooledBytes) {
+            Tessel::Point p;
+            std::memcpy(&p, spooled + at, sizeof p);
+            if (!finite(p)) continue;
+            const auto x = std::min(width - 1, pixel(p[0] / 2 - low[0] / 2));
+            const auto y = height - 1 - std::min(height - 1, pixel(p[1] / 2 - low[1] / 2));
+            png_byte* rgb = &image[(static_cast<std::size_t>(y) * width + x) * 3];
+            if (coloured)
+                std::memcpy(rgb, spooled + at + sizeof p, 3);
+            else
+                heightColour(spanZ > 0 ? (p[2] / 2 - low[2] / 2) / spanZ : 0.5, rgb);
         }
+    };
+    if (spill_ != nullptr) {
+        std::vector<char> piece(SpooledBytes * 40000);
+        std::rewind(spill_);
+        for (std::size_t n; (n = std::fread(piece.data(), 1, piece.size(), spill_)) > 0;) draw(piece.data(), n);
+        if (std::ferror(spill_) != 0) spillFailure_ = std::strerror(errno);
+        std::fseek(spill_, 0, SEEK_END);
     }
+    draw(spooled_.data(), spooled_.size());
 
     // Through the one atomic writer: nothing under the name unless the whole picture was written.
     Pallion::Tools::OutputFile out(file);
+    if (!spillFailure_.empty()) out.fail(spillFailure_);
     if (out.open()) writePng(out, Picture{image, width, height});
     return out.commit();
 }

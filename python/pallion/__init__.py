@@ -10,16 +10,18 @@ conversion runs without the GIL; ``progress`` is called with it held.
 """
 from __future__ import annotations
 
-from typing import Any, Callable, Iterable, Optional, Sequence, Tuple, Union
+import os
+from typing import Any, Callable, Iterable, List, NamedTuple, Optional, Sequence, Tuple, Union
 
 from . import _pallion
 from ._errors import (ArgumentsError, ConversionError, ConversionFileNotFoundError, ConversionIsADirectoryError,
-                      ConversionOpenError, ConversionPermissionError, TokenError, TokenOverflowError, raise_for)
-from ._grid import Field, Grid, Note
+                      ConversionOpenError, ConversionPermissionError, OutputError, TokenError, TokenOverflowError,
+                      raise_for)
+from ._grid import Field, Grid, Note, las_scale_text
 from ._paths import Files
 from ._version import __version__
 
-__all__ = ["read_table", "iter_table", "ArgumentsError", "read_trajectories", "Grid", "Field", "Note", "ConversionError", "TokenError",
+__all__ = ["read_table", "iter_table", "convert", "Converted", "OutputError", "ArgumentsError", "read_trajectories", "Grid", "Field", "Note", "ConversionError", "TokenError",
            "TokenOverflowError", "ConversionFileNotFoundError", "ConversionPermissionError",
            "ConversionIsADirectoryError", "ConversionOpenError", "__version__"]
 
@@ -85,6 +87,43 @@ def read_table(files: Any, parse: str = AUTO, delimiter: str = AUTO, header: Uni
         outcome = _pallion.read_table(opened.names(), parse, delimiter, header, skiprows, block, epsg, comments,
                                       names, usecols, strict, progress, byte_range)
     return _finish(outcome)
+
+
+class Converted(NamedTuple):
+    """What convert() wrote: the rows, the fields' names, the output file and
+    the notes on what the file holds otherwise than the table (LAS rounding)."""
+    rows: int
+    fields: List[str]
+    output: str
+    notes: List[str]
+
+
+def convert(files: Any, output: Any, parse: str = AUTO, delimiter: str = AUTO, header: Union[int, str, None] = AUTO,
+            block: Optional[int] = None, epsg: Optional[int] = None,
+            progress: Optional[Callable[[int, int], Any]] = None, *, strict: bool = True,
+            usecols: Optional[Sequence[Union[int, str]]] = None, names: Optional[Sequence[str]] = None,
+            comments: Optional[str] = None, skiprows: Optional[int] = None, las_scale: Any = None) -> Converted:
+    """Converts tables straight into a file, by its extension: .ply, .h5
+    (.hdf5) or .las (see Grid.to_ply, to_h5, to_las).  Each block is written
+    as it is converted and then let go, so memory holds a few blocks whatever
+    the tables' size.  The keywords are read_table's; las_scale is to_las's.
+    The file takes its name only once everything was converted and written.
+
+    Raises what read_table raises for a conversion that stops (its .grid
+    holds no blocks), and OutputError where the file cannot be written.
+    """
+    if not isinstance(strict, bool):
+        raise TypeError(f"strict: expected a bool, not {type(strict).__name__}")
+    path = os.fspath(output)
+    path = os.fsdecode(path) if isinstance(path, bytes) else path
+    with Files(files) as opened:
+        outcome, failure, notes, rows, fields = _pallion.convert_table(
+            opened.names(), path, parse, delimiter, header, skiprows, block, epsg, comments, names, usecols, strict,
+            progress, las_scale_text(las_scale))
+    _finish(outcome)
+    if failure:
+        raise OutputError(failure)
+    return Converted(rows, list(fields), path, list(notes))
 
 
 def read_trajectories(files: Any, progress: Optional[Callable[[int, int], Any]] = None) -> Grid:

@@ -60,6 +60,12 @@ def _rebuild(cls: Type[BaseException], args: Any, state: Dict[str, Any]) -> Base
     return error
 
 
+class OutputError(ConversionError):
+    """An output file that could not be written: the message names it and says
+    why (its folder, the disk, a value the format cannot hold).  Nothing is
+    left under its name."""
+
+
 class ArgumentsError(ConversionError, ValueError):
     """Options that cannot be used: a wrong parse string, a column not among the names."""
 

@@ -3,11 +3,13 @@ memory, with numpy's and Python's container protocols, pickled by value."""
 from __future__ import annotations
 
 import datetime
+import os
 from collections.abc import Mapping
 from types import MappingProxyType
 from typing import Any, Dict, Iterator, List, NamedTuple, Optional, Sequence, Tuple
 
 from . import _pallion
+from ._errors import OutputError
 
 # numpy is imported where it is used, not with the package: a conversion
 # loads it beside its own work (see the compiled module), so that a script's
@@ -102,6 +104,15 @@ def _python_value(name: str, value: Any) -> Any:
     return value
 
 
+def las_scale_text(scale: Any) -> Optional[str]:
+    """None, one number, or three (sx, sy, sz) as the text the writer reads."""
+    if scale is None or isinstance(scale, str):
+        return scale
+    if isinstance(scale, (int, float)):
+        return repr(float(scale))
+    return ",".join(repr(float(value)) for value in scale)
+
+
 class Grid(Mapping):  # type: ignore[type-arg]
     """What a conversion made: a mapping of field name -> Field, in the grid's order.
 
@@ -166,6 +177,43 @@ class Grid(Mapping):  # type: ignore[type-arg]
         frame = pandas.DataFrame(columns, copy=copy)
         frame.attrs.update(self.attributes)
         return frame
+
+    def to_ply(self, path: Any) -> None:
+        """Writes the grid as binary PLY: one vertex per row, the first point
+        field as x, y, z, the first rgb field as red, green, blue, the first
+        tvector field as nx, ny, nz and every other field as properties of its
+        own type.  Raises OutputError where it cannot be written."""
+        self._write("to_ply", path, ".ply", None)
+
+    def to_h5(self, path: Any) -> None:
+        """Writes the whole grid as HDF5: a group per field with its dataset
+        "values" and the attributes "type", "fragments" and "counts", the
+        grid's attributes on the root and its notes in the group "notes".
+        Raises OutputError where it cannot be written."""
+        self._write("to_h5", path, ".h5", None)
+
+    def to_las(self, path: Any, las_scale: Any = None) -> List[str]:
+        """Writes the grid as LAS 1.4 (point format 6, or 7 with an rgb field):
+        the first point field as X, Y, Z at the scale 10^-d of the most
+        decimals in each axis (every coordinate reads back as it was written),
+        fields named after a standard dimension into it, every other field as
+        extra bytes, EPSG as WKT.  las_scale: one scale for x, y and z, or
+        three.  Gives the notes on what the file holds otherwise than the grid
+        (rounding, no WKT); raises OutputError where it cannot be written."""
+        return self._write("to_las", path, ".las", las_scale)
+
+    def _write(self, method: str, path: Any, extension: str, las_scale: Any) -> List[str]:
+        if self._handle is None:
+            raise ValueError(_pallion.texts["not_writable"] % method)
+        output = os.fspath(path)
+        if isinstance(output, bytes):
+            output = os.fsdecode(output)
+        if not output.lower().endswith(extension) and not (extension == ".h5" and output.lower().endswith(".hdf5")):
+            raise ValueError(_pallion.texts["wrong_extension"] % (method, extension, output))
+        failure, notes = _pallion.write_grid(self._handle, output, las_scale_text(las_scale))
+        if failure:
+            raise OutputError(failure)
+        return list(notes)
 
     def to_open3d(self) -> Any:
         """An open3d.geometry.PointCloud of the point field "Positions" (else

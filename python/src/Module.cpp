@@ -29,5 +29,7 @@ PYBIND11_MODULE(_pallion, module) {
     text("rows_per_block", m::RowsPerBlock);
     text("no_open3d", m::NoOpen3d);
     text("no_positions", m::NoPositions);
+    text("not_writable", m::NotWritable);
+    text("wrong_extension", m::WrongExtension);
     module.attr("texts") = texts;
 }

@@ -25,6 +25,8 @@ inline constexpr std::string_view ByteRangePair =
 inline constexpr std::string_view ByteRangeFile =
     "byte_range: %s is not a regular uncompressed file; only such a file is read in part";
 inline constexpr std::string_view HeaderWord = "header: expected a whole number, None, \"auto\" or \"infer\", not %s";
+inline constexpr std::string_view BadLasScale =
+    "las_scale: expected one positive number for x, y and z or three (sx, sy, sz), not \"%s\"";
 // For the package's .py files, which take them from the module.
 inline constexpr std::string_view UnequalCounts =
     "to_pandas: the fields hold different numbers of elements (%s); one DataFrame needs equal counts";
@@ -43,5 +45,8 @@ inline constexpr std::string_view NotANamedPath =
 inline constexpr std::string_view RowsPerBlock = "rows: expected a whole number from 1 up, not %r";
 inline constexpr std::string_view NoOpen3d = "to_open3d: open3d is not installed (%s)";
 inline constexpr std::string_view NoPositions = "to_open3d: the grid has no point field \"Positions\"";
+inline constexpr std::string_view WrongExtension = "%s: the file's name ends in %s, not as %r does";
+inline constexpr std::string_view NotWritable =
+    "%s: only a grid that a conversion made can be written; this one was rebuilt from its arrays";
 
 }  // namespace Pallion::Python::messages

@@ -1,5 +1,6 @@
 #include "Running.hpp"
 
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -7,11 +8,17 @@
 
 #include "Arguments.hpp"
 #include "Blocks.hpp"
+#include "ModuleMessages.hpp"
 #include "Progress.hpp"
 #include "Text.hpp"
 #include "pallion/Extensions.hpp"
 #include "pallion/array/ElementTraits.hpp"
+#include "pallion/tools/BlockWriter.hpp"
 #include "pallion/tools/Driver.hpp"
+#include "pallion/tools/GridValues.hpp"
+#include "pallion/tools/LasWriter.hpp"
+#include "pallion/tools/OutputFile.hpp"
+#include "pallion/tools/Writers.hpp"
 
 namespace py = pybind11;
 
@@ -97,6 +104,117 @@ Outcome readTable(const py::handle& files, const py::handle& parse, const py::ha
     if (!outcome.raised.is_none()) outcome.end = "raised";
     parameter.Progress.reset();  // the callable goes while the GIL is held
     return outcome;
+}
+
+// The --las-scale of a LAS output, from its text ("0.001" or "0.01,0.01,0.001"); a ValueError otherwise.
+Tools::LasOptions lasOptions(const std::optional<std::string>& scale) {
+    Tools::LasOptions options;
+    options.scaleOption = "las_scale";
+    if (!scale) return options;
+    options.scale = Tools::parseLasScale(*scale);
+    if (!options.scale) throw py::value_error(Tools::messages::fill(messages::BadLasScale, scale->c_str()));
+    return options;
+}
+
+// A conversion's grid written to `output` by its extension: (failure, notes).
+py::tuple writeGridTo(const GridHandle& handle, const std::string& output, const std::optional<std::string>& scale) {
+    const Tools::LasOptions options = lasOptions(scale);
+    Tools::LasWritten written;
+    {
+        const py::gil_scoped_release released;
+        if (Tools::outputFormatOf(output) == Tools::OutputFormat::Las)
+            written = Tools::writeLas(*handle.grid, output, options);
+        else
+            written.failure = Tools::writeGrid(*handle.grid, output);
+    }
+    py::list notes;
+    for (const std::string& note : written.notes) notes.append(decoded(note));
+    return py::make_tuple(decoded(written.failure), notes);
+}
+
+// A table converted straight into `output`, block by block: each block is
+// written when the conversion flushes it and then let go, so memory holds a
+// few blocks whatever the table's size.  (outcome, failure of the writing,
+// notes, rows, field names)
+py::tuple convertTable(const py::handle& files, const std::string& output, const py::handle& parse,
+                       const py::handle& delimiter, const py::handle& header, const py::handle& skiprows,
+                       const py::handle& block, const py::handle& epsg, const py::handle& comments,
+                       const py::handle& names, const py::handle& usecols, bool strict, const py::object& progress,
+                       const std::optional<std::string>& scale) {
+    const TableCall call =
+        tableCall(files, parse, delimiter, header, skiprows, block, epsg, comments, names, usecols, strict);
+    checkCallable(progress);
+    const Tools::LasOptions options = lasOptions(scale);
+    if (Tools::outputFormatOf(output) == Tools::OutputFormat::Unknown)
+        throw py::value_error(Tools::messages::fill(Tools::messages::UnknownFormat, output.c_str()));
+    if (std::string problem = Tools::outputProblem(output); !problem.empty()) throw py::value_error(problem);
+    Outcome outcome;
+    outcome.grid.grid = Tessel::GridPtr(new Tessel::Grid);
+    Tessel::Grid& grid = *outcome.grid.grid;
+    const NumpyLoader numpy;
+    Parameter parameter;
+    PythonProgress* watcher = nullptr;
+    parameter.Progress = watcher = new PythonProgress(progress, numpy);
+    const Tools::BlockWriterPtr writer = Tools::openBlockWriter(output, options, &grid);
+    std::uint64_t rows = 0;
+    const Tools::BlockRoute route{[&](const Tools::FlushedBlock& flushed) {
+                                      if (!flushed.columns.empty()) rows += flushed.columns[0].second->elementCount();
+                                      return writer ? writer->add(flushed) : std::string();
+                                  },
+                                  false};
+    Tools::TableRun run;
+    Tools::LasWritten written;
+    {
+        const py::gil_scoped_release released;
+        bool routed = false;
+        run = Tools::runTableRouted(route, routed, grid, parameter, call.options,
+                                    Tools::AfterResolving([&](Tools::Resolved& resolved) {
+                                        applyNames(call, resolved);
+                                        // Field names that the output cannot hold are refused before the conversion,
+                                        // not after it.
+                                        ParsedEntries parsed;
+                                        if (!resolved.failure.empty() || !parseEntries(resolved.parse, parsed).empty())
+                                            return;
+                                        std::vector<std::string> fieldNames;
+                                        for (const ContainerEntry& entry : parsed.Entries)
+                                            fieldNames.push_back(entry.FieldName);
+                                        resolved.failure = Tools::fieldNamesProblem(output, fieldNames);
+                                        resolved.aboutTheOptions = !resolved.failure.empty();
+                                    }),
+                                    Tools::BeforeConversion([&](Parameter& filled, const Tools::TableRun& judged) {
+                                        applyReading(call, filled);
+                                        if (writer && judged.judgedRows) writer->expectRows(*judged.judgedRows);
+                                        return true;
+                                    }),
+                                    Tools::OptionWords::Keywords);
+        if (run.converted() && watcher->raised.is_none()) {
+            std::optional<std::string> fed;
+            if (writer && !routed) {
+                fed = Tools::feedBlocks(grid, *writer);
+                if (!grid.fields().empty()) rows = Tools::elementCountOf(*grid.fields()[0]);
+            }
+            if (writer && (routed || fed)) {
+                written = writer->finish(grid);
+                if (fed && !fed->empty()) written.failure = *fed;
+            } else if (Tools::outputFormatOf(output) == Tools::OutputFormat::Las) {
+                written = Tools::writeLas(grid, output, options);
+            } else {
+                written.failure = Tools::writeGrid(grid, output);
+            }
+        }
+    }
+    outcome.grid.declared = declaredTypes(parameter);
+    for (const std::string& line : run.resolved.guessed) outcome.guessed.append(decoded(line));
+    outcome.end = endName(run.end);
+    outcome.message = decoded(run.failure);
+    if (!run.converted()) placeOf(outcome, run, parameter.Failure);
+    outcome.raised = watcher->raised;
+    if (!outcome.raised.is_none()) outcome.end = "raised";
+    parameter.Progress.reset();
+    py::list notes, fields;
+    for (const std::string& note : written.notes) notes.append(decoded(note));
+    for (const auto& field : grid.fields()) fields.append(decoded(field->fieldName()));
+    return py::make_tuple(std::move(outcome), decoded(written.failure), notes, rows, fields);
 }
 
 Outcome readTrajectories(const py::handle& files, const py::object& progress) {
@@ -248,6 +366,11 @@ void bindRunning(py::module_& module) {
     module.def(
         "readable_in_part", [](const py::bytes& file) { return readableInPart(file); }, py::arg("file"));
     module.def("read_trajectories", &readTrajectories, py::arg("files"), py::arg("progress"));
+    module.def("write_grid", &writeGridTo, py::arg("grid"), py::arg("output"), py::arg("las_scale"));
+    module.def("convert_table", &convertTable, py::arg("files"), py::arg("output"), py::arg("parse"),
+               py::arg("delimiter"), py::arg("header"), py::arg("skiprows"), py::arg("block"), py::arg("epsg"),
+               py::arg("comments"), py::arg("names"), py::arg("usecols"), py::arg("strict"), py::arg("progress"),
+               py::arg("las_scale"));
     bindBlocks(module);
 }
 

@@ -91,20 +91,31 @@ std::vector<T> fieldValues(const Tessel::Field& field) {
     return values;
 }
 
-// One line for each fragment name that a field of `grid` holds more than
-// once, saying why it matters (Messages.hpp SharedFragmentName).
-inline std::vector<std::string> sharedFragmentNames(const Tessel::Grid& grid) {
+// One line for each fragment name that a field holds more than once, saying
+// why it matters (Messages.hpp SharedFragmentName), from each field's name
+// and its fragments' names in order.
+inline std::vector<std::string> sharedFragmentNames(
+    const std::vector<std::pair<std::string, std::vector<std::string>>>& fields) {
     std::vector<std::string> lines;
-    for (const auto& field : grid.fields()) {
+    for (const auto& [field, fragments] : fields) {
         std::map<std::string, std::size_t> stores;
         std::vector<std::string> order;
-        for (const auto& fragment : field->fragments())
-            if (++stores[fragment.id->name] == 2) order.push_back(fragment.id->name);
+        for (const std::string& name : fragments)
+            if (++stores[name] == 2) order.push_back(name);
         for (const std::string& name : order)
-            lines.push_back(
-                messages::fill(messages::SharedFragmentName, field->fieldName().c_str(), name.c_str(), stores[name]));
+            lines.push_back(messages::fill(messages::SharedFragmentName, field.c_str(), name.c_str(), stores[name]));
     }
     return lines;
+}
+
+// The same for the fields of `grid`.
+inline std::vector<std::string> sharedFragmentNames(const Tessel::Grid& grid) {
+    std::vector<std::pair<std::string, std::vector<std::string>>> fields;
+    for (const auto& field : grid.fields()) {
+        auto& [name, fragments] = fields.emplace_back(field->fieldName(), std::vector<std::string>());
+        for (const auto& fragment : field->fragments()) fragments.push_back(fragment.id->name);
+    }
+    return sharedFragmentNames(fields);
 }
 
 }  // namespace Pallion::Tools

@@ -1,5 +1,6 @@
 // The HDF5 writer; built where HDF5 was found, and a refusal naming the
 // missing library everywhere else.
+#include "pallion/tools/BlockWriter.hpp"
 #include "pallion/tools/Messages.hpp"
 #include "pallion/tools/Writers.hpp"
 
@@ -7,6 +8,8 @@
 
 #include <hdf5.h>
 #include <unistd.h>
+#include <list>
+#include <optional>
 
 #include "pallion/memory/Chunk.hpp"
 #include "pallion/tools/GridValues.hpp"
@@ -27,6 +30,11 @@ public:
     Handle& operator=(const Handle&) = delete;
     operator hid_t() const { return id_; }  // NOLINT: a handle stands for its id
     bool bad() const { return id_ < 0; }
+    // Closes the one it holds and takes `id`.
+    void reset(hid_t id) {
+        close();
+        id_ = id;
+    }
     // Closes it now; false where the close failed.
     bool close() {
         const hid_t id = id_;
@@ -136,122 +144,220 @@ bool writeNames(hid_t parent, const std::string& name, const std::vector<std::st
 // Elements gathered before one write: small fragments go out together, so
 // that many of them cost no more than their bytes.
 constexpr std::size_t GatheredBytes = 4u << 20;
-
-// The elements of every array of `field` (of element type T), fragment after
-// fragment, as the one dataset "values" (n, or n x 3 for three components);
-// the arrays' names and element counts in that order go to `names` and `counts`.
-template <class T>
-bool writeValues(hid_t group, const Tessel::Field& field, OutputFile& out, std::vector<std::string>& names,
-                 std::vector<std::uint64_t>& counts) {
-    using Traits = Tessel::ElementTraits<T>;
-    const hid_t type = nativeType<typename Traits::Component>();
-    const int rank = Traits::components > 1 ? 2 : 1;
-    const hsize_t dims[2] = {elementCountOf(field), Traits::components};
-    const Handle space(H5Screate_simple(rank, dims, nullptr), H5Sclose);
-    if (space.bad()) return false;
-    Handle set(H5Dcreate2(group, "values", type, space, H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), H5Dclose);
-    if (set.bad()) return false;
-    hsize_t at = 0;  // the first row not written yet
-    const auto write = [&](const T* data, hsize_t rows) {
-        if (rows == 0) return true;
-        const hsize_t start[2] = {at, 0}, count[2] = {rows, Traits::components};
-        const Handle memory(H5Screate_simple(rank, count, nullptr), H5Sclose);
-        if (memory.bad() || H5Sselect_hyperslab(space, H5S_SELECT_SET, start, nullptr, count, nullptr) < 0 ||
-            H5Dwrite(set, type, memory, space, H5P_DEFAULT, data) < 0)
-            return false;
-        at += rows;
-        return out.good();
-    };
-    std::vector<T> gathered;
-    const std::size_t gatherUpTo = GatheredBytes / sizeof(T);
-    bool written = true;
-    for (const auto& fragment : field.fragments())
-        for (std::size_t i = 0; i < fragment.arrays.size() && written; ++i) {
-            const auto elements = elementsOf<T>(*fragment.arrays[i]);
-            names.push_back(linkName(fragment.id->name));
-            if (i > 0) names.back().append(1, '_').append(std::to_string(i));
-            counts.push_back(elements.size());
-            if (gathered.size() + elements.size() > gatherUpTo) {
-                written = write(gathered.data(), gathered.size());
-                gathered.clear();
-            }
-            if (elements.size() > gatherUpTo)
-                written = written && write(elements.data(), elements.size());
-            else
-                gathered.insert(gathered.end(), elements.begin(), elements.end());
-        }
-    return written && write(gathered.data(), gathered.size()) && at == dims[0] && set.close();
-}
+// The bytes of a chunk of a growing dataset.
+constexpr std::size_t ChunkBytes = 256u << 10;
 
 // The step that failed, as the failure text names it.
 std::string what(const char* step, const std::string& name) { return std::string(step).append(name); }
 
-}  // namespace
+// One group per field, made when the field is first seen, with its one
+// dataset "values" (n, or n x 3 for three components) that grows as the
+// blocks come; the attributes "type", "fragments" and "counts" are written at
+// the end.  The grid's attributes and notes follow at the end too.
+class Hdf5Writer final : public BlockWriter {
+public:
+    explicit Hdf5Writer(std::string file) : file_(std::move(file)), out_(file_) {}
+    ~Hdf5Writer() override {
+        // Handles are closed before the file; an unfinished file is removed with the OutputFile.
+        fields_.clear();
+        h5_.reset();
+    }
 
-bool canWriteHdf5() { return true; }
+    std::string add(const std::string& fragment, const std::vector<ColumnSlice>& slices) override {
+        if (!started_) start();
+        if (!out_.good()) return out_.failure();
+        for (const ColumnSlice& slice : slices) {
+            Values* values = valuesOf(*slice.name, slice.type);
+            if (values == nullptr) return out_.failure();
+            if (fragment.empty() || slice.type == nullptr) continue;  // the field made known, no fragment
+            if (*slice.type != *values->type) return failed(what("write the values of ", *slice.name));
+            values->names.push_back(linkName(fragment));
+            values->counts.push_back(slice.count);
+            const std::size_t bytes = static_cast<std::size_t>(slice.count) * values->elementBytes;
+            if (values->gathered.size() + bytes > GatheredBytes && !write(*values)) return out_.failure();
+            if (bytes > GatheredBytes) {
+                if (!append(*values, slice.data, slice.count)) return out_.failure();
+            } else {
+                values->gathered.insert(values->gathered.end(), slice.data, slice.data + bytes);
+            }
+        }
+        return out_.good() ? std::string() : out_.failure();
+    }
 
-std::string writeHdf5(const Tessel::Grid& grid, const std::string& file) {
-    namespace m = messages;
-    std::vector<std::string> fieldNames;
-    for (const auto& field : grid.fields()) fieldNames.push_back(field->fieldName());
-    if (std::string refused = fieldNamesProblem(file, fieldNames); !refused.empty()) return refused;
-    OutputFile out(file);
-    if (!out.open(false)) return out.failure();
-    // No shutdown of the library at exit: after a failed close it would close that file again and crash.
-    // Where the library is already running (another part of the process opened it), this changes nothing.
-    H5dont_atexit();
-    H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);  // failures come back as values, printed by the host
-    const auto failed = [&](const std::string& step) {
-        out.fail(m::fill(m::Hdf5Failed, step.c_str()));
-        return out.failure();
+    LasWritten finish(const Tessel::Grid& grid) override {
+        if (!started_) start();
+        for (const auto& field : grid.fields())
+            if (valuesOf(field->fieldName(), nullptr) == nullptr) return {out_.failure(), {}};
+        for (Values& field : fields_) {
+            Values* values = &field;
+            if (!out_.good()) break;
+            if (values->set.bad()) {
+                if (!values->group.close()) failed(what("write the group of ", values->field));
+                continue;
+            }
+            // The values, then the field's element type in the parse string's words as the attribute "type",
+            // the fragments' names in order as "fragments" and their element counts as "counts".
+            if (!write(*values) || !values->set.close()) {
+                failed(what("write the values of ", values->field));
+                break;
+            }
+            if (!writeTexts(values->group, "type", {values->typeName}, true) ||
+                !writeNames(values->group, "fragments", values->names) ||
+                !writeAttribute(values->group, "counts", H5T_NATIVE_UINT64, values->counts.data(),
+                                values->counts.size()))
+                failed(what("write the fragments of ", values->field));
+            else if (!values->group.close())
+                failed(what("write the group of ", values->field));
+        }
+        fields_.clear();
+        if (out_.good()) writeGrid(grid);
+        if (out_.good() && (H5Fflush(*h5_, H5F_SCOPE_GLOBAL) < 0 || !h5_->close())) failed("write the file");
+        h5_.reset();
+        return {out_.commit(), {}};
+    }
+
+private:
+    struct Values {
+        std::string field;
+        Handle group{-1, H5Gclose};
+        Handle set{-1, H5Dclose};
+        const std::type_info* type = nullptr;
+        hid_t nativeType = -1;
+        int rank = 1;
+        hsize_t components = 1;
+        std::size_t elementBytes = 0;
+        std::string typeName;
+        hsize_t rows = 0;  // written to the dataset
+        std::vector<char> gathered;
+        std::vector<std::string> names;
+        std::vector<std::uint64_t> counts;
     };
-    {
+
+    std::string failed(const std::string& step) {
+        out_.fail(messages::fill(messages::Hdf5Failed, step.c_str()));
+        return out_.failure();
+    }
+
+    void start() {
+        started_ = true;
+        if (!out_.open(false)) return;
+        // No shutdown of the library at exit: after a failed close it would close that file again and crash.
+        // Where the library is already running (another part of the process opened it), this changes nothing.
+        H5dont_atexit();
+        H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);  // failures come back as values, printed by the host
         // The newest object headers that 1.8 readers still open are the smaller ones.
         const Handle access(H5Pcreate(H5P_FILE_ACCESS), H5Pclose);
         const Handle creation(ordered(H5P_FILE_CREATE), H5Pclose);
-        if (access.bad() || creation.bad() || H5Pset_libver_bounds(access, H5F_LIBVER_V18, H5F_LIBVER_LATEST) < 0)
-            return failed("create the file");
-        FileHandle h5(H5Fcreate(out.temporaryPath().c_str(), H5F_ACC_TRUNC, creation, access), out.temporaryPath());
-        if (h5.bad()) return failed("create the file");
-        const Handle groupCreation(ordered(H5P_GROUP_CREATE), H5Pclose);
-        if (groupCreation.bad()) return failed("create the file");
-        for (const auto& field : grid.fields()) {
-            Handle group(H5Gcreate2(h5, field->fieldName().c_str(), H5P_DEFAULT, groupCreation, H5P_DEFAULT), H5Gclose);
-            if (group.bad()) return failed(what("make the group of ", field->fieldName()));
-            // The values, then the field's element type in the parse string's words as the attribute "type",
-            // the fragments' names in order as "fragments" and their element counts as "counts".
-            std::vector<std::string> names;
-            std::vector<std::uint64_t> counts;
-            if (!field->fragments().empty()) {
-                bool written = false;
-                withElementType(*field->fragments()[0].arrays[0],
-                                [&]<class T>() { written = writeValues<T>(group, *field, out, names, counts); });
-                if (!out.good()) return out.failure();
-                if (!written) return failed(what("write the values of ", field->fieldName()));
-                if (!writeTexts(group, "type", {parseTypeName(*field->fragments()[0].arrays[0])}, true) ||
-                    !writeNames(group, "fragments", names) ||
-                    !writeAttribute(group, "counts", H5T_NATIVE_UINT64, counts.data(), counts.size()))
-                    return failed(what("write the fragments of ", field->fieldName()));
-            }
-            if (!group.close()) return failed(what("write the group of ", field->fieldName()));
+        groupCreation_.emplace(ordered(H5P_GROUP_CREATE), H5Pclose);
+        if (access.bad() || creation.bad() || groupCreation_->bad() ||
+            H5Pset_libver_bounds(access, H5F_LIBVER_V18, H5F_LIBVER_LATEST) < 0) {
+            failed("create the file");
+            return;
         }
-        // The grid's attributes, by the type of their values.
+        h5_.emplace(H5Fcreate(out_.temporaryPath().c_str(), H5F_ACC_TRUNC, creation, access), out_.temporaryPath());
+        if (h5_->bad()) failed("create the file");
+    }
+
+    // The group of a field, made at first sight in the order the fields come,
+    // with its dataset where the field's element type is known.
+    Values* valuesOf(const std::string& field, const std::type_info* type) {
+        if (!out_.good()) return nullptr;
+        const auto found =
+            std::find_if(fields_.begin(), fields_.end(), [&](const Values& v) { return v.field == field; });
+        Values* values = found != fields_.end() ? &*found : nullptr;
+        if (values == nullptr) {
+            if (std::string refused = fieldNamesProblem(file_, {field}); !refused.empty()) {
+                out_.fail(refused.substr(messages::fill(messages::CannotWriteFile, file_.c_str(), "").size()));
+                return nullptr;
+            }
+            values = &fields_.emplace_back();
+            values->field = field;
+            values->group.reset(H5Gcreate2(*h5_, field.c_str(), H5P_DEFAULT, *groupCreation_, H5P_DEFAULT));
+            if (values->group.bad()) {
+                failed(what("make the group of ", field));
+                return nullptr;
+            }
+        }
+        if (type == nullptr || values->type != nullptr) return values;
+        withChunkType(*type, [&]<class T>() {
+            using Traits = Tessel::ElementTraits<T>;
+            values->type = &typeid(T);
+            values->nativeType = nativeType<typename Traits::Component>();
+            values->rank = Traits::components > 1 ? 2 : 1;
+            values->components = Traits::components;
+            values->elementBytes = sizeof(T);
+            values->typeName = Traits::parseName;
+        });
+        if (values->type == nullptr) {
+            failed(what("write the values of ", field));
+            return nullptr;
+        }
+        const hsize_t dims[2] = {0, values->components}, most[2] = {H5S_UNLIMITED, values->components};
+        const hsize_t chunk[2] = {std::max<hsize_t>(1, ChunkBytes / values->elementBytes), values->components};
+        const Handle space(H5Screate_simple(values->rank, dims, most), H5Sclose);
+        const Handle properties(H5Pcreate(H5P_DATASET_CREATE), H5Pclose);
+        if (space.bad() || properties.bad() || H5Pset_chunk(properties, values->rank, chunk) < 0) {
+            failed(what("write the values of ", field));
+            return nullptr;
+        }
+        values->set.reset(
+            H5Dcreate2(values->group, "values", values->nativeType, space, H5P_DEFAULT, properties, H5P_DEFAULT));
+        if (values->set.bad()) {
+            failed(what("write the values of ", field));
+            return nullptr;
+        }
+        return values;
+    }
+
+    // Appends `rows` elements at the end of the dataset.
+    bool append(Values& values, const char* data, hsize_t rows) {
+        if (rows == 0) return out_.good();
+        const hsize_t dims[2] = {values.rows + rows, values.components};
+        const hsize_t start[2] = {values.rows, 0}, count[2] = {rows, values.components};
+        if (H5Dset_extent(values.set, dims) < 0) {
+            failed(what("write the values of ", values.field));
+            return false;
+        }
+        const Handle space(H5Dget_space(values.set), H5Sclose);
+        const Handle memory(H5Screate_simple(values.rank, count, nullptr), H5Sclose);
+        if (space.bad() || memory.bad() ||
+            H5Sselect_hyperslab(space, H5S_SELECT_SET, start, nullptr, count, nullptr) < 0 ||
+            H5Dwrite(values.set, values.nativeType, memory, space, H5P_DEFAULT, data) < 0) {
+            failed(what("write the values of ", values.field));
+            return false;
+        }
+        values.rows += rows;
+        return out_.good();
+    }
+
+    // Writes what was gathered.
+    bool write(Values& values) {
+        const bool written = append(values, values.gathered.data(), values.gathered.size() / values.elementBytes);
+        values.gathered.clear();
+        return written;
+    }
+
+    // The grid's attributes, by the type of their values, and its notes.
+    void writeGrid(const Tessel::Grid& grid) {
         for (const std::string& name : grid.attributes().names()) {
             const Ravelin::ChunkPtr value = grid.attributes().getAttribute(name);
             bool written = true;
             if (auto* ints = dynamic_cast<Ravelin::Chunk<int>*>(value.get()))
-                written = writeAttribute(h5, name, H5T_NATIVE_INT, ints->vector().data(), ints->vector().size());
+                written = writeAttribute(*h5_, name, H5T_NATIVE_INT, ints->vector().data(), ints->vector().size());
             else if (auto* uints = dynamic_cast<Ravelin::Chunk<unsigned int>*>(value.get()))
-                written = writeAttribute(h5, name, H5T_NATIVE_UINT, uints->vector().data(), uints->vector().size());
+                written = writeAttribute(*h5_, name, H5T_NATIVE_UINT, uints->vector().data(), uints->vector().size());
             else if (auto* doubles = dynamic_cast<Ravelin::Chunk<double>*>(value.get()))
                 written =
-                    writeAttribute(h5, name, H5T_NATIVE_DOUBLE, doubles->vector().data(), doubles->vector().size());
+                    writeAttribute(*h5_, name, H5T_NATIVE_DOUBLE, doubles->vector().data(), doubles->vector().size());
             else if (auto* texts = dynamic_cast<Ravelin::Chunk<std::string>*>(value.get()))
-                written = writeTexts(h5, name, texts->vector(), true);
-            if (!written) return failed(what("write the attribute ", name));
+                written = writeTexts(*h5_, name, texts->vector(), true);
+            if (!written) {
+                failed(what("write the attribute ", name));
+                return;
+            }
         }
         if (!grid.notes().empty()) {
-            Handle notes(H5Gcreate2(h5, "notes", H5P_DEFAULT, groupCreation, H5P_DEFAULT), H5Gclose);
+            Handle notes(H5Gcreate2(*h5_, "notes", H5P_DEFAULT, *groupCreation_, H5P_DEFAULT), H5Gclose);
             std::vector<std::string> converters, texts;
             for (const auto& note : grid.notes()) {
                 converters.push_back(note.converter);
@@ -259,12 +365,51 @@ std::string writeHdf5(const Tessel::Grid& grid, const std::string& file) {
             }
             if (notes.bad() || !writeTexts(notes, "converter", converters, false) ||
                 !writeTexts(notes, "text", texts, false) || !notes.close())
-                return failed("write the notes");
+                failed("write the notes");
         }
-        if (!out.good()) return out.failure();
-        if (H5Fflush(h5, H5F_SCOPE_GLOBAL) < 0 || !h5.close()) return failed("write the file");
     }
-    return out.commit();
+
+    std::string file_;
+    OutputFile out_;
+    std::optional<Handle> groupCreation_;
+    std::optional<FileHandle> h5_;
+    std::list<Values> fields_;  // in the order the fields came
+    bool started_ = false;
+};
+
+}  // namespace
+
+bool canWriteHdf5() { return true; }
+
+BlockWriterPtr openHdf5Writer(const std::string& file) { return BlockWriterPtr(new Hdf5Writer(file)); }
+
+std::string writeHdf5(const Tessel::Grid& grid, const std::string& file) {
+    std::vector<std::string> fieldNames;
+    for (const auto& field : grid.fields()) fieldNames.push_back(field->fieldName());
+    if (std::string refused = fieldNamesProblem(file, fieldNames); !refused.empty()) return refused;
+    // Field after field, each fragment's arrays in order (the second array of
+    // a fragment named <fragment>_1, and so on).
+    const BlockWriterPtr writer(new Hdf5Writer(file));
+    for (const auto& field : grid.fields()) {
+        const std::string& name = field->fieldName();
+        const std::type_info* type = nullptr;
+        if (!field->fragments().empty())
+            withElementType(*field->fragments()[0].arrays[0], [&]<class T>() { type = &typeid(T); });
+        if (!field->fragments().empty() && type == nullptr) type = &typeid(void);
+        std::string failure = writer->add({}, {{&name, type, nullptr, 0}});
+        for (const auto& fragment : field->fragments())
+            for (std::size_t i = 0; i < fragment.arrays.size() && failure.empty(); ++i) {
+                const Tessel::MemBase& array = *fragment.arrays[i];
+                std::string fragmentName = fragment.id->name;
+                if (i > 0) fragmentName.append(1, '_').append(std::to_string(i));
+                const std::type_info* arrayType = &typeid(void);
+                withElementType(array, [&]<class T>() { arrayType = &typeid(T); });
+                failure = writer->add(fragmentName, {{&name, arrayType, static_cast<const char*>(array.rawData()),
+                                                      static_cast<std::uint64_t>(array.elementCount())}});
+            }
+        if (!failure.empty()) return failure;
+    }
+    return writer->finish(grid).failure;
 }
 
 }  // namespace Pallion::Tools
@@ -278,6 +423,8 @@ bool canWriteHdf5() { return false; }
 std::string writeHdf5(const Tessel::Grid&, const std::string& file) {
     return messages::fill(messages::NoHdf5, file.c_str());
 }
+
+BlockWriterPtr openHdf5Writer(const std::string&) { return {}; }
 
 }  // namespace Pallion::Tools
 

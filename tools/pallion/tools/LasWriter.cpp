@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "pallion/memory/Chunk.hpp"
+#include "pallion/tools/BlockWriter.hpp"
 #include "pallion/tools/GridValues.hpp"
 #include "pallion/tools/Messages.hpp"
 #include "pallion/tools/OutputFile.hpp"
@@ -28,7 +29,7 @@ namespace m = messages;
 constexpr int MostDecimals = 9;
 constexpr double MaxSteps = std::numeric_limits<std::int32_t>::max();
 constexpr double ExactInteger = 9007199254740992.0;  // 2^53: every whole number below it is a double
-constexpr std::size_t HeaderSize = 375, VlrHeaderSize = 54, ExtraBytesRecordSize = 192;
+constexpr std::size_t HeaderSize = 375;
 constexpr double ScanAngleStep = 0.006;  // degrees per unit of the record's scan angle
 constexpr std::uint16_t WktRecordId = 2112, GeoKeyRecordId = 34735, ExtraBytesRecordId = 4;
 constexpr std::uint16_t WktBit = 1u << 4;
@@ -61,27 +62,17 @@ std::string shortest(double value) {
     return out.str();
 }
 
-// The elements of one field over all its arrays, one after the other.
+// One field of the blocks: where its elements lie in the block being written.
 struct Column {
-    const Tessel::Field* field = nullptr;
+    std::string name;
+    const std::type_info* type = nullptr;
     std::size_t elementBytes = 0;
     unsigned components = 1;
     std::size_t componentBytes = 0;
     unsigned char extraType = 0;  // the extra bytes' data type of a component
     std::string typeName;         // the parse string's name of the element type
     double (*component)(const char*, unsigned) = nullptr;
-    std::vector<std::pair<const char*, std::uint64_t>> arrays;
-    std::size_t array = 0;
-    std::uint64_t at = 0;
-
-    const char* next() {
-        while (at == arrays[array].second) {
-            ++array;
-            at = 0;
-        }
-        return arrays[array].first + (at++) * elementBytes;
-    }
-    void rewind() { array = 0, at = 0; }
+    const char* data = nullptr;  // the block's elements
 };
 
 template <class C>
@@ -174,7 +165,7 @@ std::string extraName(const std::string& wanted, std::set<std::string>& taken) {
     return name;
 }
 
-Layout layoutOf(const Tessel::Grid& grid, bool& hasPoint) {
+Layout layoutOf(const std::vector<ColumnSlice>& slices, bool& hasPoint) {
     Layout layout;
     std::set<std::string> taken = {"x",
                                    "y",
@@ -198,24 +189,19 @@ Layout layoutOf(const Tessel::Grid& grid, bool& hasPoint) {
                                    "scandirectionflag",
                                    "edgeofflightline"};
     hasPoint = false;
-    for (const auto& field : grid.fields()) {
-        if (field->fragments().empty()) continue;
-        withElementType(*field->fragments()[0].arrays[0], [&]<class T>() {
+    for (const ColumnSlice& slice : slices) {
+        withChunkType(*slice.type, [&]<class T>() {
             using Traits = Tessel::ElementTraits<T>;
             using C = typename Traits::Component;
-            if (!fieldHolds<T>(*field)) return;
             Column column;
-            column.field = field.get();
+            column.name = *slice.name;
+            column.type = slice.type;
             column.elementBytes = sizeof(T);
             column.components = Traits::components;
             column.componentBytes = sizeof(C);
             column.extraType = extraTypeOf<C>();
             column.typeName = Traits::parseName;
             column.component = &componentAsDouble<C>;
-            forEachArray<T>(*field, [&](std::span<const T> elements) {
-                if (!elements.empty())
-                    column.arrays.emplace_back(reinterpret_cast<const char*>(elements.data()), elements.size());
-            });
             const std::size_t index = layout.columns.size();
             layout.columns.push_back(std::move(column));
             if constexpr (std::is_same_v<T, Tessel::Point>) {
@@ -229,7 +215,7 @@ Layout layoutOf(const Tessel::Grid& grid, bool& hasPoint) {
                     layout.colour = index;
                     return;
                 }
-            } else if (const Standard* standard = Traits::components == 1 ? standardOf(field->fieldName()) : nullptr) {
+            } else if (const Standard* standard = Traits::components == 1 ? standardOf(*slice.name) : nullptr) {
                 auto& slot = layout.standard[standard - Standards];
                 if (!slot) {
                     slot = index;
@@ -237,7 +223,7 @@ Layout layoutOf(const Tessel::Grid& grid, bool& hasPoint) {
                 }
             }
             for (unsigned c = 0; c < Traits::components; ++c) {
-                std::string name = field->fieldName();
+                std::string name = *slice.name;
                 if (Traits::components > 1) name += '_' + Traits::componentName(static_cast<int>(c));
                 layout.extras.push_back({index, c, extraName(name, taken)});
                 layout.extraBytes += sizeof(C);
@@ -450,229 +436,476 @@ std::optional<std::array<double, 3>> parseLasScale(const std::string& text) {
     return std::nullopt;
 }
 
+namespace {
+
+// The coordinates of `n` points, seen: their ranges and decimals; the first
+// one that is not finite refuses them (`first` is the index of the first).
+std::string observe(Seen (&seen)[3], const char* data, std::uint64_t n, std::uint64_t first, const std::string& file) {
+    static_assert(sizeof(Tessel::Point) == 3 * sizeof(double), "a point is read as three doubles side by side");
+    for (std::uint64_t j = 0; j < n; ++j) {
+        double xyz[3];
+        std::memcpy(xyz, data + j * sizeof xyz, sizeof xyz);
+        for (unsigned a = 0; a < 3; ++a) {
+            const double v = xyz[a];
+            if (!std::isfinite(v))
+                return m::fill(m::LasNotFinite, file.c_str(), "XYZ"[a], static_cast<unsigned long long>(first) + j,
+                               shortest(v).c_str());
+            Seen& s = seen[a];
+            s.low = std::min(s.low, v);
+            s.high = std::max(s.high, v);
+            if (s.beyond || exactAt(v, s.decimals)) continue;
+            const int d = decimalsOf(v);
+            if (d < 0)
+                s.beyond = true;
+            else
+                s.decimals = std::max(s.decimals, d);
+        }
+    }
+    return {};
+}
+
+// Points written block by block.  The header and the records before the
+// points are written first and patched at the end (the counts, the counts by
+// return, the bounds, the scales and offsets).
+//
+// Each axis needs its scale before its first point, but the decimals that
+// keep every value exact are known only once every value was seen.  The
+// scale is chosen from the values seen so far, by the rule of the whole
+// table (chooseAxis), and the offset is the first point's value.  When a
+// later block has more decimals, the records already written are read back
+// and their integers rewritten in place: a step of 10^-d is 10^k steps of
+// 10^-(d+k), so steps * 10^k is exactly the integer the value would have had
+// (the offset, the same value, is 10^k times as many steps too).  The
+// decimals grow at most nine times, so the records are rewritten nine times
+// at most, and memory holds one block and a megabyte.  A range too wide for
+// 32-bit integers at the decimals needed is refused with its numbers, as the
+// whole table's would be.  The file does not depend on where the blocks end:
+// a whole grid, whose ranges are known before the first block, gives the same
+// file without any rewriting.
+class LasWriter final : public BlockWriter {
+public:
+    LasWriter(std::string file, LasOptions options, const Tessel::Grid* grid)
+        : file_(std::move(file)), options_(std::move(options)), grid_(grid), out_(file_) {}
+
+    // The axes for values of these ranges and decimals, the first point
+    // being `first`, before any block.
+    std::string fix(const Seen (&seen)[3], const double (&first)[3], std::uint64_t points) {
+        std::copy(std::begin(first), std::end(first), std::begin(first_));
+        for (unsigned a = 0; a < 3 && points > 0; ++a) {
+            if (!choose(seen[a], a)) return failure_;
+            seen_[a] = seen[a];
+        }
+        fixed_ = true;
+        return {};
+    }
+
+    std::string add(const std::string& /*fragment*/, const std::vector<ColumnSlice>& slices) override {
+        if (!failure_.empty()) return failure_;
+        if (!started_ && !start(slices)) return failure_;
+        if (slices.size() != layout_.columns.size()) return fail(m::fill(m::BlockFieldsDiffer, file_.c_str()));
+        auto& columns = layout_.columns;
+        bool differ = false;
+        const std::uint64_t n = slices[layout_.point].count;
+        for (std::size_t c = 0; c < columns.size(); ++c) {
+            if (*slices[c].name != columns[c].name || *slices[c].type != *columns[c].type)
+                return fail(m::fill(m::BlockFieldsDiffer, file_.c_str()));
+            columns[c].data = slices[c].data;
+            differ |= slices[c].count != n;
+        }
+        if (differ) {
+            std::string counts;
+            for (std::size_t c = 0; c < columns.size(); ++c)
+                counts +=
+                    (counts.empty() ? "" : ", ") + columns[c].name + ' ' + std::to_string(points_ + slices[c].count);
+            return fail(m::fill(m::LasCountsDiffer, file_.c_str(), counts.c_str()));
+        }
+        if (n == 0) return {};
+        if (points_ == 0 && !fixed_) std::memcpy(first_, columns[layout_.point].data, sizeof first_);
+        if (std::string refused = observe(seen_, columns[layout_.point].data, n, points_, file_); !refused.empty())
+            return fail(std::move(refused));
+        if (!fixed_ && !reaxe()) return failure_;
+        if (!check(n)) return failure_;
+        writeRecords(n);
+        points_ += n;
+        if (!out_.good()) return fail(out_.failure());
+        return {};
+    }
+
+    LasWritten finish(const Tessel::Grid& grid) override {
+        if (!started_ && failure_.empty()) {
+            // No block came: the fields as the grid has them.
+            const std::vector<GridColumn> columns = gridColumns(grid);
+            std::vector<ColumnSlice> slices;
+            slices.reserve(columns.size());
+            for (const GridColumn& column : columns)
+                slices.push_back({&column.field->fieldName(), column.type, nullptr, 0});
+            add({}, slices);
+        }
+        if (!failure_.empty()) return {failure_, notes_};
+        for (std::size_t s = 0; s < std::size(Standards); ++s)
+            if (layout_.standard[s] && scanRounded_ > 1e-9 && Standards[s].dimension == Dimension::ScanAngle)
+                notes_.push_back(m::fill(m::LasScanAngleRounded, file_.c_str(),
+                                         layout_.columns[*layout_.standard[s]].name.c_str(),
+                                         shortest(scanRounded_).c_str()));
+        // The records before the points as the grid's coordinate system is now; the points move where they
+        // take more or less room than the ones written first.
+        std::string records = recordsFor(&grid, &notes_);
+        if (records.size() != records_.size())
+            out_.move(HeaderSize + records_.size(), points_ * recordLength_,
+                      static_cast<std::int64_t>(records.size()) - static_cast<std::int64_t>(records_.size()));
+        records_ = std::move(records);
+        const std::string header = headerBytes() + records_;
+        out_.writeAt(0, header.data(), header.size());
+        LasWritten written{out_.commit(), std::move(notes_)};
+        for (unsigned a = 0; a < 3; ++a)
+            if (axes_[a].noteRounding && axes_[a].rounded > 0)
+                written.notes.push_back(m::fill(seen_[a].beyond && !options_.scale ? m::LasManyDecimals : m::LasRounded,
+                                                file_.c_str(), "XYZ"[a], shortest(axes_[a].scale).c_str(),
+                                                shortest(axes_[a].rounded).c_str()));
+        return written;
+    }
+
+private:
+    std::string fail(std::string failure) {
+        if (failure_.empty()) failure_ = std::move(failure);
+        return failure_;
+    }
+
+    bool start(const std::vector<ColumnSlice>& slices) {
+        started_ = true;
+        bool hasPoint = false;
+        layout_ = layoutOf(slices, hasPoint);
+        if (!hasPoint) return fail(m::fill(m::NoPointField, file_.c_str())).empty();
+        recordBase_ = layout_.colour ? 36 : 30;
+        if (recordBase_ + layout_.extraBytes > std::numeric_limits<std::uint16_t>::max())
+            return fail(m::fill(m::LasTooManyExtras, file_.c_str(), layout_.extraBytes)).empty();
+        recordLength_ = recordBase_ + layout_.extraBytes;
+        for (std::size_t at = recordBase_; const Extra& extra : layout_.extras) {
+            extraAt_.push_back(at);
+            at += layout_.columns[extra.column].componentBytes;
+        }
+        if (!layout_.standard[static_cast<std::size_t>(Dimension::ReturnNumber)]) returnsGiven_ = false;
+        if (!out_.open()) return fail(out_.failure()).empty();
+        // The coordinate system as far as it is known now; its notes are those of the end.
+        records_ = recordsFor(grid_, nullptr);
+        const std::string header = headerBytes() + records_;
+        out_.write(header.data(), header.size());
+        return out_.good() || fail(out_.failure()).empty();
+    }
+
+    // The axis of the values seen for axis a, or false with the refusal.
+    bool choose(const Seen& seen, unsigned a) {
+        std::optional<double> given;
+        if (options_.scale) given = (*options_.scale)[a];
+        std::string failure;
+        const std::optional<Axis> axis = chooseAxis(seen, "XYZ"[a], given, options_, file_, failure);
+        if (!axis) return fail(std::move(failure)).empty();
+        axes_[a] = *axis;
+        // The offset is the first point's value at that scale, whatever the
+        // range: it does not depend on where the blocks end, nor move when
+        // later blocks widen the range, and every value of a range that the
+        // scale takes (at most 2^31 - 1 steps) lies within 2^31 - 1 steps of it.
+        Axis& anchored = axes_[a];
+        if (anchored.decimals >= 0) {
+            const double p = powerOfTen(anchored.decimals);
+            anchored.offsetSteps = std::nearbyint(first_[a] * p);
+            anchored.offset = anchored.offsetSteps / p;
+        } else {
+            anchored.offset = std::nearbyint(first_[a] / anchored.scale) * anchored.scale;
+        }
+        return true;
+    }
+
+    // Whether the axes still hold the values seen: the axis the values so far
+    // call for has the decimals (or scale) of the present one, whose offset
+    // still takes every value in 32 bits.  Where they do not, the axes are
+    // chosen again and the records written so far rewritten for them.
+    bool reaxe() {
+        const Axis old[3] = {axes_[0], axes_[1], axes_[2]};
+        bool changed = false;
+        for (unsigned a = 0; a < 3; ++a) {
+            const Axis present = axes_[a];
+            if (!choose(seen_[a], a)) return false;
+            const Seen& seen = seen_[a];
+            const bool holds = chosen_ && present.decimals == axes_[a].decimals && present.scale == axes_[a].scale &&
+                               present.steps(seen.low) >= -MaxSteps && present.steps(seen.high) <= MaxSteps;
+            if (holds) {
+                axes_[a] = present;
+                continue;
+            }
+            axes_[a].rounded = std::max(axes_[a].rounded, present.rounded);
+            axes_[a].noteRounding = axes_[a].noteRounding || present.noteRounding;
+            changed = true;
+        }
+        if (changed && chosen_ && points_ > 0) rewrite(old);
+        chosen_ = true;
+        return out_.good() || fail(out_.failure()).empty();
+    }
+
+    // The integers of the records written so far, from the axes `old` to the present ones.
+    void rewrite(const Axis (&old)[3]) {
+        const std::uint64_t perPiece = std::max<std::uint64_t>(1, (1u << 20) / recordLength_);
+        std::vector<char> piece(static_cast<std::size_t>(perPiece * recordLength_));
+        for (std::uint64_t done = 0; done < points_ && out_.good();) {
+            const std::uint64_t n = std::min(perPiece, points_ - done);
+            const std::uint64_t at = HeaderSize + records_.size() + done * recordLength_;
+            if (!out_.readAt(at, piece.data(), static_cast<std::size_t>(n * recordLength_))) return;
+            for (std::uint64_t i = 0; i < n; ++i)
+                for (unsigned a = 0; a < 3; ++a) {
+                    char* field = piece.data() + i * recordLength_ + std::size_t{4} * a;
+                    std::int32_t steps = 0;
+                    std::memcpy(&steps, field, sizeof steps);
+                    steps = static_cast<std::int32_t>(restep(steps, old[a], axes_[a]));
+                    std::memcpy(field, &steps, sizeof steps);
+                }
+            out_.writeAt(at, piece.data(), static_cast<std::size_t>(n * recordLength_));
+            done += n;
+        }
+    }
+
+    // A record's integer at the axis `from` as an integer at the axis `to`:
+    // exact between decimal scales where `to` has at least the decimals of
+    // `from`; rounded to the nearest step otherwise (a coarser scale, which
+    // the notes tell).
+    static double restep(std::int32_t steps, const Axis& from, Axis& to) {
+        if (from.scale == to.scale && from.offset == to.offset) return steps;
+        if (from.decimals >= 0 && to.decimals >= from.decimals) {
+            const double whole =
+                (static_cast<double>(steps) + from.offsetSteps) * powerOfTen(to.decimals - from.decimals);
+            return whole - to.offsetSteps;
+        }
+        const double value = steps * from.scale + from.offset;
+        const double moved = to.steps(value);
+        to.noteRounding = true;
+        to.rounded = std::max(to.rounded, std::fabs(moved * to.scale + to.offset - value) + from.rounded);
+        return moved;
+    }
+
+    // The standard dimensions of the block's rows checked, and its points counted by return.
+    bool check(std::uint64_t n) {
+        for (std::size_t s = 0; s < std::size(Standards); ++s) {
+            if (!layout_.standard[s]) continue;
+            const Standard& standard = Standards[s];
+            const Column& column = layout_.columns[*layout_.standard[s]];
+            for (std::uint64_t i = 0; i < n; ++i) {
+                const double v = column.component(column.data + i * column.elementBytes, 0);
+                if (!(v >= standard.low && v <= standard.high && std::isfinite(v)) ||
+                    (standard.whole && v != std::floor(v)))
+                    return fail(m::fill(m::LasOutOfDimension, file_.c_str(), column.name.c_str(),
+                                        static_cast<unsigned long long>(points_) + i, shortest(v).c_str(),
+                                        standard.name.data(), standard.holds.data()))
+                        .empty();
+                if (standard.dimension == Dimension::ReturnNumber && v >= 1) ++byReturn_[static_cast<int>(v) - 1];
+                if (standard.dimension == Dimension::ScanAngle)
+                    scanRounded_ =
+                        std::max(scanRounded_, std::fabs(std::nearbyint(v / ScanAngleStep) * ScanAngleStep - v));
+            }
+        }
+        if (!returnsGiven_) byReturn_[0] += n;  // every point its first return
+        return true;
+    }
+
+    // The records of the block's rows, a megabyte at a time.
+    void writeRecords(std::uint64_t points) {
+        const auto& columns = layout_.columns;
+        const std::size_t perWrite = std::max<std::size_t>(1, (1u << 20) / recordLength_);
+        buffer_.resize(perWrite * recordLength_);
+        std::vector<const char*> current(columns.size());
+        // A standard dimension's value in the current row, where a field gives it (the table's order is the enum's).
+        auto value = [&](Dimension dimension, double otherwise) {
+            const std::optional<std::size_t>& index = layout_.standard[static_cast<std::size_t>(dimension)];
+            return index ? columns[*index].component(current[*index], 0) : otherwise;
+        };
+        auto put = [](char* at, auto v) { std::memcpy(at, &v, sizeof v); };
+        for (std::uint64_t row = 0; row < points;) {
+            const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(perWrite, points - row));
+            std::memset(buffer_.data(), 0, n * recordLength_);
+            for (std::size_t i = 0; i < n; ++i) {
+                char* record = buffer_.data() + i * recordLength_;
+                for (std::size_t c = 0; c < columns.size(); ++c)
+                    current[c] = columns[c].data + (row + i) * columns[c].elementBytes;
+                double xyz[3];
+                std::memcpy(xyz, current[layout_.point], sizeof xyz);
+                for (unsigned a = 0; a < 3; ++a) {
+                    Axis& axis = axes_[a];
+                    const double v = xyz[a];
+                    const double steps = axis.steps(v);
+                    put(record + std::size_t{4} * a, static_cast<std::int32_t>(steps));
+                    if (axis.noteRounding)
+                        axis.rounded = std::max(axis.rounded, std::fabs(steps * axis.scale + axis.offset - v));
+                }
+                put(record + 12, static_cast<std::uint16_t>(value(Dimension::Intensity, 0)));
+                const auto returnNumber = static_cast<unsigned>(value(Dimension::ReturnNumber, 1));
+                const auto returns =
+                    static_cast<unsigned>(value(Dimension::NumberOfReturns, std::max(returnNumber, 1u)));
+                put(record + 14, static_cast<std::uint8_t>(returnNumber | (returns << 4)));
+                put(record + 16, static_cast<std::uint8_t>(value(Dimension::Classification, 0)));
+                put(record + 17, static_cast<std::uint8_t>(value(Dimension::UserData, 0)));
+                put(record + 18,
+                    static_cast<std::int16_t>(std::nearbyint(value(Dimension::ScanAngle, 0) / ScanAngleStep)));
+                put(record + 20, static_cast<std::uint16_t>(value(Dimension::SourceId, 0)));
+                put(record + 22, value(Dimension::GpsTime, 0));
+                if (layout_.colour) {
+                    const Column& colour = columns[*layout_.colour];
+                    for (unsigned c = 0; c < 3; ++c)
+                        put(record + 30 + std::size_t{2} * c,
+                            static_cast<std::uint16_t>(colour.component(current[*layout_.colour], c) * 257));
+                }
+                for (std::size_t e = 0; e < layout_.extras.size(); ++e) {
+                    const Extra& extra = layout_.extras[e];
+                    const Column& column = columns[extra.column];
+                    std::memcpy(record + extraAt_[e], current[extra.column] + extra.component * column.componentBytes,
+                                column.componentBytes);
+                }
+            }
+            out_.write(buffer_.data(), n * recordLength_);
+            row += n;
+        }
+    }
+
+    // The records before the points: the coordinate system and the extra
+    // bytes, with the variable-length records' headers; the global
+    // encoding's WKT bit goes with them.  Its notes go to `notes`.
+    std::string recordsFor(const Tessel::Grid* grid, std::vector<std::string>* notes) {
+        std::vector<Vlr> vlrs;
+        globalEncoding_ = WktBit;
+        const auto note = [&](std::string text) {
+            if (notes != nullptr) notes->push_back(std::move(text));
+        };
+        if (const std::optional<long long> epsg = grid != nullptr ? epsgOf(*grid) : std::nullopt) {
+            if (std::optional<std::string> wkt = wktOf(*epsg)) {
+                vlrs.push_back({"LASF_Projection", WktRecordId, "OGC WKT", *wkt + '\0'});
+            } else if (*epsg > 0 && *epsg <= std::numeric_limits<std::uint16_t>::max()) {
+                globalEncoding_ = 0;
+                vlrs.push_back({"LASF_Projection", GeoKeyRecordId, "GeoTIFF GeoKeyDirectoryTag", geoKeysOf(*epsg)});
+                note(m::fill(canWriteLasWkt() ? m::LasUnknownEpsg : m::LasNoProj, file_.c_str(), *epsg));
+            } else {
+                note(m::fill(m::LasEpsgNotStored, file_.c_str(), *epsg));
+            }
+        }
+        if (!layout_.extras.empty()) {
+            Bytes content;
+            for (const Extra& extra : layout_.extras) {
+                const Column& column = layout_.columns[extra.column];
+                content.zeros(2);
+                content.put(column.extraType);
+                content.put(std::uint8_t{0});  // no no-data, minimum, maximum, scale or offset
+                content.text(extra.name, 32);
+                content.zeros(4 + 5 * 24);
+                content.text(column.typeName, 32);
+            }
+            vlrs.push_back({"LASF_Spec", ExtraBytesRecordId, "Extra Bytes Record", content.data()});
+        }
+        vlrCount_ = vlrs.size();
+        Bytes records;
+        for (const Vlr& vlr : vlrs) {
+            records.put(std::uint16_t{0});
+            records.text(vlr.user, 16);
+            records.put(vlr.record);
+            records.put(static_cast<std::uint16_t>(vlr.content.size()));
+            records.text(vlr.description, 32);
+            records.text(vlr.content, vlr.content.size());
+        }
+        return records.data();
+    }
+
+    // The header as the points written so far make it.
+    std::string headerBytes() const {
+        const std::time_t now = std::time(nullptr);
+        std::tm utc{};
+        gmtime_r(&now, &utc);
+        Bytes header;
+        header.text("LASF", 4);
+        header.put(std::uint16_t{0});  // file source
+        header.put(globalEncoding_);
+        header.zeros(16);  // project GUID
+        header.put(std::uint8_t{1});
+        header.put(std::uint8_t{4});
+        header.text("OTHER", 32);
+        header.text("pallion", 32);
+        header.put(static_cast<std::uint16_t>(utc.tm_yday + 1));
+        header.put(static_cast<std::uint16_t>(utc.tm_year + 1900));
+        header.put(static_cast<std::uint16_t>(HeaderSize));
+        header.put(static_cast<std::uint32_t>(HeaderSize + records_.size()));
+        header.put(static_cast<std::uint32_t>(vlrCount_));
+        // Point format 6 or 7; a compressed writer would set bit 7 here and
+        // encode the records in chunks.
+        header.put(static_cast<std::uint8_t>(layout_.colour ? 7 : 6));
+        header.put(static_cast<std::uint16_t>(recordLength_));
+        header.zeros(4 + 5 * 4);  // the legacy counts, 0 for formats 6 and up
+        const bool any = points_ > 0;
+        for (const Axis& axis : axes_) header.put(any ? axis.scale : 1.0);
+        for (const Axis& axis : axes_) header.put(any ? axis.offset : 0.0);
+        for (unsigned a = 0; a < 3; ++a) {
+            const Axis& axis = axes_[a];
+            header.put(any ? axis.steps(seen_[a].high) * axis.scale + axis.offset : 0.0);
+            header.put(any ? axis.steps(seen_[a].low) * axis.scale + axis.offset : 0.0);
+        }
+        header.put(std::uint64_t{0});  // no waveform data
+        header.put(std::uint64_t{0});  // no extended records
+        header.put(std::uint32_t{0});
+        header.put(std::uint64_t{points_});
+        for (const std::uint64_t n : byReturn_) header.put(n);
+        return header.data();
+    }
+
+    std::string file_;
+    LasOptions options_;
+    const Tessel::Grid* grid_;
+    OutputFile out_;
+    Layout layout_;
+    std::vector<std::size_t> extraAt_;
+    std::size_t recordBase_ = 30, recordLength_ = 30, vlrCount_ = 0;
+    std::string records_;  // the records before the points, as written
+    std::uint16_t globalEncoding_ = WktBit;
+    Seen seen_[3];
+    double first_[3] = {0, 0, 0};  // the first point
+    Axis axes_[3];
+    std::uint64_t points_ = 0, byReturn_[15] = {};
+    double scanRounded_ = 0;
+    std::vector<std::string> notes_;
+    std::vector<char> buffer_;
+    std::string failure_;
+    bool started_ = false, fixed_ = false, chosen_ = false, returnsGiven_ = true;
+};
+
+}  // namespace
+
+BlockWriterPtr openLasWriter(const std::string& file, const LasOptions& options, const Tessel::Grid* grid) {
+    return BlockWriterPtr(new LasWriter(file, options, grid));
+}
+
 LasWritten writeLas(const Tessel::Grid& grid, const std::string& file, const LasOptions& options) {
-    LasWritten written;
-    bool hasPoint = false;
-    Layout layout = layoutOf(grid, hasPoint);
-    if (!hasPoint) return {m::fill(m::NoPointField, file.c_str()), {}};
-    auto& columns = layout.columns;
-    const std::uint64_t points = elementCountOf(*columns[layout.point].field);
+    const std::vector<GridColumn> columns = gridColumns(grid);
+    const auto point = std::find_if(columns.begin(), columns.end(),
+                                    [](const GridColumn& c) { return *c.type == typeid(Tessel::Point); });
+    if (point == columns.end()) return {m::fill(m::NoPointField, file.c_str()), {}};
+    const std::uint64_t points = elementCountOf(*point->field);
     std::string counts;
     bool differ = false;
-    for (const Column& column : columns) {
+    for (const GridColumn& column : columns) {
         const std::uint64_t n = elementCountOf(*column.field);
         differ |= n != points;
         counts += (counts.empty() ? "" : ", ") + column.field->fieldName() + ' ' + std::to_string(n);
     }
     if (differ) return {m::fill(m::LasCountsDiffer, file.c_str(), counts.c_str()), {}};
-    const std::size_t recordBase = layout.colour ? 36 : 30;
-    if (recordBase + layout.extraBytes > std::numeric_limits<std::uint16_t>::max())
-        return {m::fill(m::LasTooManyExtras, file.c_str(), layout.extraBytes), {}};
-
-    // The coordinates' ranges and decimals, before anything is written.
-    static_assert(sizeof(Tessel::Point) == 3 * sizeof(double), "a point is read as three doubles side by side");
+    const Ravelin::StrongPtr<LasWriter, BlockWriter> writer(new LasWriter(file, options, &grid));
+    std::vector<ColumnSlice> slices;
+    slices.reserve(columns.size());
+    for (const GridColumn& column : columns) slices.push_back({&column.field->fieldName(), column.type, nullptr, 0});
+    if (std::string failure = writer->add({}, slices); !failure.empty()) return {failure, {}};
+    // The grid is at hand: its coordinates' ranges and decimals are seen
+    // before anything is written, and the axes fixed from them.
     Seen seen[3];
-    Column& point = columns[layout.point];
-    std::uint64_t i = 0;
-    for (const auto& [data, count] : point.arrays)
-        for (std::uint64_t j = 0; j < count; ++j, ++i) {
-            double xyz[3];
-            std::memcpy(xyz, data + j * sizeof xyz, sizeof xyz);
-            for (unsigned a = 0; a < 3; ++a) {
-                const double v = xyz[a];
-                if (!std::isfinite(v))
-                    return {m::fill(m::LasNotFinite, file.c_str(), "XYZ"[a], static_cast<unsigned long long>(i),
-                                    shortest(v).c_str()),
-                            {}};
-                Seen& s = seen[a];
-                s.low = std::min(s.low, v);
-                s.high = std::max(s.high, v);
-                if (s.beyond || exactAt(v, s.decimals)) continue;
-                const int d = decimalsOf(v);
-                if (d < 0)
-                    s.beyond = true;
-                else
-                    s.decimals = std::max(s.decimals, d);
-            }
-        }
-    Axis axes[3];
-    for (unsigned a = 0; a < 3; ++a) {
-        if (points == 0) break;  // no values: scale 1, offset 0
-        std::optional<double> given;
-        if (options.scale) given = (*options.scale)[a];
-        const std::optional<Axis> axis = chooseAxis(seen[a], "XYZ"[a], given, options, file, written.failure);
-        if (!axis) return written;
-        axes[a] = *axis;
+    for (std::uint64_t first = 0; const auto& [data, count] : point->arrays) {
+        if (std::string refused = observe(seen, data, count, first, file); !refused.empty()) return {refused, {}};
+        first += count;
     }
-
-    // The standard dimensions checked, and the points counted by return.
-    std::uint64_t byReturn[15] = {};
-    if (!layout.standard[1]) byReturn[0] = points;  // every point its first return
-    for (std::size_t s = 0; s < std::size(Standards); ++s) {
-        if (!layout.standard[s]) continue;
-        const Standard& standard = Standards[s];
-        Column& column = columns[*layout.standard[s]];
-        double rounded = 0;
-        for (std::uint64_t i = 0; i < points; ++i) {
-            const double v = column.component(column.next(), 0);
-            if (!(v >= standard.low && v <= standard.high && std::isfinite(v)) ||
-                (standard.whole && v != std::floor(v)))
-                return {m::fill(m::LasOutOfDimension, file.c_str(), column.field->fieldName().c_str(),
-                                static_cast<unsigned long long>(i), shortest(v).c_str(), standard.name.data(),
-                                standard.holds.data()),
-                        {}};
-            if (standard.dimension == Dimension::ReturnNumber && v >= 1) ++byReturn[static_cast<int>(v) - 1];
-            if (standard.dimension == Dimension::ScanAngle)
-                rounded = std::max(rounded, std::fabs(std::nearbyint(v / ScanAngleStep) * ScanAngleStep - v));
-        }
-        column.rewind();
-        if (rounded > 1e-9)
-            written.notes.push_back(m::fill(m::LasScanAngleRounded, file.c_str(), column.field->fieldName().c_str(),
-                                            shortest(rounded).c_str()));
-    }
-
-    // The records before the points: the coordinate system and the extra bytes.
-    std::vector<Vlr> vlrs;
-    std::uint16_t globalEncoding = WktBit;
-    if (const std::optional<long long> epsg = epsgOf(grid)) {
-        if (std::optional<std::string> wkt = wktOf(*epsg)) {
-            vlrs.push_back({"LASF_Projection", WktRecordId, "OGC WKT", *wkt + '\0'});
-        } else if (*epsg > 0 && *epsg <= std::numeric_limits<std::uint16_t>::max()) {
-            globalEncoding = 0;
-            vlrs.push_back({"LASF_Projection", GeoKeyRecordId, "GeoTIFF GeoKeyDirectoryTag", geoKeysOf(*epsg)});
-            written.notes.push_back(m::fill(canWriteLasWkt() ? m::LasUnknownEpsg : m::LasNoProj, file.c_str(), *epsg));
-        } else {
-            written.notes.push_back(m::fill(m::LasEpsgNotStored, file.c_str(), *epsg));
-        }
-    }
-    if (!layout.extras.empty()) {
-        Bytes content;
-        for (const Extra& extra : layout.extras) {
-            const Column& column = columns[extra.column];
-            content.zeros(2);
-            content.put(column.extraType);
-            content.put(std::uint8_t{0});  // no no-data, minimum, maximum, scale or offset
-            content.text(extra.name, 32);
-            content.zeros(4 + 5 * 24);
-            content.text(column.typeName, 32);
-        }
-        vlrs.push_back({"LASF_Spec", ExtraBytesRecordId, "Extra Bytes Record", content.data()});
-    }
-    std::size_t pointOffset = HeaderSize;
-    for (const Vlr& vlr : vlrs) pointOffset += VlrHeaderSize + vlr.content.size();
-
-    const std::time_t now = std::time(nullptr);
-    std::tm utc{};
-    gmtime_r(&now, &utc);
-    const std::size_t recordLength = recordBase + layout.extraBytes;
-    Bytes header;
-    header.text("LASF", 4);
-    header.put(std::uint16_t{0});  // file source
-    header.put(globalEncoding);
-    header.zeros(16);  // project GUID
-    header.put(std::uint8_t{1});
-    header.put(std::uint8_t{4});
-    header.text("OTHER", 32);
-    header.text("pallion", 32);
-    header.put(static_cast<std::uint16_t>(utc.tm_yday + 1));
-    header.put(static_cast<std::uint16_t>(utc.tm_year + 1900));
-    header.put(static_cast<std::uint16_t>(HeaderSize));
-    header.put(static_cast<std::uint32_t>(pointOffset));
-    header.put(static_cast<std::uint32_t>(vlrs.size()));
-    // Point format 6 or 7; a compressed writer would set bit 7 here and
-    // encode the records below in chunks.
-    header.put(static_cast<std::uint8_t>(layout.colour ? 7 : 6));
-    header.put(static_cast<std::uint16_t>(recordLength));
-    header.zeros(4 + 5 * 4);  // the legacy counts, 0 for formats 6 and up
-    for (const Axis& axis : axes) header.put(axis.scale);
-    for (const Axis& axis : axes) header.put(axis.offset);
-    for (unsigned a = 0; a < 3; ++a) {
-        const Axis& axis = axes[a];
-        const bool any = points > 0;
-        header.put(any ? axis.steps(seen[a].high) * axis.scale + axis.offset : 0.0);
-        header.put(any ? axis.steps(seen[a].low) * axis.scale + axis.offset : 0.0);
-    }
-    header.put(std::uint64_t{0});  // no waveform data
-    header.put(std::uint64_t{0});  // no extended records
-    header.put(std::uint32_t{0});
-    header.put(std::uint64_t{points});
-    for (const std::uint64_t n : byReturn) header.put(n);
-    for (const Vlr& vlr : vlrs) {
-        header.put(std::uint16_t{0});
-        header.text(vlr.user, 16);
-        header.put(vlr.record);
-        header.put(static_cast<std::uint16_t>(vlr.content.size()));
-        header.text(vlr.description, 32);
-        header.text(vlr.content, vlr.content.size());
-    }
-
-    OutputFile out(file);
-    if (!out.open()) return {out.failure(), written.notes};
-    out.write(header.data().data(), header.data().size());
-
-    // The records, a megabyte at a time.
-    std::vector<const char*> current(columns.size());
-    std::vector<std::size_t> extraAt;
-    for (std::size_t at = recordBase; const Extra& extra : layout.extras) {
-        extraAt.push_back(at);
-        at += columns[extra.column].componentBytes;
-    }
-    const std::size_t perWrite = std::max<std::size_t>(1, (1u << 20) / recordLength);
-    std::vector<char> buffer(perWrite * recordLength);
-    // A standard dimension's value in the current row, where a field gives it (the table's order is the enum's).
-    auto value = [&](Dimension dimension, double otherwise) {
-        const std::optional<std::size_t>& index = layout.standard[static_cast<std::size_t>(dimension)];
-        return index ? columns[*index].component(current[*index], 0) : otherwise;
-    };
-    auto put = [](char* at, auto v) { std::memcpy(at, &v, sizeof v); };
-    for (std::uint64_t row = 0; row < points;) {
-        const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(perWrite, points - row));
-        std::memset(buffer.data(), 0, n * recordLength);
-        for (std::size_t i = 0; i < n; ++i) {
-            char* record = buffer.data() + i * recordLength;
-            for (std::size_t c = 0; c < columns.size(); ++c) current[c] = columns[c].next();
-            double xyz[3];
-            std::memcpy(xyz, current[layout.point], sizeof xyz);
-            for (unsigned a = 0; a < 3; ++a) {
-                Axis& axis = axes[a];
-                const double v = xyz[a];
-                const double steps = axis.steps(v);
-                put(record + std::size_t{4} * a, static_cast<std::int32_t>(steps));
-                if (axis.noteRounding)
-                    axis.rounded = std::max(axis.rounded, std::fabs(steps * axis.scale + axis.offset - v));
-            }
-            put(record + 12, static_cast<std::uint16_t>(value(Dimension::Intensity, 0)));
-            const auto returnNumber = static_cast<unsigned>(value(Dimension::ReturnNumber, 1));
-            const auto returns = static_cast<unsigned>(value(Dimension::NumberOfReturns, std::max(returnNumber, 1u)));
-            put(record + 14, static_cast<std::uint8_t>(returnNumber | (returns << 4)));
-            put(record + 16, static_cast<std::uint8_t>(value(Dimension::Classification, 0)));
-            put(record + 17, static_cast<std::uint8_t>(value(Dimension::UserData, 0)));
-            put(record + 18, static_cast<std::int16_t>(std::nearbyint(value(Dimension::ScanAngle, 0) / ScanAngleStep)));
-            put(record + 20, static_cast<std::uint16_t>(value(Dimension::SourceId, 0)));
-            put(record + 22, value(Dimension::GpsTime, 0));
-            if (layout.colour) {
-                const Column& colour = columns[*layout.colour];
-                for (unsigned c = 0; c < 3; ++c)
-                    put(record + 30 + std::size_t{2} * c,
-                        static_cast<std::uint16_t>(colour.component(current[*layout.colour], c) * 257));
-            }
-            for (std::size_t e = 0; e < layout.extras.size(); ++e) {
-                const Extra& extra = layout.extras[e];
-                const Column& column = columns[extra.column];
-                std::memcpy(record + extraAt[e], current[extra.column] + extra.component * column.componentBytes,
-                            column.componentBytes);
-            }
-        }
-        out.write(buffer.data(), n * recordLength);
-        row += n;
-    }
-    written.failure = out.commit();
-    for (unsigned a = 0; a < 3; ++a)
-        if (axes[a].noteRounding && axes[a].rounded > 0)
-            written.notes.push_back(m::fill(seen[a].beyond && !options.scale ? m::LasManyDecimals : m::LasRounded,
-                                            file.c_str(), "XYZ"[a], shortest(axes[a].scale).c_str(),
-                                            shortest(axes[a].rounded).c_str()));
-    return written;
+    double first[3] = {0, 0, 0};
+    if (!point->arrays.empty()) std::memcpy(first, point->arrays[0].first, sizeof first);
+    if (std::string failure = writer->fix(seen, first, points); !failure.empty()) return {failure, {}};
+    if (std::string failure = feedRuns(*writer, columns); !failure.empty()) return {failure, {}};
+    return writer->finish(grid);
 }
 
 }  // namespace Pallion::Tools

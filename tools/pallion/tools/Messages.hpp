@@ -130,6 +130,8 @@ inline constexpr std::string_view NoHdf5 =
 inline constexpr std::string_view NoPointField = "cannot write %s: no point field to give x, y, z";
 inline constexpr std::string_view CountsDiffer =
     "cannot write %s: a PLY vertex takes one element of every field, but the fields' element counts differ: %s";
+inline constexpr std::string_view BlockFieldsDiffer =
+    "cannot write %s: a block does not hold the fields of the first block, in their order and types";
 inline constexpr std::string_view Hdf5Failed = "HDF5 failed to %s";  // after "cannot write FILE: "
 inline constexpr std::string_view StoppedBySignal = "cannot write %s: stopped by signal %d; nothing was written";
 inline constexpr std::string_view IsAFolder = "cannot write %s: it is a folder";

@@ -1,9 +1,11 @@
 #include "pallion/tools/OutputFile.hpp"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -143,7 +145,7 @@ bool OutputFile::open(bool stream) {
         name.append(kept).append(1, '.').append(std::to_string(::getpid()));
         name.append(1, '.').append(std::to_string(serial++)).append(".tmp");
         temporary_ = (folder / name).string();
-        fd = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        fd = ::open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (fd < 0 && errno != EEXIST) break;
     }
     if (fd < 0) {
@@ -173,6 +175,51 @@ bool OutputFile::open(bool stream) {
 void OutputFile::write(const char* data, std::size_t size) {
     if (stream_ == nullptr || !good() || size == 0) return;
     if (std::fwrite(data, 1, size, stream_) != size) failWith(errno);
+}
+
+bool OutputFile::readAt(std::uint64_t offset, char* data, std::size_t size) {
+    if (stream_ == nullptr || !good()) return false;
+    if (std::fflush(stream_) != 0) {
+        failWith(errno);
+        return false;
+    }
+    for (std::size_t done = 0; done < size;) {
+        const ssize_t n = ::pread(::fileno(stream_), data + done, size - done, static_cast<off_t>(offset + done));
+        if (n <= 0) {
+            failWith(n == 0 ? EIO : errno);
+            return false;
+        }
+        done += static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+void OutputFile::writeAt(std::uint64_t offset, const char* data, std::size_t size) {
+    if (stream_ == nullptr || !good()) return;
+    if (std::fflush(stream_) != 0) return failWith(errno);
+    for (std::size_t done = 0; done < size;) {
+        const ssize_t n = ::pwrite(::fileno(stream_), data + done, size - done, static_cast<off_t>(offset + done));
+        if (n <= 0) return failWith(n == 0 ? EIO : errno);
+        done += static_cast<std::size_t>(n);
+    }
+}
+
+void OutputFile::move(std::uint64_t begin, std::uint64_t bytes, std::int64_t by) {
+    // From the end when they move on, from the start when they move back, so
+    // that nothing is overwritten before it is read.
+    std::vector<char> piece(static_cast<std::size_t>(std::min<std::uint64_t>(bytes, 1u << 20)));
+    for (std::uint64_t done = 0; done < bytes && good();) {
+        const auto n = static_cast<std::size_t>(std::min<std::uint64_t>(piece.size(), bytes - done));
+        const std::uint64_t from = by > 0 ? begin + bytes - done - n : begin + done;
+        if (!readAt(from, piece.data(), n)) return;
+        writeAt(static_cast<std::uint64_t>(static_cast<std::int64_t>(from) + by), piece.data(), n);
+        done += n;
+    }
+    const auto end = static_cast<off_t>(static_cast<std::int64_t>(begin + bytes) + by);
+    if (stream_ != nullptr && good() &&
+        (std::fflush(stream_) != 0 || ::ftruncate(::fileno(stream_), end) != 0 ||
+         std::fseek(stream_, 0, SEEK_END) != 0))
+        failWith(errno);
 }
 
 std::string OutputFile::commit() {

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -51,6 +52,14 @@ public:
     const std::string& temporaryPath() const { return temporary_; }
     std::FILE* stream() const { return stream_; }
     void write(const char* data, std::size_t size);
+    // What was written, read back and overwritten in place (the stream flushed
+    // first; the stream goes on at its end): a header patched at the end, or
+    // records rewritten.  Bytes past the end make the file longer.
+    bool readAt(std::uint64_t offset, char* data, std::size_t size);
+    void writeAt(std::uint64_t offset, const char* data, std::size_t size);
+    // Moves the `bytes` bytes at `begin` by `by` bytes (a header that grew or
+    // shrank before them), a megabyte at a time; the file ends after them.
+    void move(std::uint64_t begin, std::uint64_t bytes, std::int64_t by);
     // Records a failure of a writer that writes the temporary file itself
     // (`what` follows the file's name); the first failure is kept.
     void fail(const std::string& what);

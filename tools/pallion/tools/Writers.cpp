@@ -5,11 +5,13 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 #include <memory>
 #include <set>
 
 #include <unistd.h>
 
+#include "pallion/tools/BlockWriter.hpp"
 #include "pallion/tools/GridValues.hpp"
 #include "pallion/tools/LasWriter.hpp"
 #include "pallion/tools/Messages.hpp"
@@ -19,16 +21,15 @@ namespace Pallion::Tools {
 
 namespace {
 
-// One field as PLY properties: its arrays one after the other, and where the
-// writing stands in them.
+namespace m = messages;
+
+// One field as PLY properties: the slice of the block it takes its elements
+// from and the properties of its components.
 struct PlyColumn {
-    const Tessel::Field* field;
+    std::size_t slice = 0;
     std::vector<std::string> names;  // a property per component
     std::string type;                // the PLY type of every component
     std::size_t elementBytes = 0;
-    std::vector<std::pair<const char*, std::uint64_t>> arrays;  // data and element count
-    std::size_t array = 0;
-    std::uint64_t at = 0;
     bool usual = false;  // x y z, red green blue or nx ny nz
 };
 
@@ -51,21 +52,16 @@ std::string plyName(std::string name) {
 
 // The columns of the vertices: the first point, rgb and tvector fields under
 // their usual names, then every other field in the grid's order.
-std::vector<PlyColumn> plyColumns(const Tessel::Grid& grid) {
+std::vector<PlyColumn> plyColumns(const std::vector<ColumnSlice>& slices) {
     std::vector<PlyColumn> columns;
     bool point = false, colour = false, normal = false;
-    for (const auto& field : grid.fields()) {
-        if (field->fragments().empty()) continue;
-        PlyColumn column{field.get(), {}, {}, 0, {}, 0, 0, false};
-        const bool typed = withElementType(*field->fragments()[0].arrays[0], [&]<class T>() {
+    for (std::size_t s = 0; s < slices.size(); ++s) {
+        PlyColumn column{s, {}, {}, 0, false};
+        withChunkType(*slices[s].type, [&]<class T>() {
             using Traits = Tessel::ElementTraits<T>;
-            if (!fieldHolds<T>(*field)) return;
             column.type = plyType<typename Traits::Component>();
             column.elementBytes = sizeof(T);
-            forEachArray<T>(*field, [&](std::span<const T> elements) {
-                column.arrays.emplace_back(reinterpret_cast<const char*>(elements.data()), elements.size());
-            });
-            const std::string name = plyName(field->fieldName());
+            const std::string name = plyName(*slices[s].name);
             if constexpr (std::is_same_v<T, Tessel::Point>) {
                 if (!point) column.names = {"x", "y", "z"}, column.usual = true;
                 point = true;
@@ -80,7 +76,7 @@ std::vector<PlyColumn> plyColumns(const Tessel::Grid& grid) {
                 for (unsigned c = 0; c < Traits::components; ++c)
                     column.names.push_back(Traits::components == 1 ? name : name + '_' + Traits::componentName(c));
         });
-        if (typed && !column.names.empty()) columns.push_back(std::move(column));
+        if (!column.names.empty()) columns.push_back(std::move(column));
     }
     // The point field's columns first, so that a reader finds x, y, z at the start.
     std::stable_partition(columns.begin(), columns.end(), [](const PlyColumn& c) { return c.names[0] == "x"; });
@@ -102,6 +98,131 @@ std::vector<PlyColumn> plyColumns(const Tessel::Grid& grid) {
     return columns;
 }
 
+// Binary little-endian vertices, written as the blocks come.  The header goes
+// first with the vertex count expected; at the end the true count is written
+// over it, and where its digits are more or fewer than the expected count's,
+// the vertices are moved by that many bytes, so that the file is the one a
+// writer that knew the count from the start gives.
+class PlyWriter final : public BlockWriter {
+public:
+    explicit PlyWriter(std::string file) : file_(std::move(file)), out_(file_) {}
+
+    void expectRows(std::uint64_t rows) override {
+        if (!started_) expected_ = rows;
+    }
+
+    std::string add(const std::string& /*fragment*/, const std::vector<ColumnSlice>& slices) override {
+        if (!failure_.empty()) return failure_;
+        if (!started_ && !start(slices)) return failure_;
+        if (slices.size() != fields_.size()) return fail(m::fill(m::BlockFieldsDiffer, file_.c_str()));
+        for (std::size_t s = 0; s < slices.size(); ++s)
+            if (*slices[s].name != fields_[s] || *slices[s].type != *types_[s])
+                return fail(m::fill(m::BlockFieldsDiffer, file_.c_str()));
+        const std::uint64_t rows = slices[columns_[0].slice].count;
+        bool differ = false;
+        for (const PlyColumn& column : columns_) differ |= slices[column.slice].count != rows;
+        if (differ) {
+            std::string counts;
+            for (const PlyColumn& column : columns_)
+                counts += (counts.empty() ? "" : ", ") + fields_[column.slice] + ' ' +
+                          std::to_string(vertices_ + slices[column.slice].count);
+            return fail(m::fill(m::CountsDiffer, file_.c_str(), counts.c_str()));
+        }
+        // Row by row: the bytes of one element of each field side by side
+        // (this machine is little-endian, as the format says).
+        for (std::uint64_t i = 0; i < rows; ++i) {
+            for (const PlyColumn& column : columns_) {
+                const char* element = slices[column.slice].data + i * column.elementBytes;
+                buffer_.insert(buffer_.end(), element, element + column.elementBytes);
+            }
+            if (buffer_.size() >= (1u << 20)) flush();
+        }
+        flush();
+        vertices_ += rows;
+        if (!out_.good()) return fail(out_.failure());
+        return {};
+    }
+
+    LasWritten finish(const Tessel::Grid& grid) override {
+        if (!started_ && failure_.empty()) {
+            // No block came: the fields as the grid has them.
+            const std::vector<GridColumn> columns = gridColumns(grid);
+            std::vector<ColumnSlice> slices;
+            slices.reserve(columns.size());
+            for (const GridColumn& column : columns)
+                slices.push_back({&column.field->fieldName(), column.type, nullptr, 0});
+            add({}, slices);
+        }
+        if (!failure_.empty()) return {failure_, {}};
+        const std::string header = headerFor(vertices_);
+        if (header.size() != headerBytes_) {
+            std::uint64_t rowBytes = 0;
+            for (const PlyColumn& column : columns_) rowBytes += column.elementBytes;
+            out_.move(headerBytes_, rowBytes * vertices_,
+                      static_cast<std::int64_t>(header.size()) - static_cast<std::int64_t>(headerBytes_));
+        }
+        out_.writeAt(0, header.data(), header.size());
+        return {out_.commit(), {}};
+    }
+
+private:
+    std::string fail(std::string failure) {
+        if (failure_.empty()) failure_ = std::move(failure);
+        return failure_;
+    }
+
+    bool start(const std::vector<ColumnSlice>& slices) {
+        started_ = true;
+        columns_ = plyColumns(slices);
+        for (const ColumnSlice& slice : slices) {
+            fields_.push_back(*slice.name);
+            types_.push_back(slice.type);
+        }
+        if (columns_.empty() || columns_[0].names[0] != "x") {
+            fail(m::fill(m::NoPointField, file_.c_str()));
+            return false;
+        }
+        if (!out_.open()) {
+            fail(out_.failure());
+            return false;
+        }
+        const std::string header = headerFor(expected_);
+        headerBytes_ = header.size();
+        out_.write(header.data(), header.size());
+        return true;
+    }
+
+    std::string headerFor(std::uint64_t vertices) const {
+        std::string header = "ply\nformat binary_little_endian 1.0\ncomment written by pallion\nelement vertex " +
+                             std::to_string(vertices) + '\n';
+        for (const PlyColumn& column : columns_)
+            for (const std::string& name : column.names) header += "property " + column.type + ' ' + name + '\n';
+        return header + "end_header\n";
+    }
+
+    void flush() {
+        out_.write(buffer_.data(), buffer_.size());
+        buffer_.clear();
+    }
+
+    std::string file_;
+    OutputFile out_;
+    std::vector<PlyColumn> columns_;
+    std::vector<std::string> fields_;
+    std::vector<const std::type_info*> types_;
+    std::vector<char> buffer_;
+    std::string failure_;
+    std::uint64_t vertices_ = 0, expected_ = 0;
+    std::size_t headerBytes_ = 0;
+    bool started_ = false;
+};
+
+// The stem of a file's name and the block's number: the name the conversion
+// gives the block's fragments ("points.txt", 0: "points0").
+std::string blockName(const std::string& file, std::uint64_t number) {
+    return std::filesystem::path(file).stem().string() + std::to_string(number);
+}
+
 }  // namespace
 
 OutputFormat outputFormatOf(const std::string& file) {
@@ -114,7 +235,6 @@ OutputFormat outputFormatOf(const std::string& file) {
 }
 
 std::string fieldNamesProblem(const std::string& file, const std::vector<std::string>& fieldNames) {
-    namespace m = messages;
     if (outputFormatOf(file) != OutputFormat::Hdf5) return {};  // PLY names are made unique
     for (const std::string& name : fieldNames) {
         const std::string_view why = name.find('/') != std::string::npos ? m::Hdf5NameSlash
@@ -127,60 +247,119 @@ std::string fieldNamesProblem(const std::string& file, const std::vector<std::st
 }
 
 std::string writePly(const Tessel::Grid& grid, const std::string& file) {
-    namespace m = messages;
-    std::vector<PlyColumn> columns = plyColumns(grid);
-    if (columns.empty() || columns[0].names[0] != "x") return m::fill(m::NoPointField, file.c_str());
-    const std::uint64_t vertices = elementCountOf(*columns[0].field);
+    const std::vector<GridColumn> columns = gridColumns(grid);
+    const auto point = std::find_if(columns.begin(), columns.end(),
+                                    [](const GridColumn& c) { return *c.type == typeid(Tessel::Point); });
+    if (point == columns.end()) return m::fill(m::NoPointField, file.c_str());
+    const std::uint64_t vertices = elementCountOf(*point->field);
     std::string counts;
     bool differ = false;
-    for (const PlyColumn& column : columns) {
+    for (const GridColumn& column : columns) {
         const std::uint64_t n = elementCountOf(*column.field);
         differ |= n != vertices;
         counts += (counts.empty() ? "" : ", ") + column.field->fieldName() + ' ' + std::to_string(n);
     }
     if (differ) return m::fill(m::CountsDiffer, file.c_str(), counts.c_str());
+    const Ravelin::StrongPtr<PlyWriter, BlockWriter> writer(new PlyWriter(file));
+    writer->expectRows(vertices);
+    if (std::string failure = feedRuns(*writer, columns); !failure.empty()) return failure;
+    return writer->finish(grid).failure;
+}
 
-    OutputFile out(file);
-    if (!out.open()) return out.failure();
-    std::string header = "ply\nformat binary_little_endian 1.0\ncomment written by pallion\nelement vertex " +
-                         std::to_string(vertices) + '\n';
-    for (const PlyColumn& column : columns)
-        for (const std::string& name : column.names) header += "property " + column.type + ' ' + name + '\n';
-    header += "end_header\n";
-    out.write(header.data(), header.size());
-
-    // Row by row through runs where no field changes its array: the bytes of
-    // one element of each field side by side (this machine is little-endian,
-    // as the format says).
-    std::vector<char> buffer;
-    std::size_t rowBytes = 0;
-    for (const PlyColumn& column : columns) rowBytes += column.elementBytes;
-    const std::size_t rowsPerWrite = std::max<std::size_t>(1, (1u << 20) / rowBytes);
-    buffer.reserve(rowsPerWrite * rowBytes);
-    for (std::uint64_t written = 0; written < vertices && out.good();) {
-        std::uint64_t run = vertices - written;
-        for (PlyColumn& column : columns) {
-            while (column.at == column.arrays[column.array].second) {
-                ++column.array;
-                column.at = 0;
-            }
-            run = std::min(run, column.arrays[column.array].second - column.at);
-        }
-        for (std::uint64_t i = 0; i < run; ++i) {
-            for (PlyColumn& column : columns) {
-                const char* element = column.arrays[column.array].first + (column.at + i) * column.elementBytes;
-                buffer.insert(buffer.end(), element, element + column.elementBytes);
-            }
-            if (buffer.size() >= rowsPerWrite * rowBytes) {
-                out.write(buffer.data(), buffer.size());
-                buffer.clear();
-            }
-        }
-        for (PlyColumn& column : columns) column.at += run;
-        written += run;
+std::vector<GridColumn> gridColumns(const Tessel::Grid& grid) {
+    std::vector<GridColumn> columns;
+    for (const auto& field : grid.fields()) {
+        if (field->fragments().empty()) continue;
+        GridColumn column;
+        withElementType(*field->fragments()[0].arrays[0], [&]<class T>() {
+            if (!fieldHolds<T>(*field)) return;
+            column = {field.get(), &typeid(T), sizeof(T), {}};
+            forEachArray<T>(*field, [&](std::span<const T> elements) {
+                if (!elements.empty())
+                    column.arrays.emplace_back(reinterpret_cast<const char*>(elements.data()), elements.size());
+            });
+        });
+        if (column.field != nullptr) columns.push_back(std::move(column));
     }
-    out.write(buffer.data(), buffer.size());
-    return out.commit();
+    return columns;
+}
+
+std::string feedRuns(BlockWriter& writer, const std::vector<GridColumn>& columns) {
+    std::vector<ColumnSlice> slices;
+    slices.reserve(columns.size());
+    for (const GridColumn& column : columns) slices.push_back({&column.field->fieldName(), column.type, nullptr, 0});
+    if (std::string failure = writer.add({}, slices); !failure.empty()) return failure;
+    std::vector<std::size_t> array(columns.size());
+    std::vector<std::uint64_t> at(columns.size());
+    for (;;) {
+        std::uint64_t run = std::numeric_limits<std::uint64_t>::max();
+        for (std::size_t c = 0; c < columns.size(); ++c) {
+            const auto& arrays = columns[c].arrays;
+            while (array[c] < arrays.size() && at[c] == arrays[array[c]].second) ++array[c], at[c] = 0;
+            run = array[c] < arrays.size() ? std::min(run, arrays[array[c]].second - at[c]) : 0;
+            if (run == 0) break;
+        }
+        if (run == 0 || columns.empty()) return {};
+        for (std::size_t c = 0; c < columns.size(); ++c) {
+            slices[c].data = columns[c].arrays[array[c]].first + at[c] * columns[c].elementBytes;
+            slices[c].count = run;
+            at[c] += run;
+        }
+        if (std::string failure = writer.add({}, slices); !failure.empty()) return failure;
+    }
+}
+
+std::optional<std::string> feedBlocks(const Tessel::Grid& grid, BlockWriter& writer) {
+    std::vector<const Tessel::Field*> fields;
+    std::vector<const std::type_info*> types;
+    for (const GridColumn& column : gridColumns(grid)) {
+        fields.push_back(column.field);
+        types.push_back(column.type);
+    }
+    if (fields.empty()) return std::nullopt;
+    const auto& first = fields[0]->fragments();
+    for (const Tessel::Field* field : fields) {
+        const auto& fragments = field->fragments();
+        if (fragments.size() != first.size()) return std::nullopt;
+        for (std::size_t k = 0; k < fragments.size(); ++k)
+            if (fragments[k].arrays.size() != 1 || fragments[k].id->name != first[k].id->name ||
+                fragments[k].arrays[0]->elementCount() != first[k].arrays[0]->elementCount())
+                return std::nullopt;
+    }
+    std::vector<ColumnSlice> slices(fields.size());
+    for (std::size_t k = 0; k < first.size(); ++k) {
+        for (std::size_t c = 0; c < fields.size(); ++c) {
+            const Tessel::MemBase& array = *fields[c]->fragments()[k].arrays[0];
+            slices[c] = {&fields[c]->fieldName(), types[c], static_cast<const char*>(array.rawData()),
+                         static_cast<std::uint64_t>(array.elementCount())};
+        }
+        if (std::string failure = writer.add(first[k].id->name, slices); !failure.empty()) return failure;
+    }
+    return std::string();
+}
+
+std::string BlockWriter::add(const FlushedBlock& block) {
+    std::vector<ColumnSlice> slices;
+    slices.reserve(block.columns.size());
+    for (const auto& [name, chunk] : block.columns)
+        slices.push_back({&name, &chunk->elementType(), static_cast<const char*>(chunk->rawData()),
+                          static_cast<std::uint64_t>(chunk->elementCount())});
+    return add(blockName(block.file, block.number), slices);
+}
+
+BlockWriterPtr openPlyWriter(const std::string& file) { return BlockWriterPtr(new PlyWriter(file)); }
+
+BlockWriterPtr openBlockWriter(const std::string& file, const LasOptions& las, const Tessel::Grid* grid) {
+    switch (outputFormatOf(file)) {
+        case OutputFormat::Ply:
+            return openPlyWriter(file);
+        case OutputFormat::Hdf5:
+            return openHdf5Writer(file);
+        case OutputFormat::Las:
+            return openLasWriter(file, las, grid);
+        default:
+            return {};
+    }
 }
 
 std::string writeGrid(const Tessel::Grid& grid, const std::string& file) {
