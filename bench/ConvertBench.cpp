@@ -358,8 +358,10 @@ int main(int argc, char** argv) {
             const Readings chosen{reader.find("whole") != std::string::npos,
                                   reader.find("whitespace") != std::string::npos};
             const auto& file = reader.find("aligned") != std::string::npos ? aligned : xyz;
-            std::printf("readings %s: %llu\n", reader.c_str(),
-                        static_cast<unsigned long long>(convert(file, "Positions:point:0+1+2", chosen)));
+            const auto start = Clock::now();
+            const std::uint64_t got = convert(file, "Positions:point:0+1+2", chosen);
+            std::printf("readings %s: %llu rows in %.3f s\n", reader.c_str(), static_cast<unsigned long long>(got),
+                        std::chrono::duration<double>(Clock::now() - start).count());
             return 0;
         }
         if (!runsGiven) runs = 7;

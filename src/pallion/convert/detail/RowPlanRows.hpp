@@ -12,40 +12,55 @@
 
 namespace Pallion {
 
+namespace detail {
+
+// The number at p as C, written to `into`; always inlined into the row loops, as fastNumber is.
+template <class C, char Point>
+[[gnu::always_inline]] inline bool storeNumber(const char* p, const char* stop, std::byte* into,
+                                               const char*& numberEnd) {
+    C value;
+    if (!fastNumber<C, Point>(p, stop, value, numberEnd)) return false;
+    std::memcpy(into, &value, sizeof value);
+    return true;
+}
+
+// The same for a whole token of an integer type: the int's value must lie in
+// [lowest, highest] before C keeps its low bits.
+template <class C>
+[[gnu::always_inline]] inline bool storeWithin(const char* p, const char* stop, std::byte* into, const char*& numberEnd,
+                                               std::int64_t lowest, std::int64_t highest) {
+    int wide;
+    if (!fastNumber<int>(p, stop, wide, numberEnd) || wide < lowest || wide > highest) return false;
+    const auto value = static_cast<C>(wide);
+    std::memcpy(into, &value, sizeof value);
+    return true;
+}
+
+}  // namespace detail
+
 template <RowPlan::Kind Only, bool Whole, char Point>
-inline bool RowPlan::convertInto(Kind kind, const char* p, const char* stop, std::byte* into, const char*& numberEnd) {
-    const auto store = [&]<class C>() {
-        C value;
-        if (!detail::fastNumber<C, Point>(p, stop, value, numberEnd)) return false;
-        std::memcpy(into, &value, sizeof value);
-        return true;
-    };
-    // A whole token must fit its type: the int's value is looked at before its low bits are kept.
-    const auto storeWithin = [&]<class C>(std::int64_t lowest, std::int64_t highest) {
-        int wide;
-        if (!detail::fastNumber<int>(p, stop, wide, numberEnd) || wide < lowest || wide > highest) return false;
-        const auto value = static_cast<C>(wide);
-        std::memcpy(into, &value, sizeof value);
-        return true;
-    };
+[[gnu::always_inline]] inline bool RowPlan::convertInto(Kind kind, const char* p, const char* stop, std::byte* into,
+                                                        const char*& numberEnd) {
+    using detail::storeNumber;
+    using detail::storeWithin;
     switch (Only == Kind::Mixed ? kind : Only) {
         case Kind::Double:
-            return store.template operator()<double>();
+            return storeNumber<double, Point>(p, stop, into, numberEnd);
         case Kind::Float:
-            return store.template operator()<float>();
+            return storeNumber<float, Point>(p, stop, into, numberEnd);
         case Kind::Bits8:
-            if constexpr (Whole) return storeWithin.template operator()<std::uint8_t>(0, 255);
-            return store.template operator()<std::uint8_t>();
+            if constexpr (Whole) return storeWithin<std::uint8_t>(p, stop, into, numberEnd, 0, 255);
+            return storeNumber<std::uint8_t, Point>(p, stop, into, numberEnd);
         case Kind::Bits16:
-            if constexpr (Whole) return storeWithin.template operator()<std::uint16_t>(0, 65535);
-            return store.template operator()<std::uint16_t>();
+            if constexpr (Whole) return storeWithin<std::uint16_t>(p, stop, into, numberEnd, 0, 65535);
+            return storeNumber<std::uint16_t, Point>(p, stop, into, numberEnd);
         case Kind::UBits32:
             // Above 2147483647 the standard way decides, as it does for an int.
-            if constexpr (Whole) return storeWithin.template operator()<std::uint32_t>(0, 2147483647);
-            return store.template operator()<std::uint32_t>();
+            if constexpr (Whole) return storeWithin<std::uint32_t>(p, stop, into, numberEnd, 0, 2147483647);
+            return storeNumber<std::uint32_t, Point>(p, stop, into, numberEnd);
         case Kind::Bits32:
         case Kind::Mixed:  // never a target's kind
-            return store.template operator()<std::uint32_t>();
+            return storeNumber<std::uint32_t, Point>(p, stop, into, numberEnd);
     }
     return false;
 }
