@@ -22,7 +22,7 @@
 //     before the clock runs, so that they come from the page cache; the two
 //     readings of a pair take turns (A B, B A, ...) --runs times (7 unless
 //     given), and the ratio of the best runs is printed with the spread of
-//     the rounds' ratios and the ratio of the best user CPU times, which
+//     the rounds' ratios and the ratio of the best CPU times, which
 //     other work on the machine disturbs less than the wall clock.
 //
 //   convert_bench [--scale F (1)] [--runs N (5; 7 for the readings)] [--keep DIR]
@@ -35,6 +35,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <random>
@@ -198,8 +199,15 @@ std::uint64_t convert(const std::filesystem::path& file, const std::string& pars
 struct Measure {
     double seconds;
     double peakMB;
-    double userSeconds = 0;  // the child's user CPU time, its whole life
+    double cpuSeconds = 0;  // the CPU time of `work`, user and system: what other work on the machine delays
 };
+
+// The CPU time this process has used so far.
+double cpuNow() {
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
 
 // Runs `work` in a child process; gives its time and its peak memory.  The
 // child exits 1 unless `work` gives `expected`.
@@ -209,14 +217,15 @@ Measure inChild(const std::function<std::uint64_t()>& work, std::uint64_t expect
     const pid_t child = fork();
     if (child == 0) {
         const auto start = Clock::now();
+        const double cpuStart = cpuNow();
         const std::uint64_t got = work();
-        const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
-        if (write(channel[1], &seconds, sizeof seconds) != sizeof seconds) _exit(1);
+        const double times[2] = {std::chrono::duration<double>(Clock::now() - start).count(), cpuNow() - cpuStart};
+        if (write(channel[1], times, sizeof times) != sizeof times) _exit(1);
         _exit(got == expected ? 0 : 1);
     }
     close(channel[1]);
-    double seconds = 0;
-    const bool heard = read(channel[0], &seconds, sizeof seconds) == sizeof seconds;
+    double times[2] = {};
+    const bool heard = read(channel[0], times, sizeof times) == sizeof times;
     close(channel[0]);
     int status = 0;
     rusage usage{};
@@ -225,8 +234,7 @@ Measure inChild(const std::function<std::uint64_t()>& work, std::uint64_t expect
         std::fprintf(stderr, "a measurement failed or counted wrong\n");
         std::exit(1);
     }
-    const double user = static_cast<double>(usage.ru_utime.tv_sec) + static_cast<double>(usage.ru_utime.tv_usec) / 1e6;
-    return {seconds, static_cast<double>(usage.ru_maxrss) / 1024.0, user};
+    return {times[0], static_cast<double>(usage.ru_maxrss) / 1024.0, times[1]};
 }
 
 // How often each case runs; the best run counts.  The two readers take turns,
@@ -291,16 +299,16 @@ void measurePair(const char* label, const char* target, const std::filesystem::p
         }
         first.seconds = std::min(first.seconds, x.seconds);
         second.seconds = std::min(second.seconds, y.seconds);
-        first.userSeconds = std::min(first.userSeconds, x.userSeconds);
-        second.userSeconds = std::min(second.userSeconds, y.userSeconds);
+        first.cpuSeconds = std::min(first.cpuSeconds, x.cpuSeconds);
+        second.cpuSeconds = std::min(second.cpuSeconds, y.cpuSeconds);
         ratios.push_back(y.seconds / x.seconds);
     }
     std::sort(ratios.begin(), ratios.end());
     std::printf(
         "%-34s %9llu rows | %6.3f s against %6.3f s | ratio %5.3f (rounds %5.3f..%5.3f, median %5.3f; "
-        "user CPU %5.3f) %s\n",
+        "CPU time %5.3f) %s\n",
         label, static_cast<unsigned long long>(rows), second.seconds, first.seconds, second.seconds / first.seconds,
-        ratios.front(), ratios.back(), ratios[ratios.size() / 2], second.userSeconds / first.userSeconds, target);
+        ratios.front(), ratios.back(), ratios[ratios.size() / 2], second.cpuSeconds / first.cpuSeconds, target);
     std::fflush(stdout);
 }
 
@@ -359,9 +367,11 @@ int main(int argc, char** argv) {
                                   reader.find("whitespace") != std::string::npos};
             const auto& file = reader.find("aligned") != std::string::npos ? aligned : xyz;
             const auto start = Clock::now();
+            const double cpuStart = cpuNow();
             const std::uint64_t got = convert(file, "Positions:point:0+1+2", chosen);
-            std::printf("readings %s: %llu rows in %.3f s\n", reader.c_str(), static_cast<unsigned long long>(got),
-                        std::chrono::duration<double>(Clock::now() - start).count());
+            std::printf("readings %s: %llu rows in %.3f s, CPU %.3f s\n", reader.c_str(),
+                        static_cast<unsigned long long>(got),
+                        std::chrono::duration<double>(Clock::now() - start).count(), cpuNow() - cpuStart);
             return 0;
         }
         if (!runsGiven) runs = 7;

@@ -69,7 +69,10 @@ template <RowPlan::Kind Only, bool Whole, bool Blanks, char Point>
 inline bool RowPlan::storeDense(const char* p, const char* end, std::uint64_t row) const {
     const Target* target = targets_.data();
     const Target* const last = target + targets_.size();
-    if constexpr (Blanks) p = skipPads<true>(p, end);
+    if constexpr (Blanks) {
+        end = withoutTrailingBlanks(p, end);
+        if (p != end) p = skipRun(p, end);
+    }
     for (;;) {
         if (p == end) return false;  // the line has no such token
         const char* numberEnd = p;
@@ -96,8 +99,9 @@ inline bool RowPlan::storeDense(const char* p, const char* end, std::uint64_t ro
                 if constexpr (Whole) return false;
                 p = numberEnd;
                 while (p != end && !isPad<true>(*p)) ++p;
+                if (p == end) return false;  // the line has no further token
             }
-            p = skipPads<true>(p, end);
+            p = skipRun(p, end);
         } else if (numberEnd != end && *numberEnd == delimiter_) {
             // The token ends at the first delimiter behind its number: usually right there.
             p = numberEnd + 1;
@@ -115,13 +119,16 @@ inline bool RowPlan::storeDense(const char* p, const char* end, std::uint64_t ro
 template <RowPlan::Kind Only, bool Whole, bool Blanks, char Point>
 inline bool RowPlan::storeRow(const char* p, const char* end, std::uint64_t row) const {
     std::uint32_t index = 0;  // the token that starts at p
-    if constexpr (Blanks) p = skipPads<true>(p, end);
+    if constexpr (Blanks) {
+        end = withoutTrailingBlanks(p, end);
+        if (p != end) p = skipRun(p, end);
+    }
     for (const Token& token : tokens_) {
         for (; index < token.column; ++index) {
             if constexpr (Blanks) {
-                if (p == end) return false;
                 while (p != end && !isPad<true>(*p)) ++p;
-                p = skipPads<true>(p, end);
+                if (p == end) return false;
+                p = skipRun(p, end);
             } else {
                 const void* cut = std::memchr(p, delimiter_, static_cast<std::size_t>(end - p));
                 if (cut == nullptr) return false;
@@ -159,7 +166,7 @@ inline bool RowPlan::storeRow(const char* p, const char* end, std::uint64_t row)
         if constexpr (Blanks) {
             const char* q = Whole ? tokenEnd : numberEnd;
             while (q != end && !isPad<true>(*q)) ++q;
-            p = skipPads<true>(q, end);
+            p = q == end ? end : skipRun(q, end);
         } else {
             const char* from = Whole ? tokenEnd : numberEnd;
             // The token ends at the first delimiter behind its number: usually right there.
