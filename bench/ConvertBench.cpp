@@ -15,8 +15,9 @@
 //
 //   - the opt-in readings on the xyz numbers, each against the plain reading
 //     of the single-blank table: whole tokens on that table; whitespace on
-//     the same numbers aligned in columns of 14 (45 bytes a row, 48 % more
-//     than the single-blank table), which is the whitespace target (at most
+//     the same numbers aligned in columns of 14 (45 bytes a row, 45 % more
+//     than the single-blank table of 31), and as numpy.savetxt(fmt="%12.3f")
+//     writes them (39 bytes a row), each the whitespace target (at most
 //     1.10); whitespace on the single-blank table, and whole tokens with
 //     whitespace on the aligned one, beside them.  Both files are read once
 //     before the clock runs, so that they come from the page cache; the two
@@ -27,7 +28,7 @@
 //
 //   convert_bench [--scale F (1)] [--runs N (5; 7 for the readings)] [--keep DIR]
 //                 [--only SHAPE --reader parse|ascii2z9]  (one run in this process, for callgrind)
-//                 [--only readings [--reader plain|whole|whitespace[-aligned]|whole-whitespace-aligned]]
+//                 [--only readings [--reader plain|whole|whitespace[-aligned|-savetxt]|whole-whitespace-aligned]]
 //                   (the opt-in readings alone; with --reader one conversion in this process)
 #include <algorithm>
 #include <charconv>
@@ -57,7 +58,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-enum class Shape { Xyz, Trajectory, Lidar, AlignedXyz };
+enum class Shape { Xyz, Trajectory, Lidar, AlignedXyz, SavetxtXyz };
 
 void writeTable(const std::filesystem::path& file, std::uint64_t rows, Shape shape) {
     std::FILE* out = std::fopen(file.c_str(), "wb");
@@ -78,6 +79,10 @@ void writeTable(const std::filesystem::path& file, std::uint64_t rows, Shape sha
                               5403000 + metres(random) % 100000, metres(random) % 1000, 300 + metres(random) % 50,
                               metres(random) % 1000, metres(random) % 256, metres(random) % 256, metres(random) % 256,
                               metres(random) % 4096, metres(random) % 100, metres(random) % 20, 1 + metres(random) % 5);
+        else if (shape == Shape::SavetxtXyz)  // the numbers of Xyz as numpy.savetxt(fmt="%12.3f") writes them
+            n = std::snprintf(line, sizeof line, "%8ld.%03ld %8ld.%03ld %8ld.%03ld\n", 512000 + metres(random) % 100000,
+                              metres(random) % 1000, 5403000 + metres(random) % 100000, metres(random) % 1000,
+                              300 + metres(random) % 50, metres(random) % 1000);
         else if (shape == Shape::AlignedXyz)  // the numbers of Xyz in columns, as printf("%14.3f") aligns them
             n = std::snprintf(line, sizeof line, "%10ld.%03ld %10ld.%03ld %10ld.%03ld\n",
                               512000 + metres(random) % 100000, metres(random) % 1000,
@@ -358,14 +363,17 @@ int main(int argc, char** argv) {
     }
     if (only.empty() || only == "readings") {
         // The opt-in readings against the plain one, on the xyz table's numbers.
-        const auto xyz = dir / "xyz.txt", aligned = dir / "aligned.txt";
+        const auto xyz = dir / "xyz.txt", aligned = dir / "aligned.txt", savetxt = dir / "savetxt.txt";
         const std::uint64_t n = rows(10e6);
         if (!std::filesystem::exists(xyz)) writeTable(xyz, n, Shape::Xyz);
         if (!std::filesystem::exists(aligned)) writeTable(aligned, n, Shape::AlignedXyz);
+        if (!std::filesystem::exists(savetxt)) writeTable(savetxt, n, Shape::SavetxtXyz);
         if (!reader.empty()) {  // one conversion in this process, for perf or callgrind
             const Readings chosen{reader.find("whole") != std::string::npos,
                                   reader.find("whitespace") != std::string::npos};
-            const auto& file = reader.find("aligned") != std::string::npos ? aligned : xyz;
+            const auto& file = reader.find("aligned") != std::string::npos   ? aligned
+                               : reader.find("savetxt") != std::string::npos ? savetxt
+                                                                             : xyz;
             const auto start = Clock::now();
             const double cpuStart = cpuNow();
             const std::uint64_t got = convert(file, "Positions:point:0+1+2", chosen);
@@ -381,6 +389,7 @@ int main(int argc, char** argv) {
             runs);
         measurePair("whole tokens / plain", "", xyz, {}, xyz, {.whole = true}, n);
         measurePair("whitespace aligned / plain", "target <= 1.10", xyz, {}, aligned, {.whitespace = true}, n);
+        measurePair("whitespace savetxt / plain", "target <= 1.10", xyz, {}, savetxt, {.whitespace = true}, n);
         measurePair("whitespace / plain, same file", "", xyz, {}, xyz, {.whitespace = true}, n);
         measurePair("whole+whitespace aligned / plain", "", xyz, {}, aligned, {.whole = true, .whitespace = true}, n);
     }
