@@ -19,16 +19,19 @@
 //     than the single-blank table of 31), and as numpy.savetxt(fmt="%12.3f")
 //     writes them (39 bytes a row), each the whitespace target (at most
 //     1.10); whitespace on the single-blank table, and whole tokens with
-//     whitespace on the aligned one, beside them.  Both files are read once
+//     whitespace on the aligned one, beside them; and whole tokens against
+//     the plain reading on the lidar table, whose integer columns the check
+//     holds to their types' ranges.  Both files of a pair are read once
 //     before the clock runs, so that they come from the page cache; the two
-//     readings of a pair take turns (A B, B A, ...) --runs times (7 unless
-//     given), and the ratio of the best runs is printed with the spread of
-//     the rounds' ratios and the ratio of the best CPU times, which
-//     other work on the machine disturbs less than the wall clock.
+//     readings take turns (A B, B A, ...) --runs times (7 unless given), and
+//     the ratio of the best runs is printed with the spread of the rounds'
+//     ratios and the ratio of the best CPU times, which other work on the
+//     machine disturbs less than the wall clock.
 //
 //   convert_bench [--scale F (1)] [--runs N (5; 7 for the readings)] [--keep DIR]
 //                 [--only SHAPE --reader parse|ascii2z9]  (one run in this process, for callgrind)
-//                 [--only readings [--reader plain|whole|whitespace[-aligned|-savetxt]|whole-whitespace-aligned]]
+//                 [--only readings [--reader plain|whole|whitespace[-aligned|-savetxt]|whole-whitespace-aligned|
+//                                             lidar|whole-lidar]]
 //                   (the opt-in readings alone; with --reader one conversion in this process)
 #include <algorithm>
 #include <charconv>
@@ -287,8 +290,8 @@ void warm(const std::filesystem::path& file) {
 // alternating; the best run of each counts, and the spread of the rounds'
 // ratios (B over A) tells how far to trust it.
 void measurePair(const char* label, const char* target, const std::filesystem::path& fileA, Readings a,
-                 const std::filesystem::path& fileB, Readings b, std::uint64_t rows) {
-    const char* parse = "Positions:point:0+1+2";
+                 const std::filesystem::path& fileB, Readings b, std::uint64_t rows,
+                 const std::string& parse = "Positions:point:0+1+2") {
     warm(fileA);
     warm(fileB);
     Measure first{1e9, 0, 1e9}, second{1e9, 0, 1e9};
@@ -368,15 +371,19 @@ int main(int argc, char** argv) {
         if (!std::filesystem::exists(xyz)) writeTable(xyz, n, Shape::Xyz);
         if (!std::filesystem::exists(aligned)) writeTable(aligned, n, Shape::AlignedXyz);
         if (!std::filesystem::exists(savetxt)) writeTable(savetxt, n, Shape::SavetxtXyz);
+        const Table& lidar = tables[2];
+        if (!std::filesystem::exists(lidar.file)) writeTable(lidar.file, lidar.rows, lidar.shape);
         if (!reader.empty()) {  // one conversion in this process, for perf or callgrind
             const Readings chosen{reader.find("whole") != std::string::npos,
                                   reader.find("whitespace") != std::string::npos};
+            const bool mixed = reader.find("lidar") != std::string::npos;
             const auto& file = reader.find("aligned") != std::string::npos   ? aligned
                                : reader.find("savetxt") != std::string::npos ? savetxt
+                               : mixed                                       ? lidar.file
                                                                              : xyz;
             const auto start = Clock::now();
             const double cpuStart = cpuNow();
-            const std::uint64_t got = convert(file, "Positions:point:0+1+2", chosen);
+            const std::uint64_t got = convert(file, mixed ? lidar.parse : "Positions:point:0+1+2", chosen);
             std::printf("readings %s: %llu rows in %.3f s, CPU %.3f s\n", reader.c_str(),
                         static_cast<unsigned long long>(got),
                         std::chrono::duration<double>(Clock::now() - start).count(), cpuNow() - cpuStart);
@@ -392,6 +399,8 @@ int main(int argc, char** argv) {
         measurePair("whitespace savetxt / plain", "target <= 1.10", xyz, {}, savetxt, {.whitespace = true}, n);
         measurePair("whitespace / plain, same file", "", xyz, {}, xyz, {.whitespace = true}, n);
         measurePair("whole+whitespace aligned / plain", "", xyz, {}, aligned, {.whole = true, .whitespace = true}, n);
+        measurePair("whole tokens / plain, lidar", "", lidar.file, {}, lidar.file, {.whole = true}, lidar.rows,
+                    lidar.parse);
     }
     if (only.empty()) {
         const auto tiny = dir / "tiny.txt";
