@@ -13,13 +13,25 @@
 // no rows, no checks, no fallback.  Each measurement runs in a child process
 // of its own, so that its peak memory (maximum resident set) is its own.
 //
-//   - the opt-in readings on the xyz numbers: whole tokens and whitespace
-//     against the plain reading of the single-blank table, whitespace also on
-//     the same numbers aligned in columns of 14 (about 46 bytes a row);
+//   - the opt-in readings on the xyz numbers, each against the plain reading
+//     of the single-blank table: whole tokens on that table; whitespace on
+//     the same numbers aligned in columns of 14 (45 bytes a row, 45 % more
+//     than the single-blank table of 31), and as numpy.savetxt(fmt="%12.3f")
+//     writes them (39 bytes a row), each the whitespace target (at most
+//     1.10); whitespace on the single-blank table, and whole tokens with
+//     whitespace on the aligned one, beside them; and whole tokens against
+//     the plain reading on the lidar table, whose integer columns the check
+//     holds to their types' ranges.  Both files of a pair are read once
+//     before the clock runs, so that they come from the page cache; the two
+//     readings take turns (A B, B A, ...) --runs times (7 unless given), and
+//     the ratio of the best runs is printed with the spread of the rounds'
+//     ratios and the ratio of the best CPU times, which other work on the
+//     machine disturbs less than the wall clock.
 //
-//   convert_bench [--scale F (1)] [--runs N (5)] [--keep DIR]
+//   convert_bench [--scale F (1)] [--runs N (5; 7 for the readings)] [--keep DIR]
 //                 [--only SHAPE --reader parse|ascii2z9]  (one run in this process, for callgrind)
-//                 [--only readings [--reader plain|whole|whitespace[-aligned]|whole-whitespace-aligned]]
+//                 [--only readings [--reader plain|whole|whitespace[-aligned|-savetxt]|whole-whitespace-aligned|
+//                                             lidar|whole-lidar]]
 //                   (the opt-in readings alone; with --reader one conversion in this process)
 #include <algorithm>
 #include <charconv>
@@ -27,6 +39,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <random>
@@ -48,7 +61,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-enum class Shape { Xyz, Trajectory, Lidar, AlignedXyz };
+enum class Shape { Xyz, Trajectory, Lidar, AlignedXyz, SavetxtXyz };
 
 void writeTable(const std::filesystem::path& file, std::uint64_t rows, Shape shape) {
     std::FILE* out = std::fopen(file.c_str(), "wb");
@@ -69,6 +82,10 @@ void writeTable(const std::filesystem::path& file, std::uint64_t rows, Shape sha
                               5403000 + metres(random) % 100000, metres(random) % 1000, 300 + metres(random) % 50,
                               metres(random) % 1000, metres(random) % 256, metres(random) % 256, metres(random) % 256,
                               metres(random) % 4096, metres(random) % 100, metres(random) % 20, 1 + metres(random) % 5);
+        else if (shape == Shape::SavetxtXyz)  // the numbers of Xyz as numpy.savetxt(fmt="%12.3f") writes them
+            n = std::snprintf(line, sizeof line, "%8ld.%03ld %8ld.%03ld %8ld.%03ld\n", 512000 + metres(random) % 100000,
+                              metres(random) % 1000, 5403000 + metres(random) % 100000, metres(random) % 1000,
+                              300 + metres(random) % 50, metres(random) % 1000);
         else if (shape == Shape::AlignedXyz)  // the numbers of Xyz in columns, as printf("%14.3f") aligns them
             n = std::snprintf(line, sizeof line, "%10ld.%03ld %10ld.%03ld %10ld.%03ld\n",
                               512000 + metres(random) % 100000, metres(random) % 1000,
@@ -190,7 +207,15 @@ std::uint64_t convert(const std::filesystem::path& file, const std::string& pars
 struct Measure {
     double seconds;
     double peakMB;
+    double cpuSeconds = 0;  // the CPU time of `work`, user and system: what other work on the machine delays
 };
+
+// The CPU time this process has used so far.
+double cpuNow() {
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
 
 // Runs `work` in a child process; gives its time and its peak memory.  The
 // child exits 1 unless `work` gives `expected`.
@@ -200,14 +225,15 @@ Measure inChild(const std::function<std::uint64_t()>& work, std::uint64_t expect
     const pid_t child = fork();
     if (child == 0) {
         const auto start = Clock::now();
+        const double cpuStart = cpuNow();
         const std::uint64_t got = work();
-        const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
-        if (write(channel[1], &seconds, sizeof seconds) != sizeof seconds) _exit(1);
+        const double times[2] = {std::chrono::duration<double>(Clock::now() - start).count(), cpuNow() - cpuStart};
+        if (write(channel[1], times, sizeof times) != sizeof times) _exit(1);
         _exit(got == expected ? 0 : 1);
     }
     close(channel[1]);
-    double seconds = 0;
-    const bool heard = read(channel[0], &seconds, sizeof seconds) == sizeof seconds;
+    double times[2] = {};
+    const bool heard = read(channel[0], times, sizeof times) == sizeof times;
     close(channel[0]);
     int status = 0;
     rusage usage{};
@@ -216,12 +242,13 @@ Measure inChild(const std::function<std::uint64_t()>& work, std::uint64_t expect
         std::fprintf(stderr, "a measurement failed or counted wrong\n");
         std::exit(1);
     }
-    return {seconds, static_cast<double>(usage.ru_maxrss) / 1024.0};
+    return {times[0], static_cast<double>(usage.ru_maxrss) / 1024.0, times[1]};
 }
 
 // How often each case runs; the best run counts.  The two readers take turns,
 // so that a slow spell of the machine falls on both.
 int runs = 5;
+bool runsGiven = false;
 
 struct Table {
     const char* label;
@@ -250,19 +277,46 @@ void measure(const Table& t) {
     std::fflush(stdout);
 }
 
-// Two conversions of the same numbers, taking turns; the best run of each counts.
-void measurePair(const char* label, const std::filesystem::path& fileA, Readings a, const std::filesystem::path& fileB,
-                 Readings b, std::uint64_t rows) {
-    const char* parse = "Positions:point:0+1+2";
-    Measure first{1e9, 0}, second{1e9, 0};
+// Reads a file once, so that the runs measured take it from the page cache.
+void warm(const std::filesystem::path& file) {
+    const int fd = open(file.c_str(), O_RDONLY);
+    if (fd < 0) return;
+    std::vector<char> block(std::size_t{1} << 20);
+    while (read(fd, block.data(), block.size()) > 0) {}
+    close(fd);
+}
+
+// Two conversions of the same numbers, taking turns, the first of each round
+// alternating; the best run of each counts, and the spread of the rounds'
+// ratios (B over A) tells how far to trust it.
+void measurePair(const char* label, const char* target, const std::filesystem::path& fileA, Readings a,
+                 const std::filesystem::path& fileB, Readings b, std::uint64_t rows,
+                 const std::string& parse = "Positions:point:0+1+2") {
+    warm(fileA);
+    warm(fileB);
+    Measure first{1e9, 0, 1e9}, second{1e9, 0, 1e9};
+    std::vector<double> ratios;
     for (int i = 0; i < runs; ++i) {
-        const Measure x = inChild([&] { return convert(fileA, parse, a); }, rows);
-        const Measure y = inChild([&] { return convert(fileB, parse, b); }, rows);
-        if (x.seconds < first.seconds) first = x;
-        if (y.seconds < second.seconds) second = y;
+        Measure x{}, y{};
+        if (i % 2 == 0) {
+            x = inChild([&] { return convert(fileA, parse, a); }, rows);
+            y = inChild([&] { return convert(fileB, parse, b); }, rows);
+        } else {
+            y = inChild([&] { return convert(fileB, parse, b); }, rows);
+            x = inChild([&] { return convert(fileA, parse, a); }, rows);
+        }
+        first.seconds = std::min(first.seconds, x.seconds);
+        second.seconds = std::min(second.seconds, y.seconds);
+        first.cpuSeconds = std::min(first.cpuSeconds, x.cpuSeconds);
+        second.cpuSeconds = std::min(second.cpuSeconds, y.cpuSeconds);
+        ratios.push_back(y.seconds / x.seconds);
     }
-    std::printf("%-34s %9llu rows | %6.3f s against %6.3f s | ratio %5.3f\n", label,
-                static_cast<unsigned long long>(rows), second.seconds, first.seconds, second.seconds / first.seconds);
+    std::sort(ratios.begin(), ratios.end());
+    std::printf(
+        "%-34s %9llu rows | %6.3f s against %6.3f s | ratio %5.3f (rounds %5.3f..%5.3f, median %5.3f; "
+        "CPU time %5.3f) %s\n",
+        label, static_cast<unsigned long long>(rows), second.seconds, first.seconds, second.seconds / first.seconds,
+        ratios.front(), ratios.back(), ratios[ratios.size() / 2], second.cpuSeconds / first.cpuSeconds, target);
     std::fflush(stdout);
 }
 
@@ -275,7 +329,10 @@ int main(int argc, char** argv) {
         const std::string option = argv[i];
         if (option == "--scale") scale = std::strtod(argv[i + 1], nullptr);
         if (option == "--keep") keep = argv[i + 1];
-        if (option == "--runs") runs = std::max(1, std::atoi(argv[i + 1]));
+        if (option == "--runs") {
+            runs = std::max(1, std::atoi(argv[i + 1]));
+            runsGiven = true;
+        }
         if (option == "--only") only = argv[i + 1];
         if (option == "--reader") reader = argv[i + 1];
     }
@@ -309,22 +366,41 @@ int main(int argc, char** argv) {
     }
     if (only.empty() || only == "readings") {
         // The opt-in readings against the plain one, on the xyz table's numbers.
-        const auto xyz = dir / "xyz.txt", aligned = dir / "aligned.txt";
+        const auto xyz = dir / "xyz.txt", aligned = dir / "aligned.txt", savetxt = dir / "savetxt.txt";
         const std::uint64_t n = rows(10e6);
         if (!std::filesystem::exists(xyz)) writeTable(xyz, n, Shape::Xyz);
         if (!std::filesystem::exists(aligned)) writeTable(aligned, n, Shape::AlignedXyz);
+        if (!std::filesystem::exists(savetxt)) writeTable(savetxt, n, Shape::SavetxtXyz);
+        const Table& lidar = tables[2];
+        if (!std::filesystem::exists(lidar.file)) writeTable(lidar.file, lidar.rows, lidar.shape);
         if (!reader.empty()) {  // one conversion in this process, for perf or callgrind
             const Readings chosen{reader.find("whole") != std::string::npos,
                                   reader.find("whitespace") != std::string::npos};
-            const auto& file = reader.find("aligned") != std::string::npos ? aligned : xyz;
-            std::printf("readings %s: %llu\n", reader.c_str(),
-                        static_cast<unsigned long long>(convert(file, "Positions:point:0+1+2", chosen)));
+            const bool mixed = reader.find("lidar") != std::string::npos;
+            const auto& file = reader.find("aligned") != std::string::npos   ? aligned
+                               : reader.find("savetxt") != std::string::npos ? savetxt
+                               : mixed                                       ? lidar.file
+                                                                             : xyz;
+            const auto start = Clock::now();
+            const double cpuStart = cpuNow();
+            const std::uint64_t got = convert(file, mixed ? lidar.parse : "Positions:point:0+1+2", chosen);
+            std::printf("readings %s: %llu rows in %.3f s, CPU %.3f s\n", reader.c_str(),
+                        static_cast<unsigned long long>(got),
+                        std::chrono::duration<double>(Clock::now() - start).count(), cpuNow() - cpuStart);
             return 0;
         }
-        measurePair("whole tokens / plain", xyz, {}, xyz, {.whole = true}, n);
-        measurePair("whitespace / plain, same file", xyz, {}, xyz, {.whitespace = true}, n);
-        measurePair("whitespace aligned / plain blank", xyz, {}, aligned, {.whitespace = true}, n);
-        measurePair("whole+whitespace aligned / plain", xyz, {}, aligned, {.whole = true, .whitespace = true}, n);
+        if (!runsGiven) runs = 7;
+        std::printf(
+            "the opt-in readings against the plain reading of the single-blank table, best of %d, "
+            "taking turns\n",
+            runs);
+        measurePair("whole tokens / plain", "", xyz, {}, xyz, {.whole = true}, n);
+        measurePair("whitespace aligned / plain", "target <= 1.10", xyz, {}, aligned, {.whitespace = true}, n);
+        measurePair("whitespace savetxt / plain", "target <= 1.10", xyz, {}, savetxt, {.whitespace = true}, n);
+        measurePair("whitespace / plain, same file", "", xyz, {}, xyz, {.whitespace = true}, n);
+        measurePair("whole+whitespace aligned / plain", "", xyz, {}, aligned, {.whole = true, .whitespace = true}, n);
+        measurePair("whole tokens / plain, lidar", "", lidar.file, {}, lidar.file, {.whole = true}, lidar.rows,
+                    lidar.parse);
     }
     if (only.empty()) {
         const auto tiny = dir / "tiny.txt";

@@ -148,11 +148,13 @@ private:
         return lines[below(std::size(lines))];
     }
 
-    // The text between two tokens: the delimiter, or with runs of blanks a run of one to three.
+    // The text between two tokens: the delimiter, or with runs of blanks a run
+    // of one to three, or of up to eleven as aligned columns have them.
     std::string separator(char split) {
         if (!readings.whitespace || below(3) == 0) return std::string(1, split);
         std::string run;
-        for (std::uint64_t i = 0, n = 1 + below(3); i < n; ++i) run += below(4) == 0 ? '\t' : ' ';
+        for (std::uint64_t i = 0, n = below(3) == 0 ? 4 + below(8) : 1 + below(3); i < n; ++i)
+            run += below(8) == 0 ? '\t' : ' ';
         return run;
     }
 
@@ -178,6 +180,7 @@ private:
             if (bend == 1) text += '\r';
             if (bend == 2) text.insert(lineStart + below(text.size() - lineStart + 1), 1, '\0');
             if (bend == 3) text += std::string(2, split);
+            if (bend == 4 && readings.whitespace) text += separator(split);
             if (line + 1 < lines || below(2) == 0) text += '\n';
         }
         return text;

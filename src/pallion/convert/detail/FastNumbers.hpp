@@ -58,7 +58,8 @@ struct ExactDecimal<float> {
 // `Point` is the decimal separator: '.' for the standard functions' reading,
 // ',' for a table written with decimal commas.
 template <class F, char Point = '.'>
-inline bool plainDecimal(const char* first, const char* last, F& value, const char*& end) noexcept {
+[[gnu::always_inline]] inline bool plainDecimal(const char* first, const char* last, F& value,
+                                                const char*& end) noexcept {
     const bool negative = first != last && *first == '-';
     const char* p = first + negative;
     std::uint64_t mantissa = 0;
@@ -82,6 +83,25 @@ inline bool plainDecimal(const char* first, const char* last, F& value, const ch
     return true;
 }
 
+// The floating-point numbers that plainDecimal leaves (an exponent, many
+// digits): the full parser, kept out of line, so that the row loops that
+// inline fastNumber stay small and the compiler inlines it into every one.
+template <class F, char Point>
+[[gnu::noinline]] bool fullDecimal(const char* first, const char* last, F& value, const char*& end) noexcept {
+    F parsed;
+    const auto [stop, error] = fast_float::from_chars_advanced(
+        first, last, parsed, fast_float::parse_options{fast_float::chars_format::general, Point});
+    if (error != std::errc()) return false;
+    if (stop != last && (*stop == 'x' || *stop == 'X')) return false;  // a hexadecimal number
+    const F magnitude = std::fabs(parsed);
+    if (magnitude > std::numeric_limits<F>::max()) return false;
+    if (!(magnitude >= std::numeric_limits<F>::min()) && (magnitude != 0 || mantissaHasNonZeroDigit(first, stop)))
+        return false;  // subnormal, or underflow to zero
+    value = parsed;
+    end = stop;
+    return true;
+}
+
 // Converts the number at the start of [first, last) into C (double, float or
 // one of the integer types) and gives its end, true only where the standard
 // conversion is certain to give the same value (NumberConversion.hpp tells
@@ -89,21 +109,21 @@ inline bool plainDecimal(const char* first, const char* last, F& value, const ch
 // Floating-point values are exact only while fastFloatingHolds(), which the
 // caller checks.  With `Point` ',' a floating-point number is read as the
 // same text with '.' in place of ',' would be, and a '.' ends it.
+// Always inlined: a row loop calls it for every token, and the many row loops
+// of the opt-in readings would otherwise exhaust the compiler's inlining
+// budget for their translation unit and call it out of line.
 template <class C, char Point = '.'>
-inline bool fastNumber(const char* first, const char* last, C& value, const char*& end) noexcept {
+[[gnu::always_inline]] inline bool fastNumber(const char* first, const char* last, C& value,
+                                              const char*& end) noexcept {
     if constexpr (std::is_floating_point_v<C>) {
         const char* p = first + (first != last && *first == '-');
         if (p == last || !(isDigit(*p) || *p == Point)) return false;
         if (plainDecimal<C, Point>(first, last, value, end)) return true;
+        // Through locals of its own, so that the caller's value and end, whose
+        // addresses the out-of-line call would take, can stay in registers.
         C parsed;
-        const auto [stop, error] = fast_float::from_chars_advanced(
-            first, last, parsed, fast_float::parse_options{fast_float::chars_format::general, Point});
-        if (error != std::errc()) return false;
-        if (stop != last && (*stop == 'x' || *stop == 'X')) return false;  // a hexadecimal number
-        const C magnitude = std::fabs(parsed);
-        if (magnitude > std::numeric_limits<C>::max()) return false;
-        if (!(magnitude >= std::numeric_limits<C>::min()) && (magnitude != 0 || mantissaHasNonZeroDigit(first, stop)))
-            return false;  // subnormal, or underflow to zero
+        const char* stop;
+        if (!fullDecimal<C, Point>(first, last, parsed, stop)) return false;
         value = parsed;
         end = stop;
         return true;

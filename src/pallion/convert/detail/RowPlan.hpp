@@ -11,7 +11,6 @@
 // exactly what the standard way writes.
 #pragma once
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -113,25 +112,36 @@ private:
         return (c == ' ' || c == '\t') && (Blanks || c != delimiter_);
     }
     template <bool Blanks>
-    const char* skipPads(const char* p, const char* end) const {
-        if constexpr (Blanks && std::endian::native == std::endian::little) {
-            // Columns aligned with runs of blanks: eight bytes at a time, the
-            // first that is no blank found by its lowest set bit.
-            if (p == end || !isPad<true>(*p)) return p;
-            while (end - p >= 8) {
-                std::uint64_t word;
-                std::memcpy(&word, p, sizeof word);
-                const std::uint64_t other = word ^ 0x2020202020202020ULL;  // zero bytes: blanks
-                if (other == 0) {
-                    p += 8;
-                    continue;
-                }
-                p += std::countr_zero(other) / 8;
-                if (*p != '\t') return p;
-                ++p;
-            }
-        }
+    [[gnu::always_inline]] const char* skipPads(const char* p, const char* end) const {
         while (p != end && isPad<Blanks>(*p)) ++p;
+        return p;
+    }
+
+    // With runs of blanks: a line's end moved back before its trailing blanks
+    // and tabs, which hold no token.  A number's end never lies among them.
+    static const char* withoutTrailingBlanks(const char* line, const char* end) {
+        while (end != line && (end[-1] == ' ' || end[-1] == '\t')) --end;
+        return end;
+    }
+    // The end of the run of blanks and tabs at p, in a line that ends in
+    // neither and of which p is no further than the last byte: the run ends
+    // inside the line, so that the byte by byte steps need not look at the
+    // line's end.  A single blank, the most common run, costs one look;
+    // longer runs go four blanks at a time, then byte by byte.  Every
+    // step is a branch: the runs of aligned columns have the same lengths
+    // from row to row, which the branch predictor learns, so that the next
+    // number is read ahead, where a skip whose length is computed from the
+    // bytes (the lowest set bit of a word or a vector's mask) would hold that
+    // number up until those bytes have been loaded and looked at.
+    [[gnu::always_inline]] static const char* skipRun(const char* p, const char* end) {
+        if (*p != ' ' && *p != '\t') return p;
+        while (end - p >= 4) {
+            std::uint32_t four;
+            std::memcpy(&four, p, sizeof four);
+            if (four != 0x20202020u) break;
+            p += 4;
+        }
+        while (*p == ' ' || *p == '\t') ++p;
         return p;
     }
 

@@ -12,40 +12,55 @@
 
 namespace Pallion {
 
+namespace detail {
+
+// The number at p as C, written to `into`; always inlined into the row loops, as fastNumber is.
+template <class C, char Point>
+[[gnu::always_inline]] inline bool storeNumber(const char* p, const char* stop, std::byte* into,
+                                               const char*& numberEnd) {
+    C value;
+    if (!fastNumber<C, Point>(p, stop, value, numberEnd)) return false;
+    std::memcpy(into, &value, sizeof value);
+    return true;
+}
+
+// The same for a whole token of an integer type: the int's value must lie in
+// [lowest, highest] before C keeps its low bits.
+template <class C>
+[[gnu::always_inline]] inline bool storeWithin(const char* p, const char* stop, std::byte* into, const char*& numberEnd,
+                                               std::int64_t lowest, std::int64_t highest) {
+    int wide;
+    if (!fastNumber<int>(p, stop, wide, numberEnd) || wide < lowest || wide > highest) return false;
+    const auto value = static_cast<C>(wide);
+    std::memcpy(into, &value, sizeof value);
+    return true;
+}
+
+}  // namespace detail
+
 template <RowPlan::Kind Only, bool Whole, char Point>
-inline bool RowPlan::convertInto(Kind kind, const char* p, const char* stop, std::byte* into, const char*& numberEnd) {
-    const auto store = [&]<class C>() {
-        C value;
-        if (!detail::fastNumber<C, Point>(p, stop, value, numberEnd)) return false;
-        std::memcpy(into, &value, sizeof value);
-        return true;
-    };
-    // A whole token must fit its type: the int's value is looked at before its low bits are kept.
-    const auto storeWithin = [&]<class C>(std::int64_t lowest, std::int64_t highest) {
-        int wide;
-        if (!detail::fastNumber<int>(p, stop, wide, numberEnd) || wide < lowest || wide > highest) return false;
-        const auto value = static_cast<C>(wide);
-        std::memcpy(into, &value, sizeof value);
-        return true;
-    };
+[[gnu::always_inline]] inline bool RowPlan::convertInto(Kind kind, const char* p, const char* stop, std::byte* into,
+                                                        const char*& numberEnd) {
+    using detail::storeNumber;
+    using detail::storeWithin;
     switch (Only == Kind::Mixed ? kind : Only) {
         case Kind::Double:
-            return store.template operator()<double>();
+            return storeNumber<double, Point>(p, stop, into, numberEnd);
         case Kind::Float:
-            return store.template operator()<float>();
+            return storeNumber<float, Point>(p, stop, into, numberEnd);
         case Kind::Bits8:
-            if constexpr (Whole) return storeWithin.template operator()<std::uint8_t>(0, 255);
-            return store.template operator()<std::uint8_t>();
+            if constexpr (Whole) return storeWithin<std::uint8_t>(p, stop, into, numberEnd, 0, 255);
+            return storeNumber<std::uint8_t, Point>(p, stop, into, numberEnd);
         case Kind::Bits16:
-            if constexpr (Whole) return storeWithin.template operator()<std::uint16_t>(0, 65535);
-            return store.template operator()<std::uint16_t>();
+            if constexpr (Whole) return storeWithin<std::uint16_t>(p, stop, into, numberEnd, 0, 65535);
+            return storeNumber<std::uint16_t, Point>(p, stop, into, numberEnd);
         case Kind::UBits32:
             // Above 2147483647 the standard way decides, as it does for an int.
-            if constexpr (Whole) return storeWithin.template operator()<std::uint32_t>(0, 2147483647);
-            return store.template operator()<std::uint32_t>();
+            if constexpr (Whole) return storeWithin<std::uint32_t>(p, stop, into, numberEnd, 0, 2147483647);
+            return storeNumber<std::uint32_t, Point>(p, stop, into, numberEnd);
         case Kind::Bits32:
         case Kind::Mixed:  // never a target's kind
-            return store.template operator()<std::uint32_t>();
+            return storeNumber<std::uint32_t, Point>(p, stop, into, numberEnd);
     }
     return false;
 }
@@ -54,7 +69,10 @@ template <RowPlan::Kind Only, bool Whole, bool Blanks, char Point>
 inline bool RowPlan::storeDense(const char* p, const char* end, std::uint64_t row) const {
     const Target* target = targets_.data();
     const Target* const last = target + targets_.size();
-    if constexpr (Blanks) p = skipPads<true>(p, end);
+    if constexpr (Blanks) {
+        end = withoutTrailingBlanks(p, end);
+        if (p != end) p = skipRun(p, end);
+    }
     for (;;) {
         if (p == end) return false;  // the line has no such token
         const char* numberEnd = p;
@@ -81,8 +99,9 @@ inline bool RowPlan::storeDense(const char* p, const char* end, std::uint64_t ro
                 if constexpr (Whole) return false;
                 p = numberEnd;
                 while (p != end && !isPad<true>(*p)) ++p;
+                if (p == end) return false;  // the line has no further token
             }
-            p = skipPads<true>(p, end);
+            p = skipRun(p, end);
         } else if (numberEnd != end && *numberEnd == delimiter_) {
             // The token ends at the first delimiter behind its number: usually right there.
             p = numberEnd + 1;
@@ -100,13 +119,16 @@ inline bool RowPlan::storeDense(const char* p, const char* end, std::uint64_t ro
 template <RowPlan::Kind Only, bool Whole, bool Blanks, char Point>
 inline bool RowPlan::storeRow(const char* p, const char* end, std::uint64_t row) const {
     std::uint32_t index = 0;  // the token that starts at p
-    if constexpr (Blanks) p = skipPads<true>(p, end);
+    if constexpr (Blanks) {
+        end = withoutTrailingBlanks(p, end);
+        if (p != end) p = skipRun(p, end);
+    }
     for (const Token& token : tokens_) {
         for (; index < token.column; ++index) {
             if constexpr (Blanks) {
-                if (p == end) return false;
                 while (p != end && !isPad<true>(*p)) ++p;
-                p = skipPads<true>(p, end);
+                if (p == end) return false;
+                p = skipRun(p, end);
             } else {
                 const void* cut = std::memchr(p, delimiter_, static_cast<std::size_t>(end - p));
                 if (cut == nullptr) return false;
@@ -144,7 +166,7 @@ inline bool RowPlan::storeRow(const char* p, const char* end, std::uint64_t row)
         if constexpr (Blanks) {
             const char* q = Whole ? tokenEnd : numberEnd;
             while (q != end && !isPad<true>(*q)) ++q;
-            p = skipPads<true>(q, end);
+            p = q == end ? end : skipRun(q, end);
         } else {
             const char* from = Whole ? tokenEnd : numberEnd;
             // The token ends at the first delimiter behind its number: usually right there.
