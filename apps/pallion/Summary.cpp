@@ -63,14 +63,14 @@ void widen(BlockDigest::Field& field, const T* elements, std::uint64_t n) {
 // An attribute's values, by the type of its chunk.
 Json attributeValues(const Ravelin::ChunkPtr& value) {
     Json values = Json::array();
-    if (auto* ints = dynamic_cast<Ravelin::Chunk<int>*>(value.get()))
-        for (int v : ints->vector()) values.push_back(v);
-    else if (auto* uints = dynamic_cast<Ravelin::Chunk<unsigned int>*>(value.get()))
-        for (unsigned v : uints->vector()) values.push_back(v);
-    else if (auto* doubles = dynamic_cast<Ravelin::Chunk<double>*>(value.get()))
-        for (double v : doubles->vector()) values.push_back(jsonNumber(v, false));
-    else if (auto* texts = dynamic_cast<Ravelin::Chunk<std::string>*>(value.get()))
-        for (const std::string& v : texts->vector()) values.push_back(v);
+    Pallion::Tools::visitAttribute(value, [&](const auto& all) {
+        for (const auto& v : all) {
+            if constexpr (std::is_same_v<std::decay_t<decltype(v)>, double>)
+                values.push_back(jsonNumber(v, false));
+            else
+                values.push_back(v);
+        }
+    });
     return values;
 }
 

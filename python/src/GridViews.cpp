@@ -1,6 +1,8 @@
 #include "GridViews.hpp"
 
 #include <cstdint>
+#include <string>
+#include <type_traits>
 
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
@@ -52,14 +54,14 @@ py::tuple componentsOf() {
 
 py::object attributeValue(const Ravelin::ChunkPtr& value) {
     py::list values;
-    if (const auto* ints = dynamic_cast<const Ravelin::Chunk<int>*>(value.get()))
-        for (int v : ints->vector()) values.append(v);
-    else if (const auto* uints = dynamic_cast<const Ravelin::Chunk<unsigned int>*>(value.get()))
-        for (unsigned v : uints->vector()) values.append(v);
-    else if (const auto* doubles = dynamic_cast<const Ravelin::Chunk<double>*>(value.get()))
-        for (double v : doubles->vector()) values.append(v);
-    else if (const auto* texts = dynamic_cast<const Ravelin::Chunk<std::string>*>(value.get()))
-        for (const std::string& v : texts->vector()) values.append(decoded(v));
+    Tools::visitAttribute(value, [&](const auto& all) {
+        for (const auto& v : all) {
+            if constexpr (std::is_same_v<std::decay_t<decltype(v)>, std::string>)
+                values.append(decoded(v));
+            else
+                values.append(v);
+        }
+    });
     if (values.size() == 1) return values[0];
     return values;
 }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "pallion/array/ElementTraits.hpp"
+#include "pallion/memory/Chunk.hpp"
 #include "pallion/tools/Messages.hpp"
 #include "tessel/Grid.hpp"
 
@@ -116,6 +117,26 @@ inline std::vector<std::string> sharedFragmentNames(const Tessel::Grid& grid) {
         for (const auto& fragment : field->fragments()) fragments.push_back(fragment.id->name);
     }
     return sharedFragmentNames(fields);
+}
+
+// Calls `visit` with the values of a grid attribute as the vector its chunk
+// holds: int, unsigned int, double or std::string, the types attributes are
+// stored in.  Gives false, calling nothing, for a null chunk or another type.
+template <class Visit>
+bool visitAttribute(const Ravelin::ChunkPtr& value, Visit&& visit) {
+    bool found = false;
+    auto as = [&]<class T>() {
+        if (found) return;
+        if (const auto* chunk = dynamic_cast<const Ravelin::Chunk<T>*>(value.get())) {
+            found = true;
+            visit(chunk->vector());
+        }
+    };
+    as.template operator()<int>();
+    as.template operator()<unsigned int>();
+    as.template operator()<double>();
+    as.template operator()<std::string>();
+    return found;
 }
 
 }  // namespace Pallion::Tools

@@ -10,6 +10,9 @@
 #include <unistd.h>
 #include <list>
 #include <optional>
+#include <string>
+#include <type_traits>
+#include <vector>
 
 #include "pallion/memory/Chunk.hpp"
 #include "pallion/tools/GridValues.hpp"
@@ -342,15 +345,16 @@ private:
         for (const std::string& name : grid.attributes().names()) {
             const Ravelin::ChunkPtr value = grid.attributes().getAttribute(name);
             bool written = true;
-            if (auto* ints = dynamic_cast<Ravelin::Chunk<int>*>(value.get()))
-                written = writeAttribute(*h5_, name, H5T_NATIVE_INT, ints->vector().data(), ints->vector().size());
-            else if (auto* uints = dynamic_cast<Ravelin::Chunk<unsigned int>*>(value.get()))
-                written = writeAttribute(*h5_, name, H5T_NATIVE_UINT, uints->vector().data(), uints->vector().size());
-            else if (auto* doubles = dynamic_cast<Ravelin::Chunk<double>*>(value.get()))
-                written =
-                    writeAttribute(*h5_, name, H5T_NATIVE_DOUBLE, doubles->vector().data(), doubles->vector().size());
-            else if (auto* texts = dynamic_cast<Ravelin::Chunk<std::string>*>(value.get()))
-                written = writeTexts(*h5_, name, texts->vector(), true);
+            visitAttribute(value, [&]<class T>(const std::vector<T>& values) {
+                if constexpr (std::is_same_v<T, std::string>)
+                    written = writeTexts(*h5_, name, values, true);
+                else if constexpr (std::is_same_v<T, double>)
+                    written = writeAttribute(*h5_, name, H5T_NATIVE_DOUBLE, values.data(), values.size());
+                else if constexpr (std::is_same_v<T, int>)
+                    written = writeAttribute(*h5_, name, H5T_NATIVE_INT, values.data(), values.size());
+                else
+                    written = writeAttribute(*h5_, name, H5T_NATIVE_UINT, values.data(), values.size());
+            });
             if (!written) {
                 failed(what("write the attribute ", name));
                 return;

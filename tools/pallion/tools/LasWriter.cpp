@@ -9,6 +9,8 @@
 #include <set>
 #include <sstream>
 #include <string_view>
+#include <type_traits>
+#include <vector>
 
 #include "pallion/memory/Chunk.hpp"
 #include "pallion/tools/BlockWriter.hpp"
@@ -356,11 +358,12 @@ struct Vlr {
 // The EPSG code the grid names: EPSG, or a trajectory's EPSG_SPATIAL.
 std::optional<long long> epsgOf(const Tessel::Grid& grid) {
     for (const char* name : {"EPSG", "EPSG_SPATIAL"}) {
-        const Ravelin::ChunkPtr value = grid.attributes().getAttribute(name);
-        if (const auto* code = dynamic_cast<const Ravelin::Chunk<int>*>(value.get()); code && !code->empty())
-            return (*code)[0];
-        if (const auto* code = dynamic_cast<const Ravelin::Chunk<unsigned int>*>(value.get()); code && !code->empty())
-            return (*code)[0];
+        std::optional<long long> code;
+        visitAttribute(grid.attributes().getAttribute(name), [&]<class T>(const std::vector<T>& values) {
+            if constexpr (std::is_integral_v<T>)
+                if (!values.empty()) code = values[0];
+        });
+        if (code) return code;
     }
     return std::nullopt;
 }
