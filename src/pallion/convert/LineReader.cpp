@@ -147,6 +147,62 @@ void LineReader::skipLines(std::uint64_t count) {
     }
 }
 
+namespace {
+
+// The line feeds among `count` bytes, in runs short enough for a byte counter
+// per lane, so that the compiler can count many bytes at once.
+std::uint64_t lineFeedsIn(const char* bytes, std::size_t count) {
+    std::uint64_t feeds = 0;
+    while (count > 0) {
+        const std::size_t run = count < 255 ? count : 255;
+        unsigned char inRun = 0;
+        for (std::size_t i = 0; i < run; ++i) inRun = static_cast<unsigned char>(inRun + (bytes[i] == '\n'));
+        feeds += inRun;
+        bytes += run;
+        count -= run;
+    }
+    return feeds;
+}
+
+}  // namespace
+
+std::uint64_t LineReader::countLines() {
+    // Every line that starts before the stop counts: the one at hand, and one
+    // after each line feed before the byte in front of the stop, unless that
+    // feed is the last byte of the file.
+    if (pastStop()) return 0;
+    if (start_ == filled_ && !refill()) return 0;
+    std::uint64_t lines = 1;
+    bool endsInFeed = false;
+    for (;;) {
+        const std::uint64_t front = offset_ + start_;
+        std::size_t count = filled_ - start_;
+        bool atStop = false;
+        if (stopAt_ - 1 <= front + count) {
+            count = static_cast<std::size_t>(stopAt_ - 1 - front);
+            atStop = true;
+        }
+        const char* bytes = buffer_.get() + start_;
+        lines += lineFeedsIn(bytes, count);
+        if (count > 0) endsInFeed = bytes[count - 1] == '\n';
+        start_ += count;
+        if (atStop) {
+            // A feed right before the stop begins a line only if a byte follows it.
+            if (endsInFeed && start_ == filled_) {
+                discard();
+                if (!refill()) --lines;
+            }
+            linesTaken_ += lines;
+            return lines;
+        }
+        discard();
+        if (!refill()) break;
+    }
+    if (endsInFeed) --lines;
+    linesTaken_ += lines;
+    return lines;
+}
+
 std::uint64_t LineReader::nextLineLength() {
     std::uint64_t length = 0;
     for (;;) {

@@ -78,6 +78,11 @@ public:
     // the next line is longer than the limit.
     bool nextLine(const char*& begin, const char*& end);
 
+    // The lines left, counted without being handed out: those that start
+    // before the stop and hold a byte.  A count of line feeds; the line limit
+    // is not looked at.
+    std::uint64_t countLines();
+
     // The length of the next line, read without being kept; 0 when no line is
     // left.  Stops counting a little beyond the limit.
     std::uint64_t nextLineLength();
