@@ -174,7 +174,8 @@ private:
 };
 
 // Runs work(i) for i in [first, last), in order of i, on up to `threads`
-// threads, while the caller's thread calls tick() every tenth of a second.
+// threads, while the caller's thread calls tick() at once and then every
+// tenth of a second.
 template <class Work, class Tick>
 void onThreads(unsigned threads, std::size_t first, std::size_t last, Work&& work, Tick&& tick) {
     std::atomic<std::size_t> next{first};
@@ -206,6 +207,7 @@ void onThreads(unsigned threads, std::size_t first, std::size_t last, Work&& wor
         for (std::size_t i; (i = next.fetch_add(1)) < last;) work(i);
         return;
     }
+    tick();  // at once, so that a stop asked for before the work began is heard
     std::unique_lock<std::mutex> lock(mutex);
     while (!finished.wait_for(lock, std::chrono::milliseconds(100), [&] { return running == 0; })) {
         lock.unlock();
@@ -284,12 +286,15 @@ std::string convertRanges(Tessel::Grid& grid, Parameter& parameter, const std::v
         if (start == WholeFileEnd) start = headerEnd(parameter, files[range.file]);
         auto job = std::make_unique<Job>();
         job->range = range;
-        if (range.begin > 0) job->range.begin = std::max(range.begin, start);
         jobs.push_back(std::move(job));
     }
     std::stable_sort(jobs.begin(), jobs.end(), [](const auto& a, const auto& b) {
         return a->range.file != b->range.file ? a->range.file < b->range.file : a->range.begin < b->range.begin;
     });
+    // Only a file's first range reads its header: the others begin after it.
+    for (std::size_t i = 1; i < jobs.size(); ++i)
+        if (jobs[i]->range.file == jobs[i - 1]->range.file)
+            jobs[i]->range.begin = std::max(jobs[i]->range.begin, dataStart[jobs[i]->range.file]);
     const auto report = [&](std::uint64_t value, std::uint64_t total) {
         if (progress == nullptr || stops.user.load()) return;
         if (!progress->report(reportText, static_cast<std::uint32_t>(std::min(value, total)),
