@@ -31,7 +31,7 @@ def read_table(files: Any, parse: str = AUTO, delimiter: str = AUTO, header: Uni
                progress: Optional[Callable[[int, int], Any]] = None, *, strict: bool = True,
                usecols: Optional[Sequence[Union[int, str]]] = None, names: Optional[Sequence[str]] = None,
                comments: Optional[str] = None, skiprows: Optional[int] = None,
-               max_rows: Optional[int] = None) -> Grid:
+               max_rows: Optional[int] = None, threads: Optional[int] = None) -> Grid:
     """Converts one or more delimited text tables into a Grid.
 
     files      a path (str, bytes or os.PathLike; ~ and the patterns * ? [ expanded,
@@ -55,6 +55,9 @@ def read_table(files: Any, parse: str = AUTO, delimiter: str = AUTO, header: Uni
     comments   lines that begin with this prefix are skipped
     skiprows   lines skipped at the head of every file, before the header
     max_rows   at most this many rows
+    threads    threads that convert one large regular file side by side, into the same
+               grid as one thread gives; None: the machine's cores.  Standard input,
+               pipes, compressed and small files are read by one thread
 
     Raises ConversionError (or a subclass) on a failure of the conversion, with
     .file, .line, .column, .token and .hints where known and what was converted
@@ -72,7 +75,7 @@ def read_table(files: Any, parse: str = AUTO, delimiter: str = AUTO, header: Uni
         raise TypeError(f"strict: expected a bool, not {type(strict).__name__}")
     with Files(files) as opened:
         outcome = _pallion.read_table(opened.names(), parse, delimiter, header, skiprows, block, epsg, comments,
-                                      names, usecols, strict, progress)
+                                      names, usecols, strict, progress, threads)
     return _finish(outcome)
 
 

@@ -57,9 +57,9 @@ std::vector<std::pair<std::string, std::string>> declaredTypes(const Parameter& 
 Outcome readTable(const py::handle& files, const py::handle& parse, const py::handle& delimiter,
                   const py::handle& header, const py::handle& skiprows, const py::handle& block, const py::handle& epsg,
                   const py::handle& comments, const py::handle& names, const py::handle& usecols, bool strict,
-                  const py::object& progress) {
-    const TableCall call =
-        tableCall(files, parse, delimiter, header, skiprows, block, epsg, comments, names, usecols, strict);
+                  const py::object& progress, const py::handle& threads) {
+    TableCall call = tableCall(files, parse, delimiter, header, skiprows, block, epsg, comments, names, usecols, strict);
+    call.options.threads = threadsOf(threads);
     checkCallable(progress);
     Outcome outcome;
     outcome.grid.grid = Tessel::GridPtr(new Tessel::Grid);
@@ -234,7 +234,7 @@ void bindRunning(py::module_& module) {
         .def_readonly("failure", &Plan::failure);
     module.def("read_table", &readTable, py::arg("files"), py::arg("parse"), py::arg("delimiter"), py::arg("header"),
                py::arg("skiprows"), py::arg("block"), py::arg("epsg"), py::arg("comments"), py::arg("names"),
-               py::arg("usecols"), py::arg("strict"), py::arg("progress"));
+               py::arg("usecols"), py::arg("strict"), py::arg("progress"), py::arg("threads") = py::none());
     module.def("plan_table", &planTable, py::arg("files"), py::arg("parse"), py::arg("delimiter"), py::arg("header"),
                py::arg("skiprows"), py::arg("block"), py::arg("epsg"), py::arg("comments"), py::arg("names"),
                py::arg("usecols"), py::arg("strict"));
