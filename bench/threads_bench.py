@@ -30,8 +30,8 @@ import numpy as np
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 
 POLARS = """
-const pl = require(process.argv[2]);
-const df = pl.readCSV(process.argv[3], {hasHeader: false, sep: " ", inferSchemaLength: 100});
+const pl = require(process.argv[1]);  // node -e: the arguments begin at 1
+const df = pl.readCSV(process.argv[2], {hasHeader: false, sep: " ", inferSchemaLength: 100});
 if (df.height < 1) process.exit(1);
 """
 

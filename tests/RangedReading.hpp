@@ -65,9 +65,9 @@ Shot shoot(const reference::Settings& settings, Convert&& convert) {
     for (const Tessel::Grid::Note& note : grid.notes()) shot.notes.push_back(note.converter + '|' + note.text);
     for (const std::string& name : grid.attributes().names()) {
         const Pallion::ChunkPtr value = grid.attributes().getAttribute(name);
-        shot.attributes.push_back(name + '|' +
-                                  std::string(static_cast<const char*>(value->rawData()),
-                                              value->elementCount() * value->elementSize()));
+        shot.attributes.push_back(
+            name + '|' +
+            std::string(static_cast<const char*>(value->rawData()), value->elementCount() * value->elementSize()));
     }
     shot.representations = grid.cartesianRepresentationCount();
     return shot;

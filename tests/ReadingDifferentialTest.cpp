@@ -285,7 +285,8 @@ TEST(ReadingDifferential, GeneratedTablesInRangesOnOneToEightThreadsGiveTheSeque
             settings.stopAtReport = 0;
             const ranged::Shot expected = ranged::sequential(settings);
             std::uint64_t size = 0;
-            for (const std::string& file : settings.files) size = std::max<std::uint64_t>(size, std::filesystem::file_size(file));
+            for (const std::string& file : settings.files)
+                size = std::max<std::uint64_t>(size, std::filesystem::file_size(file));
             for (unsigned threads = 1; threads <= 8; ++threads) {
                 std::vector<std::uint64_t> cuts;
                 for (unsigned k = 1; k < threads; ++k) cuts.push_back(size * k / threads);

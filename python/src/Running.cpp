@@ -58,7 +58,8 @@ Outcome readTable(const py::handle& files, const py::handle& parse, const py::ha
                   const py::handle& header, const py::handle& skiprows, const py::handle& block, const py::handle& epsg,
                   const py::handle& comments, const py::handle& names, const py::handle& usecols, bool strict,
                   const py::object& progress, const py::handle& threads) {
-    TableCall call = tableCall(files, parse, delimiter, header, skiprows, block, epsg, comments, names, usecols, strict);
+    TableCall call =
+        tableCall(files, parse, delimiter, header, skiprows, block, epsg, comments, names, usecols, strict);
     call.options.threads = threadsOf(threads);
     checkCallable(progress);
     Outcome outcome;

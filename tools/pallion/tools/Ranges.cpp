@@ -145,14 +145,13 @@ private:
 
 // What every range's conversion looks at: whether to stop.
 struct Stops {
-    std::atomic<bool> user{false};                                    // the host's progress said stop
+    std::atomic<bool> user{false};                                 // the host's progress said stop
     std::atomic<std::size_t> after{static_cast<std::size_t>(-1)};  // ranges after this one (a failure) stop
 
     bool stop(std::size_t job) const { return user.load() || job > after.load(); }
     void failedAt(std::size_t job) {
         std::size_t seen = after.load();
-        while (job < seen && !after.compare_exchange_weak(seen, job)) {
-        }
+        while (job < seen && !after.compare_exchange_weak(seen, job)) {}
     }
 };
 
@@ -392,7 +391,9 @@ std::string convertRanges(Tessel::Grid& grid, Parameter& parameter, const std::v
     const std::uint64_t kept = failed != nullptr ? endRow / chunkSize : blocks.count();
     const auto storeBlocks = [&] {
         if (!route.keepBlocks) return;
-        parameter.BlockChunks = [&blocks](std::size_t entry, std::uint64_t block) { return blocks.chunk(entry, block); };
+        parameter.BlockChunks = [&blocks](std::size_t entry, std::uint64_t block) {
+            return blocks.chunk(entry, block);
+        };
         for (std::uint64_t b = 0; b < kept; ++b) {
             storeBlock(grid, parameter, nameOf(b), b);
             if (route.onBlock && refused.empty()) refused = route.onBlock(blocks.flushed(b, nameOf(b)));
