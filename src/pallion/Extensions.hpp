@@ -67,9 +67,10 @@ struct RangeRows {
 PALLION_API RangeRows countRows(const Parameter& parameter, const std::string& file);
 
 // A zeroed chunk of `count` elements of the element type `type` (one of the
-// nine), as a conversion makes a block's chunk; null for another type.
-// (Pallion::convert)
-PALLION_API ChunkPtr makeBlockChunk(const Tessel::TesselTypeIndex& type, std::size_t count);
+// nine), as a conversion makes a block's chunk, with room for `capacity`
+// elements (at least `count`) that takes no memory until it is resized into;
+// null for another type.  (Pallion::convert)
+PALLION_API ChunkPtr makeBlockChunk(const Tessel::TesselTypeIndex& type, std::size_t count, std::size_t capacity = 0);
 
 // Stores block `block` of a conversion whose blocks the host made
 // (Parameter::BlockChunks): each entry's chunk of that block, as BlockChunks

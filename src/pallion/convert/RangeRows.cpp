@@ -2,6 +2,7 @@
 // ranges together into the grid of one sequential conversion: the rows of a
 // range counted by the conversion's own line rules, the blocks' chunks, and
 // the blocks stored as a conversion's flush stores them.
+#include <algorithm>
 #include <cstring>
 
 #include "pallion/Extensions.hpp"
@@ -44,14 +45,15 @@ RangeRows countRows(const Parameter& parameter, const std::string& file) {
     return counted;
 }
 
-ChunkPtr makeBlockChunk(const Tessel::TesselTypeIndex& type, std::size_t count) {
+ChunkPtr makeBlockChunk(const Tessel::TesselTypeIndex& type, std::size_t count, std::size_t capacity) {
     ChunkPtr made;
+    capacity = std::max(capacity, count);
     Tessel::forEachElementType([&]<class T>() {
         if (!(type == Tessel::typeIndexOf<T>())) return;
         // Reserved first, so that the pages can be asked to be large before
         // they are touched; then zeroed to the block's rows.
-        Ravelin::StrongPtr<Ravelin::Chunk<T>, Ravelin::ChunkBase> chunk(new Ravelin::Chunk<T>(count, true));
-        platform::adviseHugePages(chunk->data(), count * sizeof(T));
+        Ravelin::StrongPtr<Ravelin::Chunk<T>, Ravelin::ChunkBase> chunk(new Ravelin::Chunk<T>(capacity, true));
+        platform::adviseHugePages(chunk->data(), capacity * sizeof(T));
         chunk->resize(count);
         made = ChunkPtr(chunk);
     });

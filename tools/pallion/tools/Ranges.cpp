@@ -12,8 +12,10 @@
 
 #include "pallion/Extensions.hpp"
 #include "pallion/array/ElementTraits.hpp"
+#include "pallion/memory/Chunk.hpp"
 #include "pallion/tools/CompressedSource.hpp"
 #include "pallion/tools/Messages.hpp"
+#include "pallion/tools/TableOptions.hpp"
 #include "tessel/Grid.hpp"
 
 namespace Pallion::Tools {
@@ -86,15 +88,33 @@ struct Job {
 };
 
 // The blocks' chunks, each block's made when a range first asks for it, by
-// that range's thread, at the rows the block will hold.
+// that range's thread, at the rows the block will hold.  The first block's may
+// be begun before the rows are counted, at fewer rows than it will hold, and
+// is brought to its rows when it is first asked for.
 class BlockChunks {
 public:
-    BlockChunks(std::vector<ContainerEntry> entries, std::uint32_t chunkSize, std::uint64_t rows)
-        : entries_(std::move(entries)),
-          chunkSize_(chunkSize),
-          rows_(rows),
-          count_(rows / chunkSize + 1),
-          slots_(new Slot[count_]) {}
+    BlockChunks(std::vector<ContainerEntry> entries, std::uint32_t chunkSize)
+        : entries_(std::move(entries)), chunkSize_(chunkSize) {}
+
+    // Once the rows are counted, before any chunk() and while no begin() runs.
+    void setRows(std::uint64_t rows) {
+        rows_ = rows;
+        count_ = rows / chunkSize_ + 1;
+        std::unique_ptr<Slot[]> slots(new Slot[count_]);
+        slots[0].chunks = std::move(first_);
+        slots_ = std::move(slots);
+    }
+
+    // The first block's chunks at `rows` rows (with room for a whole block), before the rows are counted.
+    // Memory that runs out here is left to the first range, which fails with it where it runs out again.
+    void begin(std::uint64_t rows) noexcept {
+        rows = std::min<std::uint64_t>(rows, chunkSize_);
+        try {
+            std::vector<ChunkPtr> made;
+            for (const ContainerEntry& each : entries_) made.push_back(makeBlockChunk(each.TypeId, rows, chunkSize_));
+            first_ = std::move(made);
+        } catch (const std::exception&) {}
+    }
 
     std::uint64_t count() const { return count_; }
 
@@ -103,10 +123,13 @@ public:
         if (block >= count_ || entry >= entries_.size()) return {};
         Slot& slot = slots_[block];
         const std::lock_guard<std::mutex> lock(slot.mutex);
+        const std::uint64_t rows = std::min<std::uint64_t>(chunkSize_, rows_ - block * chunkSize_);
         if (slot.chunks.empty()) {
-            const std::uint64_t rows = std::min<std::uint64_t>(chunkSize_, rows_ - block * chunkSize_);
             for (const ContainerEntry& each : entries_) slot.chunks.push_back(makeBlockChunk(each.TypeId, rows));
+        } else if (!slot.sized) {
+            for (const ChunkPtr& chunk : slot.chunks) resize(chunk, rows);
         }
+        slot.sized = true;
         return slot.chunks[entry];
     }
 
@@ -134,12 +157,20 @@ private:
         return order;
     }
 
+    static void resize(const ChunkPtr& chunk, std::uint64_t rows) {
+        Tessel::forEachElementType([&]<class T>() {
+            if (auto* typed = dynamic_cast<Ravelin::Chunk<T>*>(chunk.get())) typed->resize(rows);
+        });
+    }
+
     struct Slot {
         std::mutex mutex;
         std::vector<ChunkPtr> chunks;
+        bool sized = false;  // at the block's rows
     };
     std::vector<ContainerEntry> entries_;
-    std::uint64_t chunkSize_, rows_, count_;
+    std::uint64_t chunkSize_, rows_ = 0, count_ = 1;
+    std::vector<ChunkPtr> first_;
     std::unique_ptr<Slot[]> slots_;
 };
 
@@ -301,7 +332,24 @@ std::string convertRanges(Tessel::Grid& grid, Parameter& parameter, const std::v
             stops.user = true;
     };
 
-    // Counted side by side: where each range's rows and lines begin.
+    // Counted side by side: where each range's rows and lines begin.  Meanwhile
+    // the first block's memory is zeroed up to somewhat fewer rows than the
+    // files are judged to hold, which is all of it where no block size was
+    // given: zeroing hundreds of megabytes is no work to wait for.
+    BlockChunks blocks(parsed.Entries, parameter.ChunkSize);
+    std::thread zeroing;
+    if (const auto judged = judgedRows(files)) {
+        try {
+            zeroing = std::thread([&blocks, rows = *judged / 10 * 9] { blocks.begin(rows); });
+        } catch (const std::system_error&) {  // no thread: the first range makes the block
+        }
+    }
+    struct JoinAtExit {
+        std::thread& thread;
+        ~JoinAtExit() {
+            if (thread.joinable()) thread.join();
+        }
+    } joinZeroing{zeroing};
     onThreads(
         threads, 0, jobs.size(),
         [&](std::size_t i) {
@@ -322,7 +370,8 @@ std::string convertRanges(Tessel::Grid& grid, Parameter& parameter, const std::v
     }
     for (std::size_t f = 1; f <= files.size(); ++f) rowsBefore[f] = std::max(rowsBefore[f], rowsBefore[f - 1]);
     const std::uint64_t chunkSize = parameter.ChunkSize;
-    BlockChunks blocks(parsed.Entries, parameter.ChunkSize, rows);
+    if (zeroing.joinable()) zeroing.join();
+    blocks.setRows(rows);
     // A full block is named after the file of its last row, the last block after the last file.
     const auto nameOf = [&](std::uint64_t block) -> const std::string& {
         if (block + 1 == blocks.count()) return files.back();
