@@ -464,8 +464,10 @@ std::string convertRanges(Tessel::Grid& grid, Parameter& parameter, const std::v
         p.FirstLine = failed->firstLine;
         p.BlockChunks = [&blocks](std::size_t entry, std::uint64_t block) { return blocks.chunk(entry, block); };
         std::exception_ptr thrown = failed->thrown;
+        // Without the blocks, the grid keeps nothing of such a run, as on one thread.
+        Tessel::Grid apart;
         try {
-            (void)ascii2z9(grid, p);
+            (void)ascii2z9(route.keepBlocks ? grid : apart, p);
         } catch (...) {
             thrown = std::current_exception();
         }
