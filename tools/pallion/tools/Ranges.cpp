@@ -205,7 +205,7 @@ private:
 
 // Runs work(i) for i in [first, last), in order of i, on up to `threads`
 // threads, while the caller's thread calls tick() at once and then every
-// tenth of a second.
+// fiftieth of a second.
 template <class Work, class Tick>
 void onThreads(unsigned threads, std::size_t first, std::size_t last, Work&& work, Tick&& tick) {
     std::atomic<std::size_t> next{first};
@@ -239,7 +239,7 @@ void onThreads(unsigned threads, std::size_t first, std::size_t last, Work&& wor
     }
     tick();  // at once, so that a stop asked for before the work began is heard
     std::unique_lock<std::mutex> lock(mutex);
-    while (!finished.wait_for(lock, std::chrono::milliseconds(100), [&] { return running == 0; })) {
+    while (!finished.wait_for(lock, std::chrono::milliseconds(20), [&] { return running == 0; })) {
         lock.unlock();
         tick();
         lock.lock();
