@@ -16,22 +16,23 @@
 
 namespace Pallion {
 
-RangeRows countRows(const Parameter& parameter, const std::string& file) {
-    RangeRows counted;
-    LineReader reader(parameter.OpenSource, file, parameter.LineSizeLimit, LineReader::DefaultBlockSize, {});
-    if (!reader.isOpen()) return counted;
+namespace {
+
+// Positions `reader` at the first line of `parameter`'s range: after the
+// header at byte 0, after the first line end at or after the byte before it
+// elsewhere.
+void enterRange(LineReader& reader, const Parameter& parameter) {
     reader.stopAt(parameter.RangeEnd);
     if (parameter.RangeBegin > 0)
         reader.startAt(parameter.RangeBegin);
     else
         reader.skipLines(parameter.HeaderLines);
-    const std::uint64_t header = reader.linesTaken();
-    if (!skipRulesOn(parameter)) {
-        counted.Rows = reader.countLines();
-        counted.Lines = header + counted.Rows;
-        return counted;
-    }
-    // Each line as the conversion looks at it: cut at a NUL, its CR taken off.
+}
+
+// The rows among the lines left in `reader`, each looked at as the
+// conversion looks at it: cut at a NUL, its CR taken off, then skipped or not.
+std::uint64_t rowsAmongLines(const Parameter& parameter, LineReader& reader) {
+    std::uint64_t rows = 0;
     const char* line;
     const char* end;
     while (reader.nextLine(line, end)) {
@@ -39,9 +40,41 @@ RangeRows countRows(const Parameter& parameter, const std::string& file) {
             if (const void* nul = std::memchr(line, '\0', static_cast<std::size_t>(end - line)))
                 end = static_cast<const char*>(nul);
         if (end != line && end[-1] == '\r') --end;
-        if (!isSkippedLine(parameter, line, end)) ++counted.Rows;
+        if (!isSkippedLine(parameter, line, end)) ++rows;
     }
-    counted.Lines = reader.linesTaken();
+    return rows;
+}
+
+}  // namespace
+
+RangeRows countRows(const Parameter& parameter, const std::string& file) {
+    RangeRows counted;
+    LineReader reader(parameter.OpenSource, file, parameter.LineSizeLimit, LineReader::DefaultBlockSize, {});
+    if (!reader.isOpen()) return counted;
+    enterRange(reader, parameter);
+    const std::uint64_t header = reader.linesTaken();
+    if (!skipRulesOn(parameter)) {
+        counted.Rows = reader.countLines();
+        counted.Lines = header + counted.Rows;
+        return counted;
+    }
+    // A line that a rule may skip begins with a blank, a CR, a NUL, a line end
+    // or the comment's first byte; where no line does, every line is a row,
+    // and a count of line feeds tells them.  Otherwise they are looked at one
+    // by one.
+    std::string marks = " \t\r\n";
+    marks += '\0';
+    if (!parameter.CommentPrefix.empty()) marks += parameter.CommentPrefix.front();
+    std::uint64_t marked = 0;
+    const std::uint64_t lines = reader.countLines(marks, &marked);
+    counted.Lines = header + lines;
+    counted.Rows = lines;
+    if (marked == 0) return counted;
+    LineReader again(parameter.OpenSource, file, parameter.LineSizeLimit, LineReader::DefaultBlockSize, {});
+    if (!again.isOpen()) return counted;
+    enterRange(again, parameter);
+    counted.Rows = rowsAmongLines(parameter, again);
+    counted.Lines = again.linesTaken();
     return counted;
 }
 
