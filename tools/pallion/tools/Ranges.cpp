@@ -122,7 +122,7 @@ public:
     ChunkPtr chunk(std::size_t entry, std::uint64_t block) {
         if (block >= count_ || entry >= entries_.size()) return {};
         Slot& slot = slots_[block];
-        const std::lock_guard<std::mutex> lock(slot.mutex);
+        const std::lock_guard<std::mutex> lock(locks_[block % LockCount]);
         const std::uint64_t rows = std::min<std::uint64_t>(chunkSize_, rows_ - block * chunkSize_);
         if (slot.chunks.empty()) {
             for (const ContainerEntry& each : entries_) slot.chunks.push_back(makeBlockChunk(each.TypeId, rows));
@@ -142,7 +142,7 @@ public:
 
     void release(std::uint64_t block) {
         Slot& slot = slots_[block];
-        const std::lock_guard<std::mutex> lock(slot.mutex);
+        const std::lock_guard<std::mutex> lock(locks_[block % LockCount]);
         slot.chunks.clear();
         slot.chunks.shrink_to_fit();
     }
@@ -163,8 +163,10 @@ private:
         });
     }
 
+    // A lock for every block would cost more than a block of one row: blocks share a few.
+    static constexpr std::size_t LockCount = 64;
+    std::mutex locks_[LockCount];
     struct Slot {
-        std::mutex mutex;
         std::vector<ChunkPtr> chunks;
         bool sized = false;  // at the block's rows
     };
