@@ -59,7 +59,9 @@ PALLION_API std::string checkTrajectoryName(const std::string& stem);
 // CR before the line feed, a last line without a line end).  Counted as if
 // every row converted: a range with a failing line counts on past it.  The
 // plain reading is a count of line feeds.  A file that does not open counts
-// nothing.  (Pallion::convert)
+// nothing.  Progress, where set, is asked now and then (value 0, total
+// 4294967295) whether to go on; a no ends the count early, short of the range.
+// (Pallion::convert)
 struct RangeRows {
     std::uint64_t Rows = 0;
     std::uint64_t Lines = 0;

@@ -188,7 +188,8 @@ std::uint64_t markedStartsIn(const char* bytes, std::size_t count, const char (&
 
 }  // namespace
 
-std::uint64_t LineReader::countLines(const std::string& marks, std::uint64_t* marked) {
+std::uint64_t LineReader::countLines(const std::string& marks, std::uint64_t* marked,
+                                     const std::function<bool()>& keepGoing) {
     // Every line that starts before the stop counts: the one at hand, and one
     // after each line feed before the byte in front of the stop, unless that
     // feed is the last byte of the file.
@@ -230,7 +231,7 @@ std::uint64_t LineReader::countLines(const std::string& marks, std::uint64_t* ma
             return lines;
         }
         discard();
-        if (!refill()) break;
+        if ((keepGoing && !keepGoing()) || !refill()) break;
     }
     if (marked != nullptr) *marked = found;
     if (endsInFeed) --lines;

@@ -10,6 +10,7 @@
 #include "pallion/convert/detail/Fragments.hpp"
 #include "pallion/convert/detail/LineReader.hpp"
 #include "pallion/convert/detail/LineRules.hpp"
+#include "pallion/convert/detail/Messages.hpp"
 #include "pallion/detail/Platform.hpp"
 #include "pallion/memory/Chunk.hpp"
 #include "tessel/Grid.hpp"
@@ -31,11 +32,12 @@ void enterRange(LineReader& reader, const Parameter& parameter) {
 
 // The rows among the lines left in `reader`, each looked at as the
 // conversion looks at it: cut at a NUL, its CR taken off, then skipped or not.
-std::uint64_t rowsAmongLines(const Parameter& parameter, LineReader& reader) {
+std::uint64_t rowsAmongLines(const Parameter& parameter, LineReader& reader, const std::function<bool()>& keepGoing) {
     std::uint64_t rows = 0;
     const char* line;
     const char* end;
     while (reader.nextLine(line, end)) {
+        if (reader.linesTaken() % RangeReportRows == 0 && !keepGoing()) break;
         if (reader.sawNul())
             if (const void* nul = std::memchr(line, '\0', static_cast<std::size_t>(end - line)))
                 end = static_cast<const char*>(nul);
@@ -53,8 +55,14 @@ RangeRows countRows(const Parameter& parameter, const std::string& file) {
     if (!reader.isOpen()) return counted;
     enterRange(reader, parameter);
     const std::uint64_t header = reader.linesTaken();
+    // Whether to go on, asked of Progress now and then, as a conversion asks it.
+    Ravelin::LoaderProgress* const progress = parameter.Progress.get();
+    const std::function<bool()> keepGoing = [progress] {
+        return progress == nullptr ||
+               progress->report(std::string(messages::convert::ProgressReadLine), 0, ~std::uint32_t{0});
+    };
     if (!skipRulesOn(parameter)) {
-        counted.Rows = reader.countLines();
+        counted.Rows = reader.countLines({}, nullptr, keepGoing);
         counted.Lines = header + counted.Rows;
         return counted;
     }
@@ -66,14 +74,14 @@ RangeRows countRows(const Parameter& parameter, const std::string& file) {
     marks += '\0';
     if (!parameter.CommentPrefix.empty()) marks += parameter.CommentPrefix.front();
     std::uint64_t marked = 0;
-    const std::uint64_t lines = reader.countLines(marks, &marked);
+    const std::uint64_t lines = reader.countLines(marks, &marked, keepGoing);
     counted.Lines = header + lines;
     counted.Rows = lines;
     if (marked == 0) return counted;
     LineReader again(parameter.OpenSource, file, parameter.LineSizeLimit, LineReader::DefaultBlockSize, {});
     if (!again.isOpen()) return counted;
     enterRange(again, parameter);
-    counted.Rows = rowsAmongLines(parameter, again);
+    counted.Rows = rowsAmongLines(parameter, again, keepGoing);
     counted.Lines = again.linesTaken();
     return counted;
 }

@@ -356,7 +356,9 @@ std::string convertRanges(Tessel::Grid& grid, Parameter& parameter, const std::v
         threads, 0, jobs.size(),
         [&](std::size_t i) {
             Job& job = *jobs[i];
-            job.counted = countRows(rangeParameter(parameter, files[job.range.file], job.range), files[job.range.file]);
+            Parameter p = rangeParameter(parameter, files[job.range.file], job.range);
+            p.Progress = new RangeProgress(p, job, i, stops);
+            job.counted = countRows(p, files[job.range.file]);
         },
         [&] { report(0, ~std::uint64_t{0}); });
     std::uint64_t rows = 0;
