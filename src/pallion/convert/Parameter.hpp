@@ -120,22 +120,23 @@ struct Parameter {
     // With several files, each is read in the same range.
     //
     // What a host does to put N ranges together into the grid of one
-    // sequential conversion:
+    // sequential conversion (Pallion::Tools::convertRanges does all of it):
     // - rows: a range's rows are those of the sequential conversion, in order,
     //   from the first row of its first line on; nothing is skipped twice or
-    //   read twice at the seams;
-    // - blocks: each range conversion numbers its blocks from the
-    //   FragmentCount it is given, and a block of the sequential run may
-    //   straddle a seam.  A host that needs the sequential blocks converts the
-    //   ranges with a ChunkSize no smaller than a range's rows and cuts the
-    //   rows into blocks itself, in file order (chunks made by the host);
-    //   without a block size, one fragment per field per file as ever: the
-    //   host joins the ranges' columns end to end;
-    // - line numbers: a failure's line and the line of a line-too-long text
-    //   count from the range's first line (1); the host adds the lines of the
-    //   ranges before it (a count of the line feeds in [0, RangeBegin - 1]),
-    //   and reports the first failure in file order, keeping the blocks
-    //   before it (FirstLine below does the adding).
+    //   read twice at the seams.  A range of a file other than its first
+    //   begins at or after the end of the header lines;
+    // - counts: countRows (Extensions.hpp) gives the rows and lines of each
+    //   range by the conversion's own line rules, so that the host knows,
+    //   before converting, the sequential row (FirstRow) and line (FirstLine)
+    //   at which each range begins, and every block's rows;
+    // - blocks: with BlockChunks (below) every range writes its rows straight
+    //   into the host's chunks of the sequential blocks, a block across a seam
+    //   by two ranges into disjoint rows; the host stores the blocks in file
+    //   order when all are done.  Without a block size that is one chunk per
+    //   field per file, as in a sequential run;
+    // - failures: a failure's line, in its record and its text, counts from
+    //   FirstLine + 1; the host reports the first failure in file order and
+    //   keeps the blocks before its row.
     // A range reports to Progress every RangeReportRows rows it stores, with
     // the total unknown (4294967295), so that a host can stop it.
     // countRows (Extensions.hpp) tells, before a conversion, how many rows and
