@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <thread>
 
 #include "RangedReading.hpp"
@@ -245,4 +248,57 @@ TEST(Ranges, BlocksLeaveInFileOrderKeptOrNotOnOneOrSeveralThreads) {
         Pallion::Tools::runTable(grid, p, options, {}, {}, Pallion::Tools::OptionWords::CommandLine, route);
     EXPECT_EQ(run.end, Pallion::Tools::RunEnd::Failed);
     EXPECT_EQ(run.failure, "disk full");
+}
+
+namespace {
+
+// The fields, fragment names and bytes, and notes of a grid, as one text each.
+std::vector<std::string> gridText(const Tessel::Grid& grid) {
+    std::vector<std::string> text;
+    for (const Tessel::FieldPtr& field : grid.fields())
+        for (const Tessel::Field::Fragment& fragment : field->fragments())
+            for (const Tessel::MemBase::Array& array : fragment.arrays)
+                text.push_back(field->fieldName() + '/' + fragment.id->name + '/' +
+                               std::string(static_cast<const char*>(array->rawData()), array->byteSize()));
+    for (const Tessel::Grid::Note& note : grid.notes()) text.push_back(note.text);
+    return text;
+}
+
+}  // namespace
+
+// The real tables, their rows repeated until the file is cut into ranges, as
+// the program reads them (everything guessed): the grid of three threads is
+// that of one.
+TEST(Ranges, RealTablesRepeatedGiveTheGridOfOneThread) {
+    const std::filesystem::path real = testsupport::realDataDir();
+    if (real.empty()) GTEST_SKIP() << "no folder of real tables";
+    TempDir dir;
+    int compared = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(real)) {
+        const std::string extension = entry.path().extension().string();
+        if (extension != ".txt" && extension != ".pts") continue;
+        SCOPED_TRACE(entry.path().filename().string());
+        std::ifstream in(entry.path(), std::ios::binary);
+        const std::string bytes((std::istreambuf_iterator<char>(in)), {});
+        const std::size_t body = bytes.find('\n') + 1;  // the first line stays a header where it is one
+        if (body == 0 || body >= bytes.size()) continue;
+        std::string text = bytes.substr(0, body);
+        while (text.size() < 2 * Pallion::Tools::SmallestSplitFile) text += bytes.substr(body);
+        Pallion::Tools::TableOptions options;
+        options.files = {dir.write(entry.path().filename().string(), text)};
+        options.block = 5000;
+        std::vector<std::string> grids[2];
+        std::string failures[2];
+        for (const unsigned threads : {1u, 3u}) {
+            options.threads = threads;
+            Tessel::Grid grid;
+            Pallion::Parameter p;
+            failures[threads > 1] = Pallion::Tools::runTable(grid, p, options).failure;
+            grids[threads > 1] = gridText(grid);
+        }
+        EXPECT_EQ(failures[1], failures[0]);
+        EXPECT_TRUE(grids[1] == grids[0]) << grids[0].size() << " against " << grids[1].size() << " texts";
+        ++compared;
+    }
+    EXPECT_GT(compared, 3);
 }
