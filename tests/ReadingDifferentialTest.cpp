@@ -6,6 +6,7 @@
 #include <cfenv>
 #include <random>
 
+#include "RangedReading.hpp"
 #include "ReferenceConversion.hpp"
 #include "TestSupport.hpp"
 
@@ -272,4 +273,33 @@ TEST(ReadingDifferential, AgreesUnderAnotherRoundingMode) {
     ASSERT_EQ(std::fesetround(FE_UPWARD), 0);
     compareReadings(7, CaseCount / 10);
     std::fesetround(FE_TONEAREST);
+}
+
+// The same tables cut into 1 to 8 ranges of equal bytes, converted side by
+// side, give the grid of the one conversion: fields, fragments and their
+// names, values, notes, attributes, the counters, the failure and its line.
+TEST(ReadingDifferential, GeneratedTablesInRangesOnOneToEightThreadsGiveTheSequentialGrid) {
+    testsupport::TempDir dir;
+    for (const bool readings : {false, true}) {
+        TableMaker maker(99 + readings, readings);
+        int differences = 0;
+        for (int i = 0; i < CaseCount / 4 && differences < 3; ++i) {
+            reference::Settings settings = maker.settings(dir, i);
+            settings.stopAtReport = 0;
+            const ranged::Shot expected = ranged::sequential(settings);
+            std::uint64_t size = 0;
+            for (const std::string& file : settings.files)
+                size = std::max<std::uint64_t>(size, std::filesystem::file_size(file));
+            for (unsigned threads = 1; threads <= 8; ++threads) {
+                std::vector<std::uint64_t> cuts;
+                for (unsigned k = 1; k < threads; ++k) cuts.push_back(size * k / threads);
+                const ranged::Shot got = ranged::inRanges(settings, cuts, threads);
+                if (got == expected) continue;
+                ++differences;
+                ADD_FAILURE() << "case " << i << " (" << settings.files.front() << ") on " << threads
+                              << " threads\n  sequential: " << expected << "\n  ranges:     " << got;
+                break;
+            }
+        }
+    }
 }

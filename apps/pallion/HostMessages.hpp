@@ -43,6 +43,9 @@ inline constexpr std::string_view LenientHelp =
     "such tokens.  Without it, such a token stops the conversion with its file, line and column";
 inline constexpr std::string_view BlockHelp =
     "rows per block, stored as one fragment of every field; default: picked from the files' sizes, at most 10000000";
+inline constexpr std::string_view ThreadsHelp =
+    "threads that convert one large regular file side by side, into the same grid as one thread; default 0: "
+    "the machine's cores.  Standard input, pipes, compressed and small files are read by one thread";
 inline constexpr std::string_view EpsgHelp =
     "EPSG code of the coordinates, stored as the attribute EPSG; default: none, no attribute stored";
 inline constexpr std::string_view ParseHelp =

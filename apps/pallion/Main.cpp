@@ -164,7 +164,7 @@ int run(int argc, char** argv) {
     Pallion::Tools::BlockWriterPtr writer;
     if (!options.output.empty() && !options.trajectory)
         writer = Pallion::Tools::openBlockWriter(options.output, {options.lasScale}, &grid);
-    bool routed = false, digested = false;  // digested: the digest has what the summary shows
+    bool digested = false;  // the digest has what the summary shows
     const Pallion::Tools::BlockRoute route{[&](const Pallion::Tools::FlushedBlock& block) {
                                                digest.add(block);
                                                return writer ? writer->add(block) : std::string();
@@ -229,8 +229,8 @@ int run(int argc, char** argv) {
                     return true;
                 };
                 const Pallion::Tools::TableRun run =
-                    Pallion::Tools::runTableRouted(route, routed, grid, parameter, options.table, checkNames,
-                                                   beforeConverting, Pallion::Tools::OptionWords::CommandLine);
+                    Pallion::Tools::runTable(grid, parameter, options.table, checkNames, beforeConverting,
+                                             Pallion::Tools::OptionWords::CommandLine, route);
                 const Pallion::Tools::Resolved& resolved = run.resolved;
                 report.guessed = resolved.guessed;
                 if (run.end == Pallion::Tools::RunEnd::Options) {
@@ -253,11 +253,11 @@ int run(int argc, char** argv) {
                 const bool threw =
                     run.end == Pallion::Tools::RunEnd::Threw || run.end == Pallion::Tools::RunEnd::OutOfMemory;
                 report.result = threw ? std::string(m::StoppedByException) + run.failure : run.failure;
+                // An output that cannot take a block is told as the output's failure.
+                if (run.end == Pallion::Tools::RunEnd::Unwritten) report.output = {options.output, run.failure};
                 if (run.converted()) bar->finish();
                 parameter.Progress.reset();
                 report.failure = run.report;
-                // Without a route the grid holds the blocks: the summary is gathered from it.
-                if (!routed) digest.addGrid(grid);
                 digested = true;
                 for (const std::string& shared : digest.sharedFragmentNames()) {
                     report.warnings.push_back(shared);
@@ -279,12 +279,8 @@ int run(int argc, char** argv) {
     // The output files only after a conversion that read everything and was not stopped.
     std::string writeFailure, previewFailure;
     if (!digested) digest.addGrid(grid);
-    // Without a route the grid holds the blocks: they go to the writer now, as they would have come.
-    std::optional<std::string> fed;
-    if (writer && !routed && !report.partial) fed = Pallion::Tools::feedBlocks(grid, *writer);
-    if (writer && !report.partial && (routed || fed)) {
+    if (writer && !report.partial) {
         Pallion::Tools::LasWritten written = writer->finish(grid);
-        if (fed && !fed->empty()) written.failure = *fed;
         // What the file holds otherwise than the grid is told even with --quiet.
         for (const std::string& note : written.notes) std::cerr << m::Prefix << m::Warning << note << '\n';
         writeFailure = std::move(written.failure);

@@ -17,7 +17,7 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     namespace m = messages;
     CommandLine result;
     Options options;
-    std::int64_t epsg = 0, block = 0, maxLine = 0;
+    std::int64_t epsg = 0, block = 0, maxLine = 0, threads = 0;
     std::string header = "auto", delimiter = "auto", comments = "auto", lasScale;
     bool decimalComma = false, decimalPoint = false;
 
@@ -51,6 +51,9 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     app.add_option("--block", block, std::string(m::BlockHelp))
         ->check(wholeNumber)
         ->check(CLI::Range(std::int64_t{1}, std::int64_t{Pallion::DefaultChunkSize}));
+    app.add_option("--threads", threads, std::string(m::ThreadsHelp))
+        ->check(wholeNumber)
+        ->check(CLI::Range(std::int64_t{0}, std::int64_t{1024}));
     app.add_option("--epsg", epsg, std::string(m::EpsgHelp))
         ->check(wholeNumber)
         ->check(CLI::Range(std::int64_t{1}, std::int64_t{std::numeric_limits<std::int32_t>::max()}));
@@ -109,6 +112,7 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     if (header != "auto") options.table.headerLines = static_cast<std::uint32_t>(std::stoul(header));
     if (app.count("--epsg") > 0) options.table.epsg = static_cast<std::int32_t>(epsg);
     if (app.count("--block") > 0) options.table.block = static_cast<std::uint32_t>(block);
+    options.table.threads = static_cast<unsigned>(threads);
     if (app.count("--max-line") > 0) options.table.lineSizeLimit = static_cast<std::uint64_t>(maxLine);
     if (!options.output.empty() &&
         Pallion::Tools::outputFormatOf(options.output) == Pallion::Tools::OutputFormat::Unknown) {

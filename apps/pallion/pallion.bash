@@ -22,11 +22,11 @@ _pallion() {
         --preview)
             COMPREPLY=($(compgen -f -X '!*.png' -- "$cur") $(compgen -d -- "$cur"))
             return ;;
-        --block|--epsg|--max-line|--las-scale)
+        --block|--epsg|--max-line|--las-scale|--threads)
             return ;;
     esac
     if [[ "$cur" == -* ]]; then
-        COMPREPLY=($(compgen -W "--header --delimiter --block --epsg --parse --trajectory --json --preview
+        COMPREPLY=($(compgen -W "--header --delimiter --block --threads --epsg --parse --trajectory --json --preview
             --output --las-scale --strict --max-line --quiet --version --help --comments --decimal-comma
             --decimal-point --lenient" -- "$cur"))
     else

@@ -33,7 +33,8 @@ def read_table(files: Any, parse: str = AUTO, delimiter: str = AUTO, header: Uni
                progress: Optional[Callable[[int, int], Any]] = None, *, strict: bool = True,
                usecols: Optional[Sequence[Union[int, str]]] = None, names: Optional[Sequence[str]] = None,
                comments: Optional[str] = None, skiprows: Optional[int] = None,
-               max_rows: Optional[int] = None, byte_range: Optional[Tuple[int, Optional[int]]] = None) -> Grid:
+               max_rows: Optional[int] = None, byte_range: Optional[Tuple[int, Optional[int]]] = None,
+               threads: Optional[int] = None) -> Grid:
     """Converts one or more delimited text tables into a Grid.
 
     files      a path (str, bytes or os.PathLike; ~ and the patterns * ? [ expanded,
@@ -66,6 +67,10 @@ def read_table(files: Any, parse: str = AUTO, delimiter: str = AUTO, header: Uni
                parse are still guessed from the file's start, and a failure's
                line counts from the file's first line.  Regular, uncompressed
                files only.
+    threads    threads that convert one large regular file side by side, into the same
+               grid as one thread gives; None: the machine's cores.  Standard input,
+               pipes, compressed and small files, and a byte_range, are read
+               by one thread
 
     Raises ConversionError (or a subclass) on a failure of the conversion, with
     .file, .line, .column, .token and .hints where known and what was converted
@@ -85,7 +90,7 @@ def read_table(files: Any, parse: str = AUTO, delimiter: str = AUTO, header: Uni
         raise TypeError(f"strict: expected a bool, not {type(strict).__name__}")
     with Files(files) as opened:
         outcome = _pallion.read_table(opened.names(), parse, delimiter, header, skiprows, block, epsg, comments,
-                                      names, usecols, strict, progress, byte_range)
+                                      names, usecols, strict, progress, byte_range, threads)
     return _finish(outcome)
 
 
@@ -102,7 +107,8 @@ def convert(files: Any, output: Any, parse: str = AUTO, delimiter: str = AUTO, h
             block: Optional[int] = None, epsg: Optional[int] = None,
             progress: Optional[Callable[[int, int], Any]] = None, *, strict: bool = True,
             usecols: Optional[Sequence[Union[int, str]]] = None, names: Optional[Sequence[str]] = None,
-            comments: Optional[str] = None, skiprows: Optional[int] = None, las_scale: Any = None) -> Converted:
+            comments: Optional[str] = None, skiprows: Optional[int] = None, las_scale: Any = None,
+            threads: Optional[int] = None) -> Converted:
     """Converts tables straight into a file, by its extension: .ply, .h5
     (.hdf5) or .las (see Grid.to_ply, to_h5, to_las).  Each block is written
     as it is converted and then let go, so memory holds a few blocks whatever
@@ -119,7 +125,7 @@ def convert(files: Any, output: Any, parse: str = AUTO, delimiter: str = AUTO, h
     with Files(files) as opened:
         outcome, failure, notes, rows, fields = _pallion.convert_table(
             opened.names(), path, parse, delimiter, header, skiprows, block, epsg, comments, names, usecols, strict,
-            progress, las_scale_text(las_scale))
+            progress, las_scale_text(las_scale), threads)
     _finish(outcome)
     if failure:
         raise OutputError(failure)

@@ -131,6 +131,8 @@ def raise_for(outcome: Any, grid: Any) -> None:
         raise outcome.raised
     if outcome.end == "memory":
         raise MemoryError(outcome.message)
+    if outcome.end == "unwritten":
+        raise OutputError(outcome.message.strip("\n"), grid, outcome)
     message = outcome.message.strip("\n")
     if outcome.context:
         message += "\n" + outcome.context.rstrip("\n")

@@ -32,8 +32,9 @@ Partition = Tuple[List[bytes], Optional[Tuple[int, int]]]
 
 def _convert(files: List[bytes], options: Dict[str, Any],
              byte_range: Optional[Tuple[int, int]] = None) -> Dict[str, Any]:
-    # On a worker: the fields as plain arrays, which travel back pickled.
-    grid = read_table(files, byte_range=byte_range, **options)
+    # On a worker: the fields as plain arrays, which travel back pickled.  Each
+    # partition converts on one thread: the partitions are the parallelism.
+    grid = read_table(files, byte_range=byte_range, threads=1, **options)
     return {name: field.to_numpy() for name, field in grid.fields.items()}
 
 

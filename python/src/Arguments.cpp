@@ -59,6 +59,10 @@ std::vector<std::string> pathsOf(const py::handle& files) {
     return paths;
 }
 
+unsigned threadsOf(const py::handle& threads) {
+    return threads.is_none() ? 0U : static_cast<unsigned>(wholeNumber(threads, "threads", 0, 1024));
+}
+
 TableCall tableCall(const py::handle& files, const py::handle& parse, const py::handle& delimiter,
                     const py::handle& header, const py::handle& skiprows, const py::handle& block,
                     const py::handle& epsg, const py::handle& comments, const py::handle& names,

@@ -32,6 +32,9 @@ TableCall tableCall(const pybind11::handle& files, const pybind11::handle& parse
                     const pybind11::handle& epsg, const pybind11::handle& comments, const pybind11::handle& names,
                     const pybind11::handle& usecols, bool strict);
 
+// The threads a conversion may use: None, the machine's cores (0); else a whole number from 0 to 1024.
+unsigned threadsOf(const pybind11::handle& threads);
+
 // Fits the resolved options to what the call names: the given names stand
 // for a header's, and picked columns make the parse string (one double field
 // per column, under its name, or "column<n>" where the table has none).

@@ -64,10 +64,12 @@ std::vector<std::pair<std::string, std::string>> declaredTypes(const Parameter& 
 Outcome readTable(const py::handle& files, const py::handle& parse, const py::handle& delimiter,
                   const py::handle& header, const py::handle& skiprows, const py::handle& block, const py::handle& epsg,
                   const py::handle& comments, const py::handle& names, const py::handle& usecols, bool strict,
-                  const py::object& progress, const py::handle& byteRange) {
+                  const py::object& progress, const py::handle& byteRange,
+                  const py::handle& threads) {
     TableCall call =
         tableCall(files, parse, delimiter, header, skiprows, block, epsg, comments, names, usecols, strict);
     applyByteRange(call, byteRange);
+    call.options.threads = threadsOf(threads);
     checkCallable(progress);
     Outcome outcome;
     outcome.grid.grid = Tessel::GridPtr(new Tessel::Grid);
@@ -140,9 +142,10 @@ py::tuple convertTable(const py::handle& files, const std::string& output, const
                        const py::handle& delimiter, const py::handle& header, const py::handle& skiprows,
                        const py::handle& block, const py::handle& epsg, const py::handle& comments,
                        const py::handle& names, const py::handle& usecols, bool strict, const py::object& progress,
-                       const std::optional<std::string>& scale) {
-    const TableCall call =
+                       const std::optional<std::string>& scale, const py::handle& threads) {
+    TableCall call =
         tableCall(files, parse, delimiter, header, skiprows, block, epsg, comments, names, usecols, strict);
+    call.options.threads = threadsOf(threads);
     checkCallable(progress);
     const Tools::LasOptions options = lasOptions(scale);
     if (Tools::outputFormatOf(output) == Tools::OutputFormat::Unknown)
@@ -166,8 +169,7 @@ py::tuple convertTable(const py::handle& files, const std::string& output, const
     Tools::LasWritten written;
     {
         const py::gil_scoped_release released;
-        bool routed = false;
-        run = Tools::runTableRouted(route, routed, grid, parameter, call.options,
+        run = Tools::runTable(grid, parameter, call.options,
                                     Tools::AfterResolving([&](Tools::Resolved& resolved) {
                                         applyNames(call, resolved);
                                         // Field names that the output cannot hold are refused before the conversion,
@@ -186,16 +188,10 @@ py::tuple convertTable(const py::handle& files, const std::string& output, const
                                         if (writer && judged.judgedRows) writer->expectRows(*judged.judgedRows);
                                         return true;
                                     }),
-                                    Tools::OptionWords::Keywords);
+                                    Tools::OptionWords::Keywords, route);
         if (run.converted() && watcher->raised.is_none()) {
-            std::optional<std::string> fed;
-            if (writer && !routed) {
-                fed = Tools::feedBlocks(grid, *writer);
-                if (!grid.fields().empty()) rows = Tools::elementCountOf(*grid.fields()[0]);
-            }
-            if (writer && (routed || fed)) {
+            if (writer) {
                 written = writer->finish(grid);
-                if (fed && !fed->empty()) written.failure = *fed;
             } else if (Tools::outputFormatOf(output) == Tools::OutputFormat::Las) {
                 written = Tools::writeLas(grid, output, options);
             } else {
@@ -306,6 +302,8 @@ std::string endName(Tools::RunEnd end) {
             return "threw";
         case Tools::RunEnd::OutOfMemory:
             return "memory";
+        case Tools::RunEnd::Unwritten:
+            return "unwritten";
     }
     return "failed";
 }
@@ -359,7 +357,8 @@ void bindRunning(py::module_& module) {
         .def_readonly("failure", &Plan::failure);
     module.def("read_table", &readTable, py::arg("files"), py::arg("parse"), py::arg("delimiter"), py::arg("header"),
                py::arg("skiprows"), py::arg("block"), py::arg("epsg"), py::arg("comments"), py::arg("names"),
-               py::arg("usecols"), py::arg("strict"), py::arg("progress"), py::arg("byte_range") = py::none());
+               py::arg("usecols"), py::arg("strict"), py::arg("progress"), py::arg("byte_range") = py::none(),
+               py::arg("threads") = py::none());
     module.def("plan_table", &planTable, py::arg("files"), py::arg("parse"), py::arg("delimiter"), py::arg("header"),
                py::arg("skiprows"), py::arg("block"), py::arg("epsg"), py::arg("comments"), py::arg("names"),
                py::arg("usecols"), py::arg("strict"));
@@ -370,7 +369,7 @@ void bindRunning(py::module_& module) {
     module.def("convert_table", &convertTable, py::arg("files"), py::arg("output"), py::arg("parse"),
                py::arg("delimiter"), py::arg("header"), py::arg("skiprows"), py::arg("block"), py::arg("epsg"),
                py::arg("comments"), py::arg("names"), py::arg("usecols"), py::arg("strict"), py::arg("progress"),
-               py::arg("las_scale"));
+               py::arg("las_scale"), py::arg("threads") = py::none());
     bindBlocks(module);
 }
 

@@ -157,7 +157,7 @@ def test_ctrl_c_while_the_library_reads_is_noticed_at_the_next_report(tmp_path):
         helper.submit(interrupt_once_reading)
         try:
             with pytest.raises(KeyboardInterrupt) as caught:
-                pallion.read_table(path, block=block)  # a block given: the file is not sampled first
+                pallion.read_table(path, block=block, threads=1)  # a block given: the file is not sampled first
         finally:
             returned.set()
     kept = caught.value.grid.fields["Positions"].to_numpy()
@@ -174,7 +174,7 @@ def test_two_threads_convert_at_the_same_time(tmp_path):
         def progress(value, total):
             latest[name] = value
             seen_mid_way[name].append(0 < latest[other] < len(tables[other]) - 1)
-        return pallion.read_table(tmp_path / f"{name}.txt", progress=progress)
+        return pallion.read_table(tmp_path / f"{name}.txt", progress=progress, threads=1)
 
     # Without forced switches the GIL changes hands only where it is released: a conversion that kept it would
     # run the other one before or after it.

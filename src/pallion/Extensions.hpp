@@ -7,6 +7,7 @@
 // package use of the library: they link the shared libraries like any host.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -15,6 +16,10 @@
 
 #include "pallion/Export.hpp"
 #include "pallion/convert/Parameter.hpp"
+
+namespace Tessel {
+class Grid;
+}
 
 namespace Pallion {
 
@@ -60,6 +65,42 @@ PALLION_API std::size_t tokensOf(std::string_view line, const Parameter& paramet
 // text, with the six-piece layout.  Empty where the stem fits.
 // (Pallion::trajectory)
 PALLION_API std::string checkTrajectoryName(const std::string& stem);
+
+// What a conversion of `parameter`'s byte range of `file` would read: the
+// lines that start in the range (the header lines too where it begins at
+// byte 0) and the rows among them, by the conversion's own line rules (the
+// header at byte 0, comment and empty lines where the readings skip them, a
+// CR before the line feed, a last line without a line end).  Counted as if
+// every row converted: a range with a failing line counts on past it.  The
+// plain reading is a count of line feeds.  A file that does not open counts
+// nothing.  Progress, where set, is asked now and then (value 0, total
+// 4294967295) whether to go on; a no ends the count early, short of the range.
+// (Pallion::convert)
+struct RangeRows {
+    std::uint64_t Rows = 0;
+    std::uint64_t Lines = 0;
+};
+PALLION_API RangeRows countRows(const Parameter& parameter, const std::string& file);
+
+// A zeroed chunk of `count` elements of the element type `type` (one of the
+// nine), as a conversion makes a block's chunk, with room for `capacity`
+// elements (at least `count`) that takes no memory until it is resized into;
+// null for another type.  (Pallion::convert)
+PALLION_API ChunkPtr makeBlockChunk(const Tessel::TesselTypeIndex& type, std::size_t count, std::size_t capacity = 0);
+
+// Stores block `block` of a conversion whose blocks the host made
+// (Parameter::BlockChunks): each entry's chunk of that block, as BlockChunks
+// gives it, becomes the fragment fragmentName(file, block) of the entry's
+// field, in the order in which a conversion flushes a block, OnFragment
+// called first, as a flush would.  `parameter` is that of a conversion that
+// ran on `grid`, so that its Container is parsed and its fields exist.
+// (Pallion::convert)
+PALLION_API void storeBlock(Tessel::Grid& grid, const Parameter& parameter, const std::string& file,
+                            std::uint64_t block);
+
+// The name of block `number` of `file`: the file's stem and the number
+// ("points.txt", 0: "points0").  (Pallion::convert)
+PALLION_API std::string blockName(const std::string& file, std::uint64_t number);
 
 // The standard conversion of one token into a component type C: std::stod for
 // double, std::stof for float, std::stoi for every integer type, of whose

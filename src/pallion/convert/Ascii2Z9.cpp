@@ -8,6 +8,7 @@
 #include "gridnotes/GridNotes.hpp"
 #include "pallion/convert/detail/FastNumbers.hpp"
 #include "pallion/convert/detail/LineReader.hpp"
+#include "pallion/convert/detail/LineRules.hpp"
 #include "pallion/convert/detail/Messages.hpp"
 #include "pallion/convert/detail/NumberConversion.hpp"
 #include "pallion/convert/detail/Parse.hpp"
@@ -29,18 +30,20 @@ std::uint64_t nextMultiple(std::uint64_t count, std::uint64_t step) {
 
 template <class T>
 void Ascii2Z9::openColumns(TypedColumns<T>& holder) {
-    for (const ContainerEntry& entry : parameter.Container) {
+    for (std::size_t index = 0; index < parameter.Container.size(); ++index) {
+        const ContainerEntry& entry = parameter.Container[index];
         if (!(entry.TypeId == holder.TypeId)) continue;
         Tessel::FieldPtr field = grid[entry.FieldName];
-        ColumnContainer<T> column{entry.FieldName, entry.Columns, field, {}, nullptr};
-        column.renew(parameter.ChunkSize);
+        ColumnContainer<T> column{entry.FieldName, entry.Columns, field, {}, nullptr, index};
+        // A host's chunks are asked for when the first row comes.
+        if (!hostBlocks_) column.renew(parameter.ChunkSize);
         holder.Entries.push_back(std::move(column));
     }
 }
 
 void Ascii2Z9::storeLine() {
     const std::vector<std::string>& tokens = parameter.Tokens;
-    makeRoom();
+    (void)makeRoom();  // readFile has made sure of the room where the host gives the chunks
     const std::uint64_t row = parameter.BlockFill;
     forEachHolder([&](auto& holder) {
         for (auto& column : holder.Entries) storeElement(column.rows[row], tokens, column.Columns);
@@ -55,7 +58,7 @@ using ElementOf = std::remove_pointer_t<decltype(Column::rows)>;
 
 std::string Ascii2Z9::storeChecked(std::uint64_t line) {
     const std::vector<std::string>& tokens = parameter.Tokens;
-    makeRoom();
+    (void)makeRoom();
     const std::uint64_t row = parameter.BlockFill;
     const bool whole = parameter.WholeTokens, comma = parameter.DecimalComma;
     std::string failure;
@@ -150,29 +153,22 @@ std::string Ascii2Z9::fail(FailureKind kind, std::string text, std::uint64_t lin
     return text;
 }
 
-bool Ascii2Z9::skipLine(const char* line, const char* end) const {
-    const char* p = line;
-    // Blanks before a comment are no tokens where runs of blanks separate.
-    if (parameter.Whitespace)
-        while (p != end && isBlank(*p)) ++p;
-    const std::string& prefix = parameter.CommentPrefix;
-    if (!prefix.empty() && static_cast<std::size_t>(end - p) >= prefix.size() &&
-        std::memcmp(p, prefix.data(), prefix.size()) == 0)
-        return true;
-    if (!parameter.SkipEmptyLines) return false;
-    while (p != end && isBlank(*p)) ++p;
-    return p == end;
-}
+bool Ascii2Z9::skipLine(const char* line, const char* end) const { return isSkippedLine(parameter, line, end); }
 
 void Ascii2Z9::finishRow() {
     ++parameter.BlockFill;
     ++parameter.LineCount;
     if (parameter.BlockFill < parameter.ChunkSize) return;
-    flushBlock();
+    if (hostBlocks_) {
+        // The host stores the block; the next one's chunks come with its first row.
+        releaseColumns();
+    } else {
+        flushBlock();
+    }
     ++parameter.FragmentCount;
     parameter.BlockFill = 0;
     grown_ = 0;
-    if (fastRows_) planRows();
+    if (fastRows_ && !hostBlocks_) planRows();
 }
 
 void Ascii2Z9::planRows() {
@@ -183,7 +179,30 @@ void Ascii2Z9::planRows() {
     plan_.finish();
 }
 
-void Ascii2Z9::growColumns() {
+bool Ascii2Z9::takeHostBlock() {
+    bool fits = true;
+    std::uint64_t rows = parameter.ChunkSize;
+    forEachHolder([&](auto& holder) {
+        using T = ElementOf<typename std::decay_t<decltype(holder.Entries)>::value_type>;
+        for (auto& column : holder.Entries) {
+            if (column.Chunk.isNull()) {
+                const ChunkPtr chunk = parameter.BlockChunks(column.Entry, parameter.FragmentCount);
+                column.Chunk = dynamic_cast<Ravelin::Chunk<T>*>(chunk.get());
+                column.rows = column.Chunk.isNull() ? nullptr : column.Chunk->data();
+            }
+            if (column.Chunk.isNull())
+                fits = false;
+            else
+                rows = std::min<std::uint64_t>(rows, column.Chunk->size());
+        }
+    });
+    grown_ = fits ? rows : 0;
+    if (fastRows_) planRows();
+    return parameter.BlockFill < grown_;
+}
+
+bool Ascii2Z9::growColumns() {
+    if (hostBlocks_) return takeHostBlock();
     // The first steps are short, so that a short table touches few pages;
     // from there on a step is as long as what the chunk holds, up to GrowthStep.
     const std::uint64_t step = std::clamp<std::uint64_t>(parameter.BlockFill, FirstGrowthStep, GrowthStep);
@@ -191,6 +210,7 @@ void Ascii2Z9::growColumns() {
     forEachHolder([&](auto& holder) {
         for (auto& column : holder.Entries) column.resize(grown_);
     });
+    return true;
 }
 
 void Ascii2Z9::releaseColumns() {
@@ -228,10 +248,14 @@ std::string Ascii2Z9::run() {
     // A block needs at least one row: with 0 no chunk could hold the first row.
     if (parameter.ChunkSize == 0) return fail(FailureKind::Arguments, std::string(messages::convert::ChunkSizeZero));
     reading_ = {parameter.WholeTokens, parameter.Whitespace, parameter.DecimalComma};
-    lineRules_ = parameter.WholeTokens || parameter.Whitespace || parameter.SkipEmptyLines || parameter.DecimalComma ||
-                 !parameter.CommentPrefix.empty();
+    lineRules_ = lineRulesOn(parameter);
     checked_ = parameter.WholeTokens || parameter.DecimalComma;
-    skipRules_ = parameter.SkipEmptyLines || !parameter.CommentPrefix.empty();
+    skipRules_ = skipRulesOn(parameter);
+    hostBlocks_ = static_cast<bool>(parameter.BlockChunks);
+    if (hostBlocks_) {
+        parameter.BlockFill = parameter.FirstRow % parameter.ChunkSize;
+        parameter.FragmentCount = parameter.FirstRow / parameter.ChunkSize;
+    }
 
     forEachHolder([&](auto& holder) { openColumns(holder); });
     // A chunk that is being grown is seen by no one until it has its full
@@ -254,7 +278,7 @@ std::string Ascii2Z9::run() {
         std::string failure = readFile(name);
         if (!failure.empty()) return failure;
     }
-    if (parameter.BlockFill < parameter.ChunkSize) flushRemainder();
+    if (parameter.BlockFill < parameter.ChunkSize && !hostBlocks_) flushRemainder();
     guard.done = true;
     return {};
 }
@@ -309,7 +333,9 @@ std::string Ascii2Z9::readFile(const std::string& name) {
     // the line loop.
     const bool whole = parameter.RangeBegin == 0 && parameter.RangeEnd == WholeFileEnd;
     if (reader.fileSize() > 0 && whole) estimate = estimateLines(name, parameter.HeaderLines, parameter.LineSizeLimit);
-    const std::uint64_t step = progressStep(estimate);
+    // A range is not judged; it reports at a fixed distance, so that a host can stop it.
+    const std::uint64_t step = whole ? progressStep(estimate) : RangeReportRows;
+    const std::uint64_t firstLine = parameter.FirstLine;
     parameter.CurrentFile = name;
 
     std::uint64_t reportAt = nextMultiple(parameter.LineCount, step);
@@ -365,7 +391,7 @@ std::string Ascii2Z9::readFile(const std::string& name) {
             if (end != line && end[-1] == '\r') --end;
             if (skipRules_ && skipLine(line, end)) continue;
         }
-        const std::uint64_t lineNumber = reader.linesTaken();
+        const std::uint64_t lineNumber = firstLine + reader.linesTaken();
 
         if (parameter.LineCount == reportAt) {
             reportAt += step;
@@ -377,6 +403,11 @@ std::string Ascii2Z9::readFile(const std::string& name) {
             }
         }
         const auto length = static_cast<std::size_t>(end - line);
+        if (!makeRoom())
+            return fail(FailureKind::ReadFailed,
+                        std::string(messages::convert::BlockMemoryFull) + std::to_string(parameter.FragmentCount) +
+                            std::string(messages::convert::BlockMemoryFullFile) + name,
+                        lineNumber);
         // The fast row leaves `Tokens` empty; it is filled only where someone
         // can look at it: while a full block is flushed, and on a failure, which
         // the standard way below reports.  Tokens left over from before the run
@@ -384,7 +415,6 @@ std::string Ascii2Z9::readFile(const std::string& name) {
         if (fastRows_ && tokens.empty()) {
             const char* stop =
                 reader.sawNul() && !lineRules_ ? static_cast<const char*>(std::memchr(line, '\0', length)) : nullptr;
-            makeRoom();
             if (plan_.store(line, stop != nullptr ? stop : end, parameter.BlockFill)) {
                 if (parameter.BlockFill + 1 == parameter.ChunkSize) splitLine(line, length);
                 finishRow();
@@ -414,19 +444,20 @@ std::string Ascii2Z9::readFile(const std::string& name) {
         }
         tokens.clear();
     }
+    const std::uint64_t lastLine = firstLine + reader.linesTaken();
     if (reader.interrupted())
-        return fail(FailureKind::Interrupted, std::string(messages::convert::UserInterruption), reader.linesTaken());
+        return fail(FailureKind::Interrupted, std::string(messages::convert::UserInterruption), lastLine);
     if (reader.failed())
         return fail(FailureKind::ReadFailed,
                     std::string(messages::convert::CannotReadFile) + name +
                         std::string(messages::convert::CannotReadWhy) + reader.failure(),
-                    reader.linesTaken() + 1);
+                    lastLine + 1);
     if (reader.lineTooLong())
         return fail(FailureKind::LineTooLong,
                     std::string(messages::convert::LineTooLong) + std::to_string(parameter.LineSizeLimit) +
-                        std::string(messages::convert::LineTooLongAt) + std::to_string(reader.linesTaken() + 1) +
+                        std::string(messages::convert::LineTooLongAt) + std::to_string(lastLine + 1) +
                         std::string(messages::convert::LineTooLongFile) + name,
-                    reader.linesTaken() + 1);
+                    lastLine + 1);
     return {};
 }
 

@@ -1,6 +1,8 @@
 #include "pallion/convert/detail/LineReader.hpp"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 #include "pallion/detail/Platform.hpp"
@@ -145,6 +147,96 @@ void LineReader::skipLines(std::uint64_t count) {
         discard();
         if (!refill()) return;
     }
+}
+
+namespace {
+
+// The line feeds among `count` bytes, in runs short enough for a byte counter
+// per lane, so that the compiler can count many bytes at once.
+std::uint64_t lineFeedsIn(const char* bytes, std::size_t count) {
+    std::uint64_t feeds = 0;
+    while (count > 0) {
+        const std::size_t run = count < 255 ? count : 255;
+        unsigned char inRun = 0;
+        for (std::size_t i = 0; i < run; ++i) inRun = static_cast<unsigned char>(inRun + (bytes[i] == '\n'));
+        feeds += inRun;
+        bytes += run;
+        count -= run;
+    }
+    return feeds;
+}
+
+// The line feeds among `count` bytes that a byte of `marks` follows (the
+// byte behind the last one is not looked at).
+std::uint64_t markedStartsIn(const char* bytes, std::size_t count, const char (&marks)[LineReader::MarkCount]) {
+    std::uint64_t found = 0;
+    while (count > 1) {
+        const std::size_t run = count - 1 < 255 ? count - 1 : 255;
+        unsigned char inRun = 0;
+        for (std::size_t i = 0; i < run; ++i) {
+            const char next = bytes[i + 1];
+            bool marked = false;
+            for (const char mark : marks) marked = marked || next == mark;
+            inRun = static_cast<unsigned char>(inRun + (bytes[i] == '\n' && marked ? 1 : 0));
+        }
+        found += inRun;
+        bytes += run;
+        count -= run;
+    }
+    return found;
+}
+
+}  // namespace
+
+std::uint64_t LineReader::countLines(const std::string& marks, std::uint64_t* marked,
+                                     const std::function<bool()>& keepGoing) {
+    // Every line that starts before the stop counts: the one at hand, and one
+    // after each line feed before the byte in front of the stop, unless that
+    // feed is the last byte of the file.
+    if (pastStop()) return 0;
+    if (start_ == filled_ && !refill()) return 0;
+    char set[MarkCount];
+    std::fill(std::begin(set), std::end(set), marks.empty() ? '\n' : marks.front());
+    std::copy_n(marks.begin(), std::min(marks.size(), MarkCount), std::begin(set));
+    std::uint64_t found = 0;
+    const auto isMarked = [&](char c) {
+        return !marks.empty() && std::find(std::begin(set), std::end(set), c) != std::end(set);
+    };
+    std::uint64_t lines = 1;
+    bool endsInFeed = false;
+    if (isMarked(buffer_[start_])) ++found;
+    for (;;) {
+        const std::uint64_t front = offset_ + start_;
+        std::size_t count = filled_ - start_;
+        bool atStop = false;
+        if (stopAt_ - 1 <= front + count) {
+            count = static_cast<std::size_t>(stopAt_ - 1 - front);
+            atStop = true;
+        }
+        const char* bytes = buffer_.get() + start_;
+        if (count > 0 && endsInFeed && isMarked(bytes[0])) ++found;
+        lines += lineFeedsIn(bytes, count);
+        if (!marks.empty()) found += markedStartsIn(bytes, count, set);
+        if (count > 0) endsInFeed = bytes[count - 1] == '\n';
+        start_ += count;
+        if (atStop) {
+            // A feed right before the stop begins a line only if a byte follows it.
+            if (endsInFeed && start_ == filled_) {
+                discard();
+                if (!refill()) --lines;
+            }
+            if (endsInFeed && start_ < filled_ && isMarked(buffer_[start_])) ++found;
+            linesTaken_ += lines;
+            if (marked != nullptr) *marked = found;
+            return lines;
+        }
+        discard();
+        if ((keepGoing && !keepGoing()) || !refill()) break;
+    }
+    if (marked != nullptr) *marked = found;
+    if (endsInFeed) --lines;
+    linesTaken_ += lines;
+    return lines;
 }
 
 std::uint64_t LineReader::nextLineLength() {

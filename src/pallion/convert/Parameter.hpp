@@ -2,6 +2,7 @@
 // report.  The same record carries the state of the conversion.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -14,6 +15,8 @@
 #include "ravelin/StringList.hpp"
 
 namespace Pallion {
+
+using Ravelin::ChunkPtr;
 
 // One parsed entry of a parse string.
 struct ContainerEntry {
@@ -37,10 +40,17 @@ enum class FailureKind : std::uint8_t {
     TokenOutOfRange,  // Token in Column of Line does not fit its type (std::out_of_range, or range refusal)
 };
 
+// Where a conversion whose blocks a host keeps gets the memory of a block:
+// for entry `entry` of Container (its index there) and block number `block`,
+// a Ravelin::Chunk of the entry's element type that holds the block's rows.
+using BlockMemory = std::function<ChunkPtr(std::size_t entry, std::uint64_t block)>;
+
 // The rows of a block (a fragment of every field) unless a host says otherwise.
 inline constexpr std::uint32_t DefaultChunkSize = 10000000;
 // The end of a byte range that reaches the end of its file.
 inline constexpr std::uint64_t WholeFileEnd = ~std::uint64_t{0};
+// How often a conversion of a byte range reports to its progress object.
+inline constexpr std::uint64_t RangeReportRows = 65536;
 
 struct FailureRecord {
     FailureKind Kind = FailureKind::None;
@@ -54,7 +64,6 @@ struct FailureRecord {
     std::uint64_t TokensInLine = 0;   // TooFewTokens: the tokens the line had
 };
 
-using Ravelin::ChunkPtr;
 // Called for each column of each flushed block, before the chunk becomes a fragment:
 // the chunk, the field name and the current file name.
 using FragmentHook = std::function<void(const ChunkPtr&, const std::string&, const std::string&)>;
@@ -111,24 +120,50 @@ struct Parameter {
     // With several files, each is read in the same range.
     //
     // What a host does to put N ranges together into the grid of one
-    // sequential conversion:
+    // sequential conversion (Pallion::Tools::convertRanges does all of it):
     // - rows: a range's rows are those of the sequential conversion, in order,
     //   from the first row of its first line on; nothing is skipped twice or
-    //   read twice at the seams;
-    // - blocks: each range conversion numbers its blocks from the
-    //   FragmentCount it is given, and a block of the sequential run may
-    //   straddle a seam.  A host that needs the sequential blocks converts the
-    //   ranges with a ChunkSize no smaller than a range's rows and cuts the
-    //   rows into blocks itself, in file order (chunks made by the host);
-    //   without a block size, one fragment per field per file as ever: the
-    //   host joins the ranges' columns end to end;
-    // - line numbers: a failure's line and the line of a line-too-long text
-    //   count from the range's first line (1); the host adds the lines of the
-    //   ranges before it (the line feeds in [0, RangeBegin - 1), plus one),
-    //   and reports the first failure in file order, keeping the blocks
-    //   before it.
+    //   read twice at the seams.  A range of a file other than its first
+    //   begins at or after the end of the header lines;
+    // - counts: countRows (Extensions.hpp) gives the rows and lines of each
+    //   range by the conversion's own line rules, so that the host knows,
+    //   before converting, the sequential row (FirstRow) and line (FirstLine)
+    //   at which each range begins, and every block's rows;
+    // - blocks: with BlockChunks (below) every range writes its rows straight
+    //   into the host's chunks of the sequential blocks, a block across a seam
+    //   by two ranges into disjoint rows; the host stores the blocks in file
+    //   order when all are done.  Without a block size that is one chunk per
+    //   field per file, as in a sequential run;
+    // - failures: a failure's line, in its record and its text, counts from
+    //   FirstLine + 1; the host reports the first failure in file order and
+    //   keeps the blocks before its row.
+    // A range reports to Progress every RangeReportRows rows it stores, with
+    // the total unknown (4294967295), so that a host can stop it.
     std::uint64_t RangeBegin = 0;
     std::uint64_t RangeEnd = WholeFileEnd;
+    // The lines before the range's first line: failure records and texts
+    // number a range's lines from FirstLine + 1.  0: from the range's first.
+    std::uint64_t FirstLine = 0;
+    // Blocks whose memory the host makes, so that ranges converted side by
+    // side write straight into the blocks of one sequential conversion, none
+    // of them copied: empty, the conversion makes its own chunks and flushes
+    // them into fragments as ever.  With a target:
+    // - the conversion's first row is row FirstRow of the sequential
+    //   conversion: it starts with BlockFill = FirstRow % ChunkSize and
+    //   FragmentCount = FirstRow / ChunkSize;
+    // - when a row is to be stored in a block whose chunks it does not hold
+    //   yet, it asks BlockChunks once for each entry's chunk of that block,
+    //   and writes each row at its row of the block (two ranges that share a
+    //   block write disjoint rows of the same chunks);
+    // - a chunk must hold the block's rows (ChunkSize, fewer for the last
+    //   block); a row beyond them ends the conversion with a failure text
+    //   (FailureKind::ReadFailed: the file grew since its rows were counted);
+    // - it stores no fragment and calls no OnFragment, not even for the last
+    //   block: the host stores the blocks, once all ranges are done, with
+    //   storeBlock (Extensions.hpp);
+    // - LineCount counts the rows this conversion stored.
+    std::uint64_t FirstRow = 0;
+    BlockMemory BlockChunks;
     // How a file is opened: empty, the library's plain reading of the name
     // (a regular file, a pipe, a FIFO, a device, read once front to back).
     // A host may set its own factory, for compressed files for instance; a

@@ -92,21 +92,6 @@ std::string feedRuns(BlockWriter& writer, const std::vector<GridColumn>& columns
 // failure, or empty.
 std::optional<std::string> feedBlocks(const Tessel::Grid& grid, BlockWriter& writer);
 
-// runTable(arguments..., route) where the driver takes a route (then
-// `routed` is set): the blocks leave by the route as they are flushed.  Else
-// runTable(arguments...): the grid keeps every block, and a host feeds them
-// to its writer afterwards (feedBlocks).
-template <class... Arguments>
-TableRun runTableRouted(const BlockRoute& route, bool& routed, Arguments&&... arguments) {
-    if constexpr (requires { runTable(arguments..., route); }) {
-        routed = true;
-        return runTable(arguments..., route);
-    } else {
-        routed = false;
-        return runTable(arguments...);
-    }
-}
-
 // The element type of a chunk's elements among the nine: calls
 // f.template operator()<T>() and gives true, or gives false.
 template <class F>

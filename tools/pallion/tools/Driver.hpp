@@ -30,7 +30,8 @@ enum class RunEnd : std::uint8_t {
     Refused,     // the hook refused to start (a host's own check)
     Failed,      // the library gave a failure text
     Threw,       // a token's exception (std::invalid_argument, std::out_of_range) or another std::exception
-    OutOfMemory  // std::bad_alloc
+    OutOfMemory,  // std::bad_alloc
+    Unwritten     // the route's sink refused a block: an output that cannot be written (failure says why)
 };
 
 struct TableRun {
@@ -80,9 +81,15 @@ struct BlockRoute {
 // Runs the conversion of `options` into `grid`.  Standard exceptions of the
 // conversion are caught and told in the result; `parameter` keeps the state
 // of the run (the record of the failure, the container, the counts).
+// With options.threads other than 1, large regular files are converted in
+// ranges side by side (Ranges.hpp) into the same grid; anything else stays
+// one sequential conversion.  The blocks go to `route` in file order on the
+// caller's thread either way.  A sink's refusal ends the run as Failed with
+// its text.  Without keepBlocks the grid keeps no block, and where a token's
+// exception ends the run it keeps no field either.
 TableRun runTable(Tessel::Grid& grid, Parameter& parameter, const TableOptions& options,
                   const AfterResolving& afterResolving = {}, const BeforeConversion& before = {},
-                  OptionWords words = OptionWords::CommandLine);
+                  OptionWords words = OptionWords::CommandLine, const BlockRoute& route = {});
 
 // The kind of a failure that the library's record leaves open: a file of
 // `files` that cannot be opened (CannotOpen, with its name and errno), else

@@ -19,6 +19,8 @@ std::string fill(std::string_view pattern, Values... values) {
 }
 
 // Failure context.
+// What the rows of ranges converted side by side are reported as.
+inline constexpr std::string_view RangesProgress = "Read line nr.:";
 inline constexpr std::string_view AtFile = "  file:  ";
 inline constexpr std::string_view AtLine = "  line:  ";
 inline constexpr std::string_view TheLine = "  text:  ";

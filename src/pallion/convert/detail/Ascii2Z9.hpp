@@ -69,10 +69,12 @@ private:
     // rows at a time up to ChunkSize: each step's pages are zeroed just before
     // its rows are written, while they are in the cache, and a block is at its
     // full size when it is flushed.
-    void makeRoom() {
-        if (parameter.BlockFill >= grown_) growColumns();
-    }
-    void growColumns();
+    // False where the host's chunks of the block (BlockChunks) hold no row BlockFill.
+    bool makeRoom() { return parameter.BlockFill < grown_ || growColumns(); }
+    bool growColumns();
+    // The chunks of block FragmentCount from the host (BlockChunks); false
+    // where they hold no row BlockFill.
+    bool takeHostBlock();
     // Ends the columns' hold on their chunks: the block being filled is lost.
     void releaseColumns();
 
@@ -93,6 +95,7 @@ private:
     bool skipRules_ = false;  // comment or empty lines are looked for
     bool checked_ = false;    // tokens go the standard way through storeChecked
     bool fastRows_ = false;
+    bool hostBlocks_ = false;  // the host makes the blocks' chunks and stores them
     static constexpr std::uint64_t FirstGrowthStep = 4096;
     static constexpr std::uint64_t GrowthStep = 16384;
     std::uint64_t grown_ = 0;  // the rows every column's chunk holds now

@@ -22,7 +22,8 @@ struct ColumnContainer {
     std::vector<std::uint32_t> Columns;
     Tessel::FieldPtr Field;
     Ravelin::StrongPtr<Ravelin::Chunk<T>, Ravelin::ChunkBase> Chunk;
-    T* rows = nullptr;  // the storage of `Chunk`, so that storing a row needs no pointer test
+    T* rows = nullptr;      // the storage of `Chunk`, so that storing a row needs no pointer test
+    std::size_t Entry = 0;  // the index of the column's entry in Container
 
     // Gives the column a fresh chunk with room for `count` rows and none in
     // it yet: its pages are touched only when `resize` lets rows in, so a

@@ -78,6 +78,15 @@ public:
     // the next line is longer than the limit.
     bool nextLine(const char*& begin, const char*& end);
 
+    // The lines left, counted without being handed out: those that start
+    // before the stop and hold a byte.  A count of line feeds; the line limit
+    // is not looked at.  With `marks` (up to MarkCount bytes), `marked` also
+    // gets the number of those lines that begin with one of them.  A
+    // `keepGoing` that says no, asked after each block, ends the count there.
+    static constexpr std::size_t MarkCount = 6;
+    std::uint64_t countLines(const std::string& marks = {}, std::uint64_t* marked = nullptr,
+                             const std::function<bool()>& keepGoing = {});
+
     // The length of the next line, read without being kept; 0 when no line is
     // left.  Stops counting a little beyond the limit.
     std::uint64_t nextLineLength();

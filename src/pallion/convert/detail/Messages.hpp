@@ -29,6 +29,10 @@ inline constexpr std::string_view ColumnIndexOutOfRange =
     "Ascii2Z9::run: User column index out of range: Highest Column Index: ";
 inline constexpr std::string_view TokensInLine = ". Number of tokens in this line: ";
 inline constexpr std::string_view ProgressReadLine = "Read line nr.:";
+// A conversion into a host's blocks that meets more rows than they hold:
+// "... more rows than the memory of block <n> holds: file: <name>"
+inline constexpr std::string_view BlockMemoryFull = "Ascii2Z9::run: more rows than the memory of block ";
+inline constexpr std::string_view BlockMemoryFullFile = " holds: file: ";
 // "... of <limit> bytes: line <n> of file: <name>"
 inline constexpr std::string_view LineTooLong = "Ascii2Z9::run: line longer than the line-size limit of ";
 inline constexpr std::string_view LineTooLongAt = " bytes: line ";

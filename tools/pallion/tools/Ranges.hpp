@@ -1,0 +1,70 @@
+// One conversion run as many: each large regular file cut into byte ranges,
+// the ranges' rows counted and then converted side by side on several
+// threads, each range straight into the blocks of the sequential conversion,
+// so that the grid ends up equal to the one a single conversion makes.  The
+// library starts no thread: these helpers do, one conversion per range.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "pallion/Pallion.hpp"
+#include "pallion/tools/Driver.hpp"
+
+namespace Tessel {
+class Grid;
+}
+
+namespace Pallion::Tools {
+
+// A file's share of the conversion: the lines that start in [begin, end) of
+// file number `file` of the Parameter's list.
+struct TableRange {
+    std::size_t file = 0;
+    std::uint64_t begin = 0;
+    std::uint64_t end = WholeFileEnd;
+};
+
+// A file smaller than this is one range.
+inline constexpr std::uint64_t SmallestSplitFile = std::uint64_t{4} << 20;
+// The bytes of one range where the blocks leave the conversion a few at a time.
+inline constexpr std::uint64_t WindowRangeBytes = std::uint64_t{64} << 20;
+
+// The ranges of `parameter`'s files for `threads` threads: every file a plain
+// regular one, the large ones cut into `threads` ranges of equal bytes (or
+// into ranges of about `rangeBytes` where that is given, as for blocks that
+// leave the conversion a window of ranges at a time).  Empty where the
+// conversion stays whole and sequential: one thread, a file that is no regular
+// file (standard input, a pipe, a FIFO, a device) or is compressed, or no
+// file large enough to be cut.
+std::vector<TableRange> planRanges(const Parameter& parameter, unsigned threads, std::uint64_t rangeBytes = 0);
+
+// Converts `parameter` (filled as for ascii2z9) into `grid` with the ranges
+// `ranges` on `threads` threads, and gives what ascii2z9 would give: the
+// empty text, the first failure in file order (its line counted from the
+// start of its file), or the standard exception that the first failing row
+// throws, rethrown on the caller's thread.  The blocks before the failure stay,
+// as in a sequential run.  A range that begins inside the header lines
+// begins after them.  Progress: `parameter.Progress` hears, on the caller's
+// thread, of the rows of all ranges (also in parameter.LineCount), and a
+// false answer stops every range.  The blocks go to `route.onBlock` in file
+// order on the caller's thread; without keepBlocks the ranges are converted a
+// window of `threads` at a time, each block let go once it is taken, and the
+// grid keeps no block.  `parameter` keeps the state of a
+// sequential run: the container, the counters, the failure record.
+std::string convertRanges(Tessel::Grid& grid, Parameter& parameter, const std::vector<TableRange>& ranges,
+                          unsigned threads, const BlockRoute& route = {});
+
+// Builds in `grid` what a conversion of `parameter` leaves there besides its
+// blocks (the representation, the fields in their order, the EPSG attribute,
+// the notes) by a conversion that reads no byte of any file and stores no
+// block, and gives its text.  `parameter` then holds the counters of a
+// conversion that stored `rows` rows.
+std::string buildFields(Tessel::Grid& grid, Parameter& parameter, std::uint64_t rows);
+
+// The machine's cores where `threads` is 0, else `threads`.
+unsigned threadCount(unsigned threads);
+
+}  // namespace Pallion::Tools
