@@ -11,19 +11,8 @@
 #include "ReferenceConversion.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const char delimiters[] = {' ', ',', 't', '\t', ';', 'e', '.', '1', '-', '\r', '\n', '\0'};
     if (size < 5) return 0;
-    reference::Settings settings;
-    settings.parse = reference::ParseStrings[data[0] % std::size(reference::ParseStrings)];
-    settings.delimiter = delimiters[data[1] % std::size(delimiters)];
-    settings.headerLines = data[2] % 4;
-    // The rest of the header byte: the opt-in readings.
-    settings.wholeTokens = (data[2] & 0x04) != 0;
-    settings.whitespace = (data[2] & 0x08) != 0;
-    settings.skipEmptyLines = (data[2] & 0x10) != 0;
-    settings.decimalComma = (data[2] & 0x20) != 0;
-    settings.commentPrefix = (data[2] & 0x40) != 0 ? "#" : (data[2] & 0x80) != 0 ? "//" : "";
-    settings.chunkSize = 1 + data[3] % 4;
+    reference::Settings settings = reference::fuzzedSettings(data);
     settings.stopAtReport = (data[4] & 0x70) == 0 ? data[4] % 8 : 0;
     const bool twoFiles = data[4] & 0x80;
     const std::string bytes(reinterpret_cast<const char*>(data) + 5, size - 5);

@@ -12,18 +12,8 @@
 #include "RangedReading.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const char delimiters[] = {' ', ',', 't', '\t', ';', 'e', '.', '1', '-', '\r', '\n', '\0'};
     if (size < 8) return 0;
-    reference::Settings settings;
-    settings.parse = reference::ParseStrings[data[0] % std::size(reference::ParseStrings)];
-    settings.delimiter = delimiters[data[1] % std::size(delimiters)];
-    settings.headerLines = data[2] % 4;
-    settings.wholeTokens = (data[2] & 0x04) != 0;
-    settings.whitespace = (data[2] & 0x08) != 0;
-    settings.skipEmptyLines = (data[2] & 0x10) != 0;
-    settings.decimalComma = (data[2] & 0x20) != 0;
-    settings.commentPrefix = (data[2] & 0x40) != 0 ? "#" : (data[2] & 0x80) != 0 ? "//" : "";
-    settings.chunkSize = 1 + data[3] % 4;
+    reference::Settings settings = reference::fuzzedSettings(data);
     const bool twoFiles = data[3] & 0x80;
     const unsigned threads = 1 + data[4] % 4;
     const std::string bytes(reinterpret_cast<const char*>(data) + 8, size - 8);

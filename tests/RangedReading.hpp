@@ -27,31 +27,12 @@ inline std::ostream& operator<<(std::ostream& out, const Shot& shot) {
     return out;
 }
 
-// The Parameter of `settings`, filled as the hosts fill it.
-inline Pallion::Parameter parameterOf(const reference::Settings& settings) {
-    Pallion::Parameter p;
-    Pallion::Tools::TableOptions options;
-    options.files = settings.files;
-    options.headerLines = settings.headerLines;
-    options.parse = settings.parse;
-    options.delimiter = settings.delimiter;
-    options.block = settings.chunkSize;
-    Pallion::Tools::fillParameter(p, options, Pallion::Tools::namedOptions(options), std::nullopt);
-    p.Delimiter = settings.delimiter;
-    p.WholeTokens = settings.wholeTokens;
-    p.Whitespace = settings.whitespace;
-    p.SkipEmptyLines = settings.skipEmptyLines;
-    p.DecimalComma = settings.decimalComma;
-    p.CommentPrefix = settings.commentPrefix;
-    return p;
-}
-
 // What `convert` (one of the two ways) leaves in a grid and a Parameter.
 template <class Convert>
 Shot shoot(const reference::Settings& settings, Convert&& convert) {
     Shot shot;
     Tessel::Grid grid;
-    Pallion::Parameter p = parameterOf(settings);
+    Pallion::Parameter p = reference::libraryParameter(settings);
     reference::record(shot.run, p, [&] { return convert(grid, p); });
     shot.run.tokens.clear();  // where a failing row's tokens are left is no part of the grid
     for (const Tessel::FieldPtr& field : grid.fields()) {

@@ -80,7 +80,7 @@ TEST(Ranges, CountedRowsAndLinesOfRangesAddUpToTheFile) {
     TempDir dir;
     for (const SeamTable& table : SeamTables) {
         SCOPED_TRACE(table.name);
-        Pallion::Parameter p = ranged::parameterOf(seamSettings(dir, table));
+        Pallion::Parameter p = reference::libraryParameter(seamSettings(dir, table));
         const std::string file = p.Files->front();
         p.RangeEnd = Pallion::WholeFileEnd;
         const Pallion::RangeRows whole = Pallion::countRows(p, file);
@@ -176,7 +176,7 @@ TEST(Ranges, ProgressOnTheCallersThreadStopsEveryRange) {
     reference::Settings s;
     s.files = {dir.write("large.txt", text)};
     s.chunkSize = 100000;
-    Pallion::Parameter p = ranged::parameterOf(s);
+    Pallion::Parameter p = reference::libraryParameter(s);
     StopAtOnce* progress = nullptr;
     p.Progress = progress = new StopAtOnce;
     Tessel::Grid grid;

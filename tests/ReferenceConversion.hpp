@@ -7,10 +7,12 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <limits>
 #include <ostream>
 #include <stdexcept>
@@ -406,10 +408,8 @@ private:
 
 inline Outcome plainReading(const Settings& settings) { return PlainReading(settings).run(); }
 
-// The same conversion through ascii2z9, read back from the grid.
-inline Outcome libraryReading(const Settings& settings) {
-    Outcome out;
-    Tessel::Grid grid;
+// The Parameter of `settings`, filled as the hosts fill it.
+inline Pallion::Parameter libraryParameter(const Settings& settings) {
     Pallion::Parameter p;
     Pallion::Tools::TableOptions options;
     options.files = settings.files;
@@ -425,6 +425,32 @@ inline Outcome libraryReading(const Settings& settings) {
     p.SkipEmptyLines = settings.skipEmptyLines;
     p.DecimalComma = settings.decimalComma;
     p.CommentPrefix = settings.commentPrefix;
+    return p;
+}
+
+// The settings that a fuzz input's first four bytes choose: the parse string,
+// the delimiter, the header lines, the opt-in readings and the block size.
+inline Settings fuzzedSettings(const std::uint8_t* data) {
+    static const char delimiters[] = {' ', ',', 't', '\t', ';', 'e', '.', '1', '-', '\r', '\n', '\0'};
+    Settings settings;
+    settings.parse = ParseStrings[data[0] % std::size(ParseStrings)];
+    settings.delimiter = delimiters[data[1] % std::size(delimiters)];
+    settings.headerLines = data[2] % 4;
+    // The rest of the header byte: the opt-in readings.
+    settings.wholeTokens = (data[2] & 0x04) != 0;
+    settings.whitespace = (data[2] & 0x08) != 0;
+    settings.skipEmptyLines = (data[2] & 0x10) != 0;
+    settings.decimalComma = (data[2] & 0x20) != 0;
+    settings.commentPrefix = (data[2] & 0x40) != 0 ? "#" : (data[2] & 0x80) != 0 ? "//" : "";
+    settings.chunkSize = 1 + data[3] % 4;
+    return settings;
+}
+
+// The same conversion through ascii2z9, read back from the grid.
+inline Outcome libraryReading(const Settings& settings) {
+    Outcome out;
+    Tessel::Grid grid;
+    Pallion::Parameter p = libraryParameter(settings);
     p.Progress = new RecordingProgress(out.reports, settings.stopAtReport);
     p.OnFragment = [&](const Pallion::ChunkPtr& chunk, const std::string& field, const std::string& file) {
         out.hookCalls.push_back(hookCall(field, file, chunk->elementCount(), p.Tokens));

@@ -64,8 +64,7 @@ std::vector<std::pair<std::string, std::string>> declaredTypes(const Parameter& 
 Outcome readTable(const py::handle& files, const py::handle& parse, const py::handle& delimiter,
                   const py::handle& header, const py::handle& skiprows, const py::handle& block, const py::handle& epsg,
                   const py::handle& comments, const py::handle& names, const py::handle& usecols, bool strict,
-                  const py::object& progress, const py::handle& byteRange,
-                  const py::handle& threads) {
+                  const py::object& progress, const py::handle& byteRange, const py::handle& threads) {
     TableCall call =
         tableCall(files, parse, delimiter, header, skiprows, block, epsg, comments, names, usecols, strict);
     applyByteRange(call, byteRange);
@@ -169,26 +168,25 @@ py::tuple convertTable(const py::handle& files, const std::string& output, const
     Tools::LasWritten written;
     {
         const py::gil_scoped_release released;
-        run = Tools::runTable(grid, parameter, call.options,
-                                    Tools::AfterResolving([&](Tools::Resolved& resolved) {
-                                        applyNames(call, resolved);
-                                        // Field names that the output cannot hold are refused before the conversion,
-                                        // not after it.
-                                        ParsedEntries parsed;
-                                        if (!resolved.failure.empty() || !parseEntries(resolved.parse, parsed).empty())
-                                            return;
-                                        std::vector<std::string> fieldNames;
-                                        for (const ContainerEntry& entry : parsed.Entries)
-                                            fieldNames.push_back(entry.FieldName);
-                                        resolved.failure = Tools::fieldNamesProblem(output, fieldNames);
-                                        resolved.aboutTheOptions = !resolved.failure.empty();
-                                    }),
-                                    Tools::BeforeConversion([&](Parameter& filled, const Tools::TableRun& judged) {
-                                        applyReading(call, filled);
-                                        if (writer && judged.judgedRows) writer->expectRows(*judged.judgedRows);
-                                        return true;
-                                    }),
-                                    Tools::OptionWords::Keywords, route);
+        run = Tools::runTable(grid, parameter, call.options, Tools::AfterResolving([&](Tools::Resolved& resolved) {
+                                  applyNames(call, resolved);
+                                  // Field names that the output cannot hold are refused before the conversion,
+                                  // not after it.
+                                  ParsedEntries parsed;
+                                  if (!resolved.failure.empty() || !parseEntries(resolved.parse, parsed).empty())
+                                      return;
+                                  std::vector<std::string> fieldNames;
+                                  for (const ContainerEntry& entry : parsed.Entries)
+                                      fieldNames.push_back(entry.FieldName);
+                                  resolved.failure = Tools::fieldNamesProblem(output, fieldNames);
+                                  resolved.aboutTheOptions = !resolved.failure.empty();
+                              }),
+                              Tools::BeforeConversion([&](Parameter& filled, const Tools::TableRun& judged) {
+                                  applyReading(call, filled);
+                                  if (writer && judged.judgedRows) writer->expectRows(*judged.judgedRows);
+                                  return true;
+                              }),
+                              Tools::OptionWords::Keywords, route);
         if (run.converted() && watcher->raised.is_none()) {
             if (writer) {
                 written = writer->finish(grid);

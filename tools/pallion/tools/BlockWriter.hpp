@@ -55,6 +55,11 @@ public:
     // header is written with that count until the end, so that the true one
     // rarely takes other room (else the vertices move once, at the end).
     virtual void expectRows(std::uint64_t /*rows*/) {}
+
+protected:
+    // Tells the writer the fields of `grid`, without rows: for a finish()
+    // that no block came before.
+    void addFieldsOf(const Tessel::Grid& grid);
 };
 
 using BlockWriterPtr = Ravelin::StrongPtr<BlockWriter, BlockWriter>;

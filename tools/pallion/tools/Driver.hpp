@@ -25,11 +25,11 @@ namespace Pallion::Tools {
 
 // How a run ended.
 enum class RunEnd : std::uint8_t {
-    Converted,   // every file converted
-    Options,     // the options cannot be used (resolved.failure); nothing was read
-    Refused,     // the hook refused to start (a host's own check)
-    Failed,      // the library gave a failure text
-    Threw,       // a token's exception (std::invalid_argument, std::out_of_range) or another std::exception
+    Converted,    // every file converted
+    Options,      // the options cannot be used (resolved.failure); nothing was read
+    Refused,      // the hook refused to start (a host's own check)
+    Failed,       // the library gave a failure text
+    Threw,        // a token's exception (std::invalid_argument, std::out_of_range) or another std::exception
     OutOfMemory,  // std::bad_alloc
     Unwritten     // the route's sink refused a block: an output that cannot be written (failure says why)
 };

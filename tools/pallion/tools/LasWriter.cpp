@@ -535,15 +535,7 @@ public:
     }
 
     LasWritten finish(const Tessel::Grid& grid) override {
-        if (!started_ && failure_.empty()) {
-            // No block came: the fields as the grid has them.
-            const std::vector<GridColumn> columns = gridColumns(grid);
-            std::vector<ColumnSlice> slices;
-            slices.reserve(columns.size());
-            for (const GridColumn& column : columns)
-                slices.push_back({&column.field->fieldName(), column.type, nullptr, 0});
-            add({}, slices);
-        }
+        if (!started_ && failure_.empty()) addFieldsOf(grid);  // no block came: the fields as the grid has them
         if (!failure_.empty()) return {failure_, notes_};
         for (std::size_t s = 0; s < std::size(Standards); ++s)
             if (layout_.standard[s] && scanRounded_ > 1e-9 && Standards[s].dimension == Dimension::ScanAngle)

@@ -144,15 +144,7 @@ public:
     }
 
     LasWritten finish(const Tessel::Grid& grid) override {
-        if (!started_ && failure_.empty()) {
-            // No block came: the fields as the grid has them.
-            const std::vector<GridColumn> columns = gridColumns(grid);
-            std::vector<ColumnSlice> slices;
-            slices.reserve(columns.size());
-            for (const GridColumn& column : columns)
-                slices.push_back({&column.field->fieldName(), column.type, nullptr, 0});
-            add({}, slices);
-        }
+        if (!started_ && failure_.empty()) addFieldsOf(grid);  // no block came: the fields as the grid has them
         if (!failure_.empty()) return {failure_, {}};
         const std::string header = headerFor(vertices_);
         if (header.size() != headerBytes_) {
@@ -336,6 +328,14 @@ std::optional<std::string> feedBlocks(const Tessel::Grid& grid, BlockWriter& wri
         if (std::string failure = writer.add(first[k].id->name, slices); !failure.empty()) return failure;
     }
     return std::string();
+}
+
+void BlockWriter::addFieldsOf(const Tessel::Grid& grid) {
+    const std::vector<GridColumn> columns = gridColumns(grid);
+    std::vector<ColumnSlice> slices;
+    slices.reserve(columns.size());
+    for (const GridColumn& column : columns) slices.push_back({&column.field->fieldName(), column.type, nullptr, 0});
+    add({}, slices);
 }
 
 std::string BlockWriter::add(const FlushedBlock& block) {
