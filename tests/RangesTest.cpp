@@ -232,22 +232,26 @@ TEST(Ranges, BlocksLeaveInFileOrderKeptOrNotOnOneOrSeveralThreads) {
             EXPECT_EQ(grid.notes().size(), 1u);
         }
     }
-    // A sink that refuses a block ends the run with its text.
-    Pallion::Tools::TableOptions options;
-    options.files = {file};
-    options.threads = 2;
-    options.block = 250000;
-    Pallion::Tools::BlockRoute route;
-    route.onBlock = [](const Pallion::Tools::FlushedBlock& block) {
-        return block.number == 1 ? std::string("disk full") : std::string();
-    };
-    route.keepBlocks = false;
-    Tessel::Grid grid;
-    Pallion::Parameter p;
-    const Pallion::Tools::TableRun run =
-        Pallion::Tools::runTable(grid, p, options, {}, {}, Pallion::Tools::OptionWords::CommandLine, route);
-    EXPECT_EQ(run.end, Pallion::Tools::RunEnd::Unwritten);
-    EXPECT_EQ(run.failure, "disk full");
+    // A sink that refuses a block ends the run with its text as an output
+    // that cannot be written, whether the blocks are kept (the file cut into
+    // ranges) or not (a window bigger than the file: one conversion).
+    for (const bool keep : {true, false}) {
+        Pallion::Tools::TableOptions options;
+        options.files = {file};
+        options.threads = 2;
+        options.block = 250000;
+        Pallion::Tools::BlockRoute route;
+        route.onBlock = [](const Pallion::Tools::FlushedBlock& block) {
+            return block.number == 1 ? std::string("disk full") : std::string();
+        };
+        route.keepBlocks = keep;
+        Tessel::Grid grid;
+        Pallion::Parameter p;
+        const Pallion::Tools::TableRun run =
+            Pallion::Tools::runTable(grid, p, options, {}, {}, Pallion::Tools::OptionWords::CommandLine, route);
+        EXPECT_EQ(run.end, Pallion::Tools::RunEnd::Unwritten) << keep;
+        EXPECT_EQ(run.failure, "disk full") << keep;
+    }
 }
 
 namespace {

@@ -13,11 +13,6 @@ namespace Pallion::Tools {
 
 namespace {
 
-// A block sink's refusal, on its way out of a conversion.
-struct SinkRefused {
-    std::string text;
-};
-
 // Hands the chunk's elements to a new chunk, leaving it empty: the fragment
 // that keeps it then holds no memory.
 ChunkPtr takeElements(const ChunkPtr& chunk) {

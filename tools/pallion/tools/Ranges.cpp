@@ -490,7 +490,7 @@ std::string convertRanges(Tessel::Grid& grid, Parameter& parameter, const std::v
     std::string text = buildFields(grid, parameter, endRow);
     if (!text.empty()) return text;
     storeBlocks();
-    if (!refused.empty()) return refused;
+    if (!refused.empty()) throw SinkRefused{std::move(refused)};
     if (failed == nullptr) return {};
     parameter.Failure = failed->failure;
     parameter.Tokens = failed->tokens;

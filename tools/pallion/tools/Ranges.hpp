@@ -41,6 +41,11 @@ inline constexpr std::uint64_t WindowRangeBytes = std::uint64_t{64} << 20;
 // file large enough to be cut.
 std::vector<TableRange> planRanges(const Parameter& parameter, unsigned threads, std::uint64_t rangeBytes = 0);
 
+// A block sink's refusal, on its way out of a conversion to runTable.
+struct SinkRefused {
+    std::string text;
+};
+
 // Converts `parameter` (filled as for ascii2z9) into `grid` with the ranges
 // `ranges` on `threads` threads, and gives what ascii2z9 would give: the
 // empty text, the first failure in file order (its line counted from the
@@ -52,7 +57,8 @@ std::vector<TableRange> planRanges(const Parameter& parameter, unsigned threads,
 // false answer stops every range.  The blocks go to `route.onBlock` in file
 // order on the caller's thread; without keepBlocks the ranges are converted a
 // window of `threads` at a time, each block let go once it is taken, and the
-// grid keeps no block.  `parameter` keeps the state of a
+// grid keeps no block; a sink's refusal is thrown as SinkRefused once the
+// grid has its fields.  `parameter` keeps the state of a
 // sequential run: the container, the counters, the failure record.
 std::string convertRanges(Tessel::Grid& grid, Parameter& parameter, const std::vector<TableRange>& ranges,
                           unsigned threads, const BlockRoute& route = {});
