@@ -173,7 +173,7 @@ case "${1:-}" in
         seconds=${2:-60}
         scratch=$(mktemp -d)
         trap 'rm -rf "$scratch"' EXIT
-        for target in parse_string number convert trajectory_name trajectory_readers; do
+        for target in parse_string number convert ranges trajectory_name trajectory_readers; do
             # New inputs go to a scratch copy of the corpus; the committed corpus stays as it is.
             mkdir -p "$scratch/$target" build/fuzz/findings
             cp fuzz/corpus/$target/* "$scratch/$target/"
