@@ -19,7 +19,6 @@
 #include "Options.hpp"
 #include "Progress.hpp"
 #include "Summary.hpp"
-#include "pallion/Extensions.hpp"
 #include "pallion/Pallion.hpp"
 #include "pallion/tools/BlockWriter.hpp"
 #include "pallion/tools/CompressedSource.hpp"
@@ -80,14 +79,6 @@ public:
 private:
     std::shared_ptr<std::atomic<bool>> misfit_ = std::make_shared<std::atomic<bool>>(false);
 };
-
-// The field names of a parse string: what stands before the first ':' of each entry.
-std::vector<std::string> fieldNamesOf(const std::string& parse) {
-    std::vector<std::string> names;
-    for (const Pallion::WrittenEntry& entry : Pallion::writtenEntries(parse))
-        names.push_back(entry.Items.empty() ? std::string() : entry.Items[0]);
-    return names;
-}
 
 // Why the files named by -o and --preview cannot be written, found before
 // anything is read: one of them is an input (or both are one file), its
@@ -185,11 +176,7 @@ int run(int argc, char** argv) {
                 bool strictRefusal = false;
                 // Field names that the output cannot hold are refused before the conversion, not after it.
                 const auto checkNames = [&](Pallion::Tools::Resolved& resolved) {
-                    std::string badNames =
-                        Pallion::Tools::fieldNamesProblem(options.output, fieldNamesOf(resolved.parse));
-                    if (badNames.empty()) return;
-                    resolved.failure = std::move(badNames);
-                    resolved.aboutTheOptions = true;
+                    Pallion::Tools::refuseFieldNames(resolved, options.output);
                 };
                 // The first rows of the regular files, checked as the plain reading will convert them (a strict
                 // reading refuses such a token itself), and the progress bar.

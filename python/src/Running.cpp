@@ -172,14 +172,7 @@ py::tuple convertTable(const py::handle& files, const std::string& output, const
                                   applyNames(call, resolved);
                                   // Field names that the output cannot hold are refused before the conversion,
                                   // not after it.
-                                  ParsedEntries parsed;
-                                  if (!resolved.failure.empty() || !parseEntries(resolved.parse, parsed).empty())
-                                      return;
-                                  std::vector<std::string> fieldNames;
-                                  for (const ContainerEntry& entry : parsed.Entries)
-                                      fieldNames.push_back(entry.FieldName);
-                                  resolved.failure = Tools::fieldNamesProblem(output, fieldNames);
-                                  resolved.aboutTheOptions = !resolved.failure.empty();
+                                  Tools::refuseFieldNames(resolved, output);
                               }),
                               Tools::BeforeConversion([&](Parameter& filled, const Tools::TableRun& judged) {
                                   applyReading(call, filled);

@@ -61,6 +61,9 @@ def test_failures_leave_no_file(tables, tmp_path):
         pallion.convert(wide, tmp_path / "w.las", block=1)  # refused at the second block
     with pytest.raises(ValueError, match="missing"):
         pallion.convert(tables, tmp_path / "missing" / "o.ply")
+    # A field name that HDF5 cannot hold is refused before anything is read.
+    with pytest.raises(pallion.ArgumentsError, match="notes"):
+        pallion.convert(tables, tmp_path / "n.h5", parse="P:point:x+y+z,notes:double:intensity", header=1)
     assert sorted(p.name for p in tmp_path.iterdir()) == ["a.txt", "b.txt", "c.txt", "w.txt"]
     assert pallion.convert(wide, tmp_path / "w.las", las_scale=0.01).notes[0].startswith(str(tmp_path / "w.las"))
     with pytest.raises(ValueError, match="las_scale"):

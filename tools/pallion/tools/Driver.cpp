@@ -4,9 +4,11 @@
 #include <new>
 #include <stdexcept>
 
+#include "pallion/Extensions.hpp"
 #include "pallion/array/ElementTraits.hpp"
 #include "pallion/memory/Chunk.hpp"
 #include "pallion/tools/Ranges.hpp"
+#include "pallion/tools/Writers.hpp"
 #include "tessel/Grid.hpp"
 
 namespace Pallion::Tools {
@@ -74,6 +76,15 @@ FailureKind probeOpenFailure(const std::vector<std::string>& files, std::string&
         return FailureKind::CannotOpen;
     }
     return FailureKind::None;
+}
+
+void refuseFieldNames(Resolved& resolved, const std::string& output) {
+    if (!resolved.failure.empty() || output.empty()) return;
+    std::vector<std::string> names;
+    for (const WrittenEntry& entry : writtenEntries(resolved.parse))
+        names.push_back(entry.Items.empty() ? std::string() : entry.Items[0]);
+    resolved.failure = fieldNamesProblem(output, names);
+    resolved.aboutTheOptions = !resolved.failure.empty();
 }
 
 TableRun runTable(Tessel::Grid& grid, Parameter& parameter, const TableOptions& options,

@@ -78,6 +78,12 @@ struct BlockRoute {
                              // so that memory holds a few blocks whatever the table's size
 };
 
+// Refuses, before anything is read, field names that `output` cannot hold
+// (fieldNamesProblem): the names the resolved parse string gives its fields
+// become resolved.failure, a fault of the options.  Nothing where the options
+// already failed or nothing is written (`output` empty).
+void refuseFieldNames(Resolved& resolved, const std::string& output);
+
 // Runs the conversion of `options` into `grid`.  Standard exceptions of the
 // conversion are caught and told in the result; `parameter` keeps the state
 // of the run (the record of the failure, the container, the counts).
