@@ -57,9 +57,17 @@ public:
     virtual void expectRows(std::uint64_t /*rows*/) {}
 
 protected:
-    // Tells the writer the fields of `grid`, without rows: for a finish()
-    // that no block came before.
+    // Tells the writer the fields of `grid`, without rows, where no block came
+    // and nothing failed: for finish().
     void addFieldsOf(const Tessel::Grid& grid);
+    // Keeps the first failure, after which nothing more is written, and gives it.
+    std::string fail(std::string failure) {
+        if (failure_.empty()) failure_ = std::move(failure);
+        return failure_;
+    }
+
+    std::string failure_;
+    bool started_ = false;  // the fields are known: a block, or addFieldsOf, came
 };
 
 using BlockWriterPtr = Ravelin::StrongPtr<BlockWriter, BlockWriter>;

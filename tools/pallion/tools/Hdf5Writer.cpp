@@ -378,7 +378,6 @@ private:
     std::optional<Handle> groupCreation_;
     std::optional<FileHandle> h5_;
     std::list<Values> fields_;  // in the order the fields came
-    bool started_ = false;
 };
 
 }  // namespace

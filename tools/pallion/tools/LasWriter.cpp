@@ -535,7 +535,7 @@ public:
     }
 
     LasWritten finish(const Tessel::Grid& grid) override {
-        if (!started_ && failure_.empty()) addFieldsOf(grid);  // no block came: the fields as the grid has them
+        addFieldsOf(grid);
         if (!failure_.empty()) return {failure_, notes_};
         for (std::size_t s = 0; s < std::size(Standards); ++s)
             if (layout_.standard[s] && scanRounded_ > 1e-9 && Standards[s].dimension == Dimension::ScanAngle)
@@ -561,11 +561,6 @@ public:
     }
 
 private:
-    std::string fail(std::string failure) {
-        if (failure_.empty()) failure_ = std::move(failure);
-        return failure_;
-    }
-
     bool start(const std::vector<ColumnSlice>& slices) {
         started_ = true;
         bool hasPoint = false;
@@ -860,8 +855,7 @@ private:
     double scanRounded_ = 0;
     std::vector<std::string> notes_;
     std::vector<char> buffer_;
-    std::string failure_;
-    bool started_ = false, fixed_ = false, chosen_ = false, returnsGiven_ = true;
+    bool fixed_ = false, chosen_ = false, returnsGiven_ = true;
 };
 
 }  // namespace

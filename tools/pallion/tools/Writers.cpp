@@ -11,6 +11,7 @@
 
 #include <unistd.h>
 
+#include "pallion/Extensions.hpp"
 #include "pallion/tools/BlockWriter.hpp"
 #include "pallion/tools/GridValues.hpp"
 #include "pallion/tools/LasWriter.hpp"
@@ -144,7 +145,7 @@ public:
     }
 
     LasWritten finish(const Tessel::Grid& grid) override {
-        if (!started_ && failure_.empty()) addFieldsOf(grid);  // no block came: the fields as the grid has them
+        addFieldsOf(grid);
         if (!failure_.empty()) return {failure_, {}};
         const std::string header = headerFor(vertices_);
         if (header.size() != headerBytes_) {
@@ -158,11 +159,6 @@ public:
     }
 
 private:
-    std::string fail(std::string failure) {
-        if (failure_.empty()) failure_ = std::move(failure);
-        return failure_;
-    }
-
     bool start(const std::vector<ColumnSlice>& slices) {
         started_ = true;
         columns_ = plyColumns(slices);
@@ -203,17 +199,9 @@ private:
     std::vector<std::string> fields_;
     std::vector<const std::type_info*> types_;
     std::vector<char> buffer_;
-    std::string failure_;
     std::uint64_t vertices_ = 0, expected_ = 0;
     std::size_t headerBytes_ = 0;
-    bool started_ = false;
 };
-
-// The stem of a file's name and the block's number: the name the conversion
-// gives the block's fragments ("points.txt", 0: "points0").
-std::string blockName(const std::string& file, std::uint64_t number) {
-    return std::filesystem::path(file).stem().string() + std::to_string(number);
-}
 
 }  // namespace
 
@@ -331,6 +319,7 @@ std::optional<std::string> feedBlocks(const Tessel::Grid& grid, BlockWriter& wri
 }
 
 void BlockWriter::addFieldsOf(const Tessel::Grid& grid) {
+    if (started_ || !failure_.empty()) return;
     const std::vector<GridColumn> columns = gridColumns(grid);
     std::vector<ColumnSlice> slices;
     slices.reserve(columns.size());
@@ -344,7 +333,7 @@ std::string BlockWriter::add(const FlushedBlock& block) {
     for (const auto& [name, chunk] : block.columns)
         slices.push_back({&name, &chunk->elementType(), static_cast<const char*>(chunk->rawData()),
                           static_cast<std::uint64_t>(chunk->elementCount())});
-    return add(blockName(block.file, block.number), slices);
+    return add(Pallion::blockName(block.file, block.number), slices);
 }
 
 BlockWriterPtr openPlyWriter(const std::string& file) { return BlockWriterPtr(new PlyWriter(file)); }
