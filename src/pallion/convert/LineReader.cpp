@@ -5,6 +5,10 @@
 #include <iterator>
 #include <utility>
 
+#if defined(__SSE2__) && defined(__x86_64__)
+#include <emmintrin.h>
+#endif
+
 #include "pallion/detail/Platform.hpp"
 
 namespace Pallion {
@@ -151,39 +155,50 @@ void LineReader::skipLines(std::uint64_t count) {
 
 namespace {
 
-// The line feeds among `count` bytes, in runs short enough for a byte counter
-// per lane, so that the compiler can count many bytes at once.
-std::uint64_t lineFeedsIn(const char* bytes, std::size_t count) {
-    std::uint64_t feeds = 0;
-    while (count > 0) {
-        const std::size_t run = count < 255 ? count : 255;
-        unsigned char inRun = 0;
-        for (std::size_t i = 0; i < run; ++i) inRun = static_cast<unsigned char>(inRun + (bytes[i] == '\n'));
-        feeds += inRun;
-        bytes += run;
-        count -= run;
-    }
-    return feeds;
+// Whether `c` is one of the marks.
+bool isMark(char c, const char (&marks)[LineReader::MarkCount]) {
+    for (const char mark : marks)
+        if (c == mark) return true;
+    return false;
 }
 
-// The line feeds among `count` bytes that a byte of `marks` follows (the
-// byte behind the last one is not looked at).
-std::uint64_t markedStartsIn(const char* bytes, std::size_t count, const char (&marks)[LineReader::MarkCount]) {
-    std::uint64_t found = 0;
-    while (count > 1) {
-        const std::size_t run = count - 1 < 255 ? count - 1 : 255;
-        unsigned char inRun = 0;
-        for (std::size_t i = 0; i < run; ++i) {
-            const char next = bytes[i + 1];
-            bool marked = false;
-            for (const char mark : marks) marked = marked || next == mark;
-            inRun = static_cast<unsigned char>(inRun + (bytes[i] == '\n' && marked ? 1 : 0));
+// The line feeds among `count` bytes; with `marks`, also adds to `found` the
+// feeds that a byte of `marks` follows (the byte behind the last one is not
+// looked at).  Lines run some tens of bytes, so a feed is rare among the
+// bytes: sixteen bytes are compared at once into a byte counter per lane,
+// summed before a lane can overflow, and only the byte after a feed is held
+// against the marks.
+std::uint64_t lineFeedsIn(const char* bytes, std::size_t count, const char (*marks)[LineReader::MarkCount],
+                          std::uint64_t& found) {
+    std::uint64_t feeds = 0;
+    std::size_t i = 0;
+#if defined(__SSE2__) && defined(__x86_64__)
+    constexpr std::size_t Lanes = 16;
+    const __m128i feed = _mm_set1_epi8('\n');
+    while (count - i >= Lanes) {
+        // 255 vectors at most before a lane's counter could wrap.
+        const std::size_t end = i + std::min<std::size_t>((count - i) / Lanes, 255) * Lanes;
+        __m128i perLane = _mm_setzero_si128();
+        for (; i < end; i += Lanes) {
+            const __m128i isFeed = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i)), feed);
+            perLane = _mm_sub_epi8(perLane, isFeed);
+            if (marks == nullptr) continue;
+            for (auto bits = static_cast<unsigned>(_mm_movemask_epi8(isFeed)); bits != 0; bits &= bits - 1) {
+                const std::size_t after = i + static_cast<std::size_t>(__builtin_ctz(bits)) + 1;
+                if (after < count && isMark(bytes[after], *marks)) ++found;
+            }
         }
-        found += inRun;
-        bytes += run;
-        count -= run;
+        const __m128i sums = _mm_sad_epu8(perLane, _mm_setzero_si128());
+        feeds += static_cast<std::uint64_t>(_mm_cvtsi128_si64(sums)) +
+                 static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(sums, sums)));
     }
-    return found;
+#endif
+    for (; i < count; ++i) {
+        if (bytes[i] != '\n') continue;
+        ++feeds;
+        if (marks != nullptr && i + 1 < count && isMark(bytes[i + 1], *marks)) ++found;
+    }
+    return feeds;
 }
 
 }  // namespace
@@ -199,9 +214,7 @@ std::uint64_t LineReader::countLines(const std::string& marks, std::uint64_t* ma
     std::fill(std::begin(set), std::end(set), marks.empty() ? '\n' : marks.front());
     std::copy_n(marks.begin(), std::min(marks.size(), MarkCount), std::begin(set));
     std::uint64_t found = 0;
-    const auto isMarked = [&](char c) {
-        return !marks.empty() && std::find(std::begin(set), std::end(set), c) != std::end(set);
-    };
+    const auto isMarked = [&](char c) { return !marks.empty() && isMark(c, set); };
     std::uint64_t lines = 1;
     bool endsInFeed = false;
     if (isMarked(buffer_[start_])) ++found;
@@ -215,8 +228,7 @@ std::uint64_t LineReader::countLines(const std::string& marks, std::uint64_t* ma
         }
         const char* bytes = buffer_.get() + start_;
         if (count > 0 && endsInFeed && isMarked(bytes[0])) ++found;
-        lines += lineFeedsIn(bytes, count);
-        if (!marks.empty()) found += markedStartsIn(bytes, count, set);
+        lines += lineFeedsIn(bytes, count, marks.empty() ? nullptr : &set, found);
         if (count > 0) endsInFeed = bytes[count - 1] == '\n';
         start_ += count;
         if (atStop) {
