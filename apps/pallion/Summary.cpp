@@ -1,6 +1,7 @@
 #include "Summary.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -41,23 +42,31 @@ Json jsonNumber(double value, bool single) {
 }
 
 // Per-component minimum and maximum of `n` elements of type T, into `field`.
+// It runs over every value after the conversion, on one thread, so it keeps
+// its bounds in registers of its own (the field's vectors could alias the
+// values, and a component's index by `i % components` costs a division).
 template <class T>
 void widen(BlockDigest::Field& field, const T* elements, std::uint64_t n) {
     using Traits = Tessel::ElementTraits<T>;
     using C = typename Traits::Component;
+    constexpr std::size_t K = Traits::components;
     const auto* components = reinterpret_cast<const C*>(elements);
     field.single = std::is_same_v<C, float>;
     if (field.min.empty()) {
-        field.min.assign(Traits::components, std::numeric_limits<double>::infinity());
-        field.max.assign(Traits::components, -std::numeric_limits<double>::infinity());
+        field.min.assign(K, std::numeric_limits<double>::infinity());
+        field.max.assign(K, -std::numeric_limits<double>::infinity());
     }
-    for (std::uint64_t i = 0; i < n * Traits::components; ++i) {
-        const double v = static_cast<double>(components[i]);
-        double& low = field.min[i % Traits::components];
-        double& high = field.max[i % Traits::components];
-        low = std::min(low, v);
-        high = std::max(high, v);
-    }
+    std::array<double, K> low{}, high{};
+    std::copy_n(field.min.begin(), K, low.begin());
+    std::copy_n(field.max.begin(), K, high.begin());
+    for (std::uint64_t i = 0; i < n; ++i, components += K)
+        for (std::size_t k = 0; k < K; ++k) {
+            const auto v = static_cast<double>(components[k]);
+            low[k] = std::min(low[k], v);
+            high[k] = std::max(high[k], v);
+        }
+    std::copy_n(low.begin(), K, field.min.begin());
+    std::copy_n(high.begin(), K, field.max.begin());
 }
 
 // An attribute's values, by the type of its chunk.
