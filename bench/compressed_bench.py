@@ -5,6 +5,14 @@ their ratio to the plain file's, and the CPU time of the best run of each
 (user and system, all threads): on a machine that others share, that tells
 the work apart from the waiting.
 
+A compressed file is read by one conversion beside one decompressing thread,
+while the plain file is split among the cores (--threads, default all of
+them).  So the plain file is also run with --threads 1, the same one
+conversion thread, and the bare decompressors (zstd -dc, gzip -dc into
+/dev/null) are timed as the floor that no reader of the file goes under: on a
+2-core machine, decompressing a one-frame .zst alone takes longer than
+converting the plain file on both cores.
+
     /usr/bin/python3 bench/compressed_bench.py [--rows N] [--runs N] [--host build/release/apps/pallion/pallion]
 """
 import argparse
@@ -34,25 +42,32 @@ def main():
         for suffix, command in COMPRESSORS:
             subprocess.run(command + [str(plain)], check=True)
             files.append(plain.with_name(plain.name + suffix))
-        best = {f: None for f in files}
-        cpu = {}
+        runs = [("plain", [args.host, "-q", str(plain)]),
+                ("plain, --threads 1", [args.host, "-q", "--threads", "1", str(plain)])]
+        runs += [(f.name[len(plain.name):], [args.host, "-q", str(f)]) for f in files[1:]]
+        runs += [(f"{command[0]} -dc alone", [command[0], "-dc", str(plain) + suffix]) for suffix, command in COMPRESSORS]
+        best, cpu = {}, {}
         for _ in range(args.runs):
-            for f in files:
+            for name, command in runs:
                 before = resource.getrusage(resource.RUSAGE_CHILDREN)
                 start = time.perf_counter()
-                done = subprocess.run([args.host, "-q", str(f)], capture_output=True, text=True)
+                done = subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
                 seconds = time.perf_counter() - start
                 after = resource.getrusage(resource.RUSAGE_CHILDREN)
                 used = after.ru_utime - before.ru_utime + after.ru_stime - before.ru_stime
                 if done.returncode != 0:
-                    sys.exit(f"{f.name}: {done.stderr.strip()}")
-                if best[f] is None or seconds < best[f]:
-                    best[f], cpu[f] = seconds, used
+                    sys.exit(f"{name}: {done.stderr.strip()}")
+                if name not in best or seconds < best[name]:
+                    best[name], cpu[name] = seconds, used
+        sizes = {"plain": plain.stat().st_size}
+        sizes.update({f.name[len(plain.name):]: f.stat().st_size for f in files[1:]})
         print(f"table: {args.rows} rows; whole process, best of {args.runs}, taking turns")
-        for f in files:
-            print(f"{f.name:16} {f.stat().st_size / 1e6:8.1f} MB  {best[f]:6.3f} s  {best[f] / best[plain]:5.2f}x"
-                  f"  cpu {cpu[f]:6.3f} s")
-
+        print(f"{'':22} {'MB':>8} {'time':>8}  {'/ plain':>8} {'/ 1 thread':>10}  {'cpu':>7}")
+        for name, _ in runs:
+            size = f"{sizes[name] / 1e6:8.1f}" if name in sizes else " " * 8
+            print(f"{name:22} {size} {best[name]:6.3f} s  {best[name] / best['plain']:7.2f}x"
+                  f" {best[name] / best['plain, --threads 1']:9.2f}x  {cpu[name]:6.3f} s")
+        print("targets: .zst within 1.25x, .gz within 2x of the plain file")
 
 if __name__ == "__main__":
     main()
