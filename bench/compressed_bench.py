@@ -47,8 +47,12 @@ def main():
         runs += [(f.name[len(plain.name):], [args.host, "-q", str(f)]) for f in files[1:]]
         runs += [(f"{command[0]} -dc alone", [command[0], "-dc", str(plain) + suffix]) for suffix, command in COMPRESSORS]
         best, cpu = {}, {}
-        for _ in range(args.runs):
-            for name, command in runs:
+        # The bare decompressors first, then the program's runs one after the other, every other round in
+        # reverse: on a virtual machine that hands freed memory back to its host, a run right after one that
+        # freed as much finds its pages at once, and one after a pause (a decompressor's) pays for them again.
+        floors, hosted = runs[-len(COMPRESSORS):], runs[:-len(COMPRESSORS)]
+        for round in range(args.runs):
+            for name, command in floors + (hosted if round % 2 == 0 else hosted[::-1]):
                 before = resource.getrusage(resource.RUSAGE_CHILDREN)
                 start = time.perf_counter()
                 done = subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
