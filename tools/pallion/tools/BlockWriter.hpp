@@ -7,9 +7,11 @@
 // with the grid's arrays, so there is one writer per format.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <typeinfo>
 #include <utility>
 #include <vector>
@@ -93,6 +95,18 @@ struct GridColumn {
 // The fields of `grid` whose arrays all hold one of the nine element types,
 // in the grid's order; a field without arrays is left out.
 std::vector<GridColumn> gridColumns(const Tessel::Grid& grid);
+
+// The columns of `grid` for a writer of points, with its first point field's
+// column and element count; or the failure where it has no point field, or where the
+// fields' counts differ (`countsDiffer`, filled with the file's name and each
+// field's count).
+struct PointColumns {
+    std::vector<GridColumn> columns;
+    std::size_t point = 0;  // the index of the first point field's column
+    std::uint64_t points = 0;
+    std::string failure;
+};
+PointColumns pointColumns(const Tessel::Grid& grid, const std::string& file, std::string_view countsDiffer);
 
 // Feeds `writer` the rows of `columns` (of equal element counts) in runs where
 // no column changes its array, after a first call without rows that tells it

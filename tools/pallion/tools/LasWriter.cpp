@@ -865,19 +865,11 @@ BlockWriterPtr openLasWriter(const std::string& file, const LasOptions& options,
 }
 
 LasWritten writeLas(const Tessel::Grid& grid, const std::string& file, const LasOptions& options) {
-    const std::vector<GridColumn> columns = gridColumns(grid);
-    const auto point = std::find_if(columns.begin(), columns.end(),
-                                    [](const GridColumn& c) { return *c.type == typeid(Tessel::Point); });
-    if (point == columns.end()) return {m::fill(m::NoPointField, file.c_str()), {}};
-    const std::uint64_t points = elementCountOf(*point->field);
-    std::string counts;
-    bool differ = false;
-    for (const GridColumn& column : columns) {
-        const std::uint64_t n = elementCountOf(*column.field);
-        differ |= n != points;
-        counts += (counts.empty() ? "" : ", ") + column.field->fieldName() + ' ' + std::to_string(n);
-    }
-    if (differ) return {m::fill(m::LasCountsDiffer, file.c_str(), counts.c_str()), {}};
+    const PointColumns checked = pointColumns(grid, file, m::LasCountsDiffer);
+    if (!checked.failure.empty()) return {checked.failure, {}};
+    const std::vector<GridColumn>& columns = checked.columns;
+    const GridColumn* const point = &columns[checked.point];
+    const std::uint64_t points = checked.points;
     const Ravelin::StrongPtr<LasWriter, BlockWriter> writer(new LasWriter(file, options, &grid));
     std::vector<ColumnSlice> slices;
     slices.reserve(columns.size());

@@ -227,22 +227,11 @@ std::string fieldNamesProblem(const std::string& file, const std::vector<std::st
 }
 
 std::string writePly(const Tessel::Grid& grid, const std::string& file) {
-    const std::vector<GridColumn> columns = gridColumns(grid);
-    const auto point = std::find_if(columns.begin(), columns.end(),
-                                    [](const GridColumn& c) { return *c.type == typeid(Tessel::Point); });
-    if (point == columns.end()) return m::fill(m::NoPointField, file.c_str());
-    const std::uint64_t vertices = elementCountOf(*point->field);
-    std::string counts;
-    bool differ = false;
-    for (const GridColumn& column : columns) {
-        const std::uint64_t n = elementCountOf(*column.field);
-        differ |= n != vertices;
-        counts += (counts.empty() ? "" : ", ") + column.field->fieldName() + ' ' + std::to_string(n);
-    }
-    if (differ) return m::fill(m::CountsDiffer, file.c_str(), counts.c_str());
+    const PointColumns checked = pointColumns(grid, file, m::CountsDiffer);
+    if (!checked.failure.empty()) return checked.failure;
     const Ravelin::StrongPtr<PlyWriter, BlockWriter> writer(new PlyWriter(file));
-    writer->expectRows(vertices);
-    if (std::string failure = feedRuns(*writer, columns); !failure.empty()) return failure;
+    writer->expectRows(checked.points);
+    if (std::string failure = feedRuns(*writer, checked.columns); !failure.empty()) return failure;
     return writer->finish(grid).failure;
 }
 
@@ -262,6 +251,27 @@ std::vector<GridColumn> gridColumns(const Tessel::Grid& grid) {
         if (column.field != nullptr) columns.push_back(std::move(column));
     }
     return columns;
+}
+
+PointColumns pointColumns(const Tessel::Grid& grid, const std::string& file, std::string_view countsDiffer) {
+    PointColumns checked{gridColumns(grid), 0, 0, {}};
+    const auto point = std::find_if(checked.columns.begin(), checked.columns.end(),
+                                    [](const GridColumn& c) { return *c.type == typeid(Tessel::Point); });
+    if (point == checked.columns.end()) {
+        checked.failure = m::fill(m::NoPointField, file.c_str());
+        return checked;
+    }
+    checked.point = static_cast<std::size_t>(point - checked.columns.begin());
+    checked.points = elementCountOf(*point->field);
+    std::string counts;
+    bool differ = false;
+    for (const GridColumn& column : checked.columns) {
+        const std::uint64_t n = elementCountOf(*column.field);
+        differ |= n != checked.points;
+        counts += (counts.empty() ? "" : ", ") + column.field->fieldName() + ' ' + std::to_string(n);
+    }
+    if (differ) checked.failure = m::fill(countsDiffer, file.c_str(), counts.c_str());
+    return checked;
 }
 
 std::string feedRuns(BlockWriter& writer, const std::vector<GridColumn>& columns) {
