@@ -3,7 +3,9 @@
 // blocks handed on in file order.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -12,6 +14,7 @@
 #include "RangedReading.hpp"
 #include "TestSupport.hpp"
 #include "pallion/Extensions.hpp"
+#include "pallion/memory/Chunk.hpp"
 #include "pallion/tools/Driver.hpp"
 
 using testsupport::TempDir;
@@ -233,8 +236,8 @@ TEST(Ranges, BlocksLeaveInFileOrderKeptOrNotOnOneOrSeveralThreads) {
         }
     }
     // A sink that refuses a block ends the run with its text as an output
-    // that cannot be written, whether the blocks are kept (the file cut into
-    // ranges) or not (a window bigger than the file: one conversion).
+    // that cannot be written, whether the blocks are kept (handed on after
+    // the run) or not (handed on while later ranges are converted).
     for (const bool keep : {true, false}) {
         Pallion::Tools::TableOptions options;
         options.files = {file};
@@ -252,6 +255,35 @@ TEST(Ranges, BlocksLeaveInFileOrderKeptOrNotOnOneOrSeveralThreads) {
         EXPECT_EQ(run.end, Pallion::Tools::RunEnd::Unwritten) << keep;
         EXPECT_EQ(run.failure, "disk full") << keep;
     }
+}
+
+// Blocks that are not kept are few at any time, even where the sink is slower
+// than the conversion: a range waits until the blocks before it are handed on.
+TEST(Ranges, BlocksNotKeptAreFewAtOnceBehindASlowSink) {
+    TempDir dir;
+    reference::Settings s;
+    s.files = {dir.write("slow.txt", numbered(200000))};
+    s.parse = "P:point:0+1+2,I:int:3";
+    s.chunkSize = 2000;
+    Pallion::Parameter p = reference::libraryParameter(s);
+    const std::vector<Pallion::Tools::TableRange> ranges = Pallion::Tools::planRanges(p, 2, 64 << 10);
+    ASSERT_GT(ranges.size(), 40u);  // of about 2400 rows each
+    std::uint64_t seen = 0, most = 0;
+    Pallion::Tools::BlockRoute route;
+    route.keepBlocks = false;
+    route.onBlock = [&](const Pallion::Tools::FlushedBlock& block) {
+        EXPECT_EQ(block.number, seen++);
+        // The rows converted so far (as the caller's thread last summed them) beyond this block's.
+        most = std::max(most, p.LineCount - std::min<std::uint64_t>(p.LineCount, seen * 2000));
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return std::string();
+    };
+    Tessel::Grid grid;
+    EXPECT_EQ(Pallion::Tools::convertRanges(grid, p, ranges, 2, route), "");
+    EXPECT_EQ(seen, 101u);  // 100 full blocks and the empty last one
+    // Four ranges a thread and the block the first of them reaches into; not the whole table.
+    EXPECT_LE(most, 12u * 2400u) << most << " rows ahead of the sink";
+    EXPECT_EQ(p.LineCount, 200000u);
 }
 
 namespace {

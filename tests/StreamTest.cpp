@@ -15,6 +15,7 @@
 #include "Summary.hpp"
 #include "TestSupport.hpp"
 #include "pallion/Pallion.hpp"
+#include "pallion/memory/Chunk.hpp"
 #include "pallion/tools/BlockWriter.hpp"
 #include "pallion/tools/Writers.hpp"
 
@@ -192,6 +193,43 @@ TEST(Stream, SummaryFromTheBlocks) {
     ASSERT_EQ(digest.writePreview(fromBlocks.string(), 64), "");
     ASSERT_EQ(host::writePreview(table.grid, fromGrid.string(), 64), "");
     EXPECT_EQ(bytesOf(fromBlocks), bytesOf(fromGrid));
+}
+
+// A block large enough to be looked at on several threads gives the bounds
+// of one: each extreme is put where a part begins or ends, or at the very
+// last element, which the last part holds with the rest of the division.
+TEST(Stream, BoundsOfALargeBlockSplitAmongThreads) {
+    const std::size_t n = (std::size_t{1} << 20) + 7;
+    Ravelin::StrongPtr<Ravelin::Chunk<Tessel::Point>, Ravelin::ChunkBase> points(new Ravelin::Chunk<Tessel::Point>(n));
+    Ravelin::StrongPtr<Ravelin::Chunk<float>, Ravelin::ChunkBase> heights(new Ravelin::Chunk<float>(n));
+    for (std::size_t i = 0; i < n; ++i) {
+        (*points)[i][0] = static_cast<double>(i % 1000);
+        (*points)[i][1] = 5.0;
+        (*points)[i][2] = -2.0;
+        (*heights)[i] = 1.5f;
+    }
+    const std::size_t third = n / 3;
+    (*points)[n - 1][0] = -7.25;         // the very last element
+    (*points)[third][1] = 99.5;          // the first of the second part of three
+    (*points)[2 * third - 1][2] = -3.0;  // the last of that part
+    (*points)[0][2] = 4.0;               // the first
+    (*heights)[n - 1] = 2.5f;
+    (*heights)[third - 1] = 0.25f;
+    FlushedBlock block{"big.txt", 0, {{"Positions", Ravelin::ChunkPtr(points)}, {"H", Ravelin::ChunkPtr(heights)}}};
+    for (const unsigned threads : {1u, 2u, 3u}) {
+        SCOPED_TRACE(threads);
+        host::BlockDigest digest(false, host::BlockDigest::InMemory, threads);
+        digest.add(block);
+        const host::BlockDigest::Field* field = digest.field("Positions");
+        ASSERT_NE(field, nullptr);
+        EXPECT_EQ(field->min, (std::vector<double>{-7.25, 5.0, -3.0}));
+        EXPECT_EQ(field->max, (std::vector<double>{999.0, 99.5, 4.0}));
+        const host::BlockDigest::Field* heightField = digest.field("H");
+        ASSERT_NE(heightField, nullptr);
+        EXPECT_EQ(heightField->min, (std::vector<double>{0.25}));
+        EXPECT_EQ(heightField->max, (std::vector<double>{2.5}));
+        EXPECT_EQ(heightField->elements, n);
+    }
 }
 
 }  // namespace

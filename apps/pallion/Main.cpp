@@ -29,6 +29,7 @@
 #include "pallion/tools/Lines.hpp"
 #include "pallion/tools/OutputFile.hpp"
 #include "pallion/tools/Preflight.hpp"
+#include "pallion/tools/Ranges.hpp"
 #include "pallion/tools/Sniff.hpp"
 #include "pallion/tools/Writers.hpp"
 #include "ravelin/Console.hpp"
@@ -151,7 +152,8 @@ int run(int argc, char** argv) {
     // them, and the summary and the preview gathered from the same blocks, so
     // that memory holds a few blocks whatever the table's size.  Nothing
     // takes the output's name unless the conversion read everything.
-    host::BlockDigest digest(!options.preview.empty());
+    host::BlockDigest digest(!options.preview.empty(), host::BlockDigest::InMemory,
+                             Pallion::Tools::threadCount(options.table.threads));
     Pallion::Tools::BlockWriterPtr writer;
     if (!options.output.empty() && !options.trajectory)
         writer = Pallion::Tools::openBlockWriter(options.output, {options.lasScale}, &grid);

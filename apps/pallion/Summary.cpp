@@ -11,6 +11,8 @@
 #include <limits>
 #include <memory>
 #include <sstream>
+#include <system_error>
+#include <thread>
 #include <type_traits>
 #include <vector>
 
@@ -41,32 +43,69 @@ Json jsonNumber(double value, bool single) {
     return shortest;
 }
 
-// Per-component minimum and maximum of `n` elements of type T, into `field`.
-// It runs over every value after the conversion, on one thread, so it keeps
-// its bounds in registers of its own (the field's vectors could alias the
-// values, and a component's index by `i % components` costs a division).
+// Per-component minimum and maximum of `n` elements of type T, folded into
+// `lowest` and `highest`.  The bounds are kept in local copies, which stay in
+// registers: the arrays passed in could alias the values, and would be
+// stored and loaded again for every value.  (A component's index by
+// `i % components` would cost a division.)
 template <class T>
-void widen(BlockDigest::Field& field, const T* elements, std::uint64_t n) {
+void bounds(const T* elements, std::uint64_t n, std::array<double, Tessel::ElementTraits<T>::components>& lowest,
+            std::array<double, Tessel::ElementTraits<T>::components>& highest) {
     using Traits = Tessel::ElementTraits<T>;
     using C = typename Traits::Component;
     constexpr std::size_t K = Traits::components;
     const auto* components = reinterpret_cast<const C*>(elements);
-    field.single = std::is_same_v<C, float>;
-    if (field.min.empty()) {
-        field.min.assign(K, std::numeric_limits<double>::infinity());
-        field.max.assign(K, -std::numeric_limits<double>::infinity());
-    }
-    std::array<double, K> low{}, high{};
-    std::copy_n(field.min.begin(), K, low.begin());
-    std::copy_n(field.max.begin(), K, high.begin());
+    std::array<double, K> low = lowest, high = highest;
     for (std::uint64_t i = 0; i < n; ++i, components += K)
         for (std::size_t k = 0; k < K; ++k) {
             const auto v = static_cast<double>(components[k]);
             low[k] = std::min(low[k], v);
             high[k] = std::max(high[k], v);
         }
-    std::copy_n(low.begin(), K, field.min.begin());
-    std::copy_n(high.begin(), K, field.max.begin());
+    lowest = low;
+    highest = high;
+}
+
+// Blocks of fewer elements are looked at on one thread.
+constexpr std::uint64_t SplitElements = std::uint64_t{1} << 20;
+
+// Per-component minimum and maximum of `n` elements of type T, into `field`.
+// This pass over every value runs after the conversion, where a table given
+// as one block is one block of hundreds of megabytes: a large block is split
+// among `threads` threads, the caller's one of them.
+template <class T>
+void widen(BlockDigest::Field& field, const T* elements, std::uint64_t n, unsigned threads) {
+    using Traits = Tessel::ElementTraits<T>;
+    constexpr std::size_t K = Traits::components;
+    using Bounds = std::array<double, K>;
+    field.single = std::is_same_v<typename Traits::Component, float>;
+    if (field.min.empty()) {
+        field.min.assign(K, std::numeric_limits<double>::infinity());
+        field.max.assign(K, -std::numeric_limits<double>::infinity());
+    }
+    const std::uint64_t parts = n < SplitElements ? 1 : std::min<std::uint64_t>(threads, n / (SplitElements / 2));
+    std::vector<Bounds> low(std::max<std::uint64_t>(parts, 1)), high(low.size());
+    for (std::size_t p = 0; p < low.size(); ++p) {
+        std::copy_n(field.min.begin(), K, low[p].begin());
+        std::copy_n(field.max.begin(), K, high[p].begin());
+    }
+    std::vector<std::thread> helpers;
+    const std::uint64_t share = n / low.size();
+    for (std::size_t p = 1; p < low.size(); ++p) {
+        const std::uint64_t begin = share * p, count = p + 1 == low.size() ? n - begin : share;
+        try {
+            helpers.emplace_back([&, p, begin, count] { bounds(elements + begin, count, low[p], high[p]); });
+        } catch (const std::system_error&) {  // no thread: this one does that part too
+            bounds(elements + begin, count, low[p], high[p]);
+        }
+    }
+    bounds(elements, low.size() == 1 ? n : share, low[0], high[0]);
+    for (std::thread& helper : helpers) helper.join();
+    for (std::size_t p = 0; p < low.size(); ++p)
+        for (std::size_t k = 0; k < K; ++k) {
+            field.min[k] = std::min(field.min[k], low[p][k]);
+            field.max[k] = std::max(field.max[k], high[p][k]);
+        }
 }
 
 // An attribute's values, by the type of its chunk.
@@ -125,7 +164,8 @@ constexpr std::size_t SpooledBytes = 3 * sizeof(double) + 3;
 
 }  // namespace
 
-BlockDigest::BlockDigest(bool picture, std::size_t inMemory) : picture_(picture), inMemory_(inMemory) {
+BlockDigest::BlockDigest(bool picture, std::size_t inMemory, unsigned threads)
+    : picture_(picture), inMemory_(inMemory), threads_(std::max(threads, 1u)) {
     std::fill(std::begin(low_), std::end(low_), std::numeric_limits<double>::infinity());
     std::fill(std::begin(high_), std::end(high_), -std::numeric_limits<double>::infinity());
 }
@@ -183,7 +223,7 @@ void BlockDigest::add(const std::string& fragment, const std::vector<Pallion::To
             if (slice.count > 0) {
                 Traits::appendText(entry.first, elements[0]);
                 Traits::appendText(entry.last, elements[slice.count - 1]);
-                widen(field, elements, slice.count);
+                widen(field, elements, slice.count, threads_);
             }
         });
     }
@@ -225,7 +265,7 @@ void BlockDigest::addGrid(const Tessel::Grid& grid) {
                 entry.components = array->typeIndex().components;
                 Pallion::Tools::withElementType(*array, [&]<class T>() {
                     const auto elements = Pallion::Tools::elementsOf<T>(*array);
-                    widen(entry, elements.data(), elements.size());
+                    widen(entry, elements.data(), elements.size(), threads_);
                 });
             }
         if (!field->fragments().empty()) {

@@ -43,8 +43,9 @@ struct RunReport {
 class BlockDigest {
 public:
     // `picture`: whether the points are kept for writePreview; `inMemory`: the bytes of them kept in memory
-    // before they go to a temporary file.
-    explicit BlockDigest(bool picture = false, std::size_t inMemory = 64u << 20);
+    // before they go to a temporary file; `threads`: how many threads may share the look at a large block.
+    static constexpr std::size_t InMemory = std::size_t{64} << 20;
+    explicit BlockDigest(bool picture = false, std::size_t inMemory = InMemory, unsigned threads = 1);
     ~BlockDigest();
     BlockDigest(const BlockDigest&) = delete;
     BlockDigest& operator=(const BlockDigest&) = delete;
@@ -86,6 +87,7 @@ private:
     std::FILE* spill_ = nullptr;  // and beyond some megabytes in a temporary file
     bool picture_;
     std::size_t inMemory_;
+    unsigned threads_;
     std::uint64_t drawn_ = 0, coloured_ = 0;
     double low_[3], high_[3];
     std::string pointField_, colourField_;  // the fields drawn, from the first block that has them

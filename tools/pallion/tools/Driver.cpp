@@ -114,7 +114,7 @@ TableRun runTable(Tessel::Grid& grid, Parameter& parameter, const TableOptions& 
             return run;
         }
         const unsigned threads = threadCount(options.threads);
-        const std::vector<TableRange> ranges = planRanges(parameter, threads, route.keepBlocks ? 0 : WindowRangeBytes);
+        const std::vector<TableRange> ranges = planRanges(parameter, threads);
         run.failure = ranges.empty() ? convertWhole(grid, parameter, route)
                                      : convertRanges(grid, parameter, ranges, threads, route);
         run.end = run.failure.empty() ? RunEnd::Converted : RunEnd::Failed;

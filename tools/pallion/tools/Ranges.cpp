@@ -180,8 +180,9 @@ private:
 struct Stops {
     std::atomic<bool> user{false};                                 // the host's progress said stop
     std::atomic<std::size_t> after{static_cast<std::size_t>(-1)};  // ranges after this one (a failure) stop
+    std::atomic<bool> refused{false};                              // a sink did not take a block
 
-    bool stop(std::size_t job) const { return user.load() || job > after.load(); }
+    bool stop(std::size_t job) const { return user.load() || refused.load() || job > after.load(); }
     void failedAt(std::size_t job) {
         std::size_t seen = after.load();
         while (job < seen && !after.compare_exchange_weak(seen, job)) {}
@@ -206,16 +207,23 @@ private:
 };
 
 // Runs work(i) for i in [first, last), in order of i, on up to `threads`
-// threads, while the caller's thread calls tick() at once and then every
-// fiftieth of a second.
+// threads, while the caller's thread calls tick() at once, after each work
+// done and otherwise every fiftieth of a second.  Without a thread the caller
+// does the work itself, with a tick after each.
 template <class Work, class Tick>
 void onThreads(unsigned threads, std::size_t first, std::size_t last, Work&& work, Tick&& tick) {
     std::atomic<std::size_t> next{first};
     std::mutex mutex;
     std::condition_variable finished;
     unsigned running = 0;
+    std::size_t done = 0;
     const auto worker = [&] {
-        for (std::size_t i; (i = next.fetch_add(1)) < last;) work(i);
+        for (std::size_t i; (i = next.fetch_add(1)) < last;) {
+            work(i);
+            const std::lock_guard<std::mutex> lock(mutex);
+            ++done;
+            finished.notify_all();
+        }
         const std::lock_guard<std::mutex> lock(mutex);
         --running;
         finished.notify_all();
@@ -236,12 +244,18 @@ void onThreads(unsigned threads, std::size_t first, std::size_t last, Work&& wor
         }
     }
     if (pool.empty()) {
-        for (std::size_t i; (i = next.fetch_add(1)) < last;) work(i);
+        for (std::size_t i; (i = next.fetch_add(1)) < last;) {
+            work(i);
+            tick();
+        }
         return;
     }
     tick();  // at once, so that a stop asked for before the work began is heard
     std::unique_lock<std::mutex> lock(mutex);
-    while (!finished.wait_for(lock, std::chrono::milliseconds(20), [&] { return running == 0; })) {
+    for (std::size_t seen = 0;;) {
+        finished.wait_for(lock, std::chrono::milliseconds(20), [&] { return running == 0 || done != seen; });
+        if (running == 0) break;
+        seen = done;
         lock.unlock();
         tick();
         lock.lock();
@@ -271,7 +285,11 @@ std::vector<TableRange> planRanges(const Parameter& parameter, unsigned threads,
         if (!isRegularFile(name) || compressionOf(name) != Compression::None) return {};
         const std::uint64_t size = sizeOf(name);
         std::uint64_t parts = 1;
-        if (size >= SmallestSplitFile) parts = rangeBytes > 0 ? std::max<std::uint64_t>(1, size / rangeBytes) : threads;
+        if (size >= SmallestSplitFile) {
+            // As many rounds of one range per thread as keep each range within rangeBytes.
+            const std::uint64_t round = std::max<std::uint64_t>(1, std::uint64_t{threads} * rangeBytes);
+            parts = std::uint64_t{threads} * std::max<std::uint64_t>(1, (size + round - 1) / round);
+        }
         cut = cut || parts > 1;
         for (std::uint64_t i = 0; i < parts; ++i)
             ranges.push_back({f, size / parts * i, i + 1 == parts ? WholeFileEnd : size / parts * (i + 1)});
@@ -386,33 +404,69 @@ std::string convertRanges(Tessel::Grid& grid, Parameter& parameter, const std::v
         return files[f];
     };
 
-    // Converted side by side, a window of ranges at a time where the blocks are not kept.
-    const std::size_t window = route.keepBlocks ? jobs.size() : std::max<std::size_t>(threads, 1);
-    std::size_t failedJob = jobs.size();
-    std::uint64_t emitted = 0;  // blocks handed to onBlock
-    std::string refused;        // the text of a sink that did not take a block
+    // Converted side by side, in file order as the threads get free, while the
+    // caller's thread hands on each block once the ranges that hold its rows
+    // are done.  Where the blocks are not kept, a range waits at a gate until
+    // it is among the ranges that hold rows of the first block not handed on,
+    // or among `ahead` ranges from the first with such rows, so that the
+    // blocks held at once stay few; no thread waits for the others to finish
+    // a round.
+    const std::size_t ahead = 4 * std::max<std::size_t>(threads, 1);
+    std::unique_ptr<bool[]> done(new bool[jobs.size()]());
+    std::mutex gateMutex;
+    std::condition_variable gateMoved;
+    std::atomic<std::size_t> unfinished{0};                             // the first range not done, all before it done
+    std::atomic<std::size_t> gate{route.keepBlocks ? jobs.size() : 0};  // ranges below it may begin
+    std::size_t pending = 0, blockEnd = 0;  // the first range with rows not handed on; the first after its block
+    std::uint64_t emitted = 0;              // blocks handed to onBlock
+    std::string refused;                    // the text of a sink that did not take a block
+    const auto moveGate = [&] {
+        if (route.keepBlocks) return;
+        const std::uint64_t from = emitted * chunkSize;  // the first row not handed on
+        while (pending < jobs.size() && jobs[pending]->firstRow + jobs[pending]->counted.Rows <= from) ++pending;
+        blockEnd = std::max(blockEnd, pending);
+        while (blockEnd < jobs.size() && jobs[blockEnd]->firstRow < from + chunkSize) ++blockEnd;
+        const std::lock_guard<std::mutex> lock(gateMutex);
+        gate = std::max({gate.load(), pending + ahead, blockEnd});
+        gateMoved.notify_all();
+    };
+    moveGate();
     const auto convertOne = [&](std::size_t i) {
         Job& job = *jobs[i];
-        if (stops.after.load() < i) return;  // a range before it failed: this one is not wanted
-        Parameter p = rangeParameter(parameter, files[job.range.file], job.range);
-        p.FirstRow = job.firstRow;
-        p.FirstLine = job.firstLine;
-        p.BlockChunks = [&blocks](std::size_t entry, std::uint64_t block) { return blocks.chunk(entry, block); };
-        p.Progress = new RangeProgress(p, job, i, stops);
-        Tessel::Grid scratch;
-        try {
-            job.text = ascii2z9(scratch, p);
-            job.failed = !job.text.empty();
-        } catch (...) {
-            job.thrown = std::current_exception();
-            job.failed = true;
+        const auto unwanted = [&] { return stops.after.load() < i || stops.refused.load(); };
+        {
+            std::unique_lock<std::mutex> lock(gateMutex);
+            gateMoved.wait(lock, [&] { return i < gate.load() || unwanted(); });
         }
-        job.rows.store(p.LineCount);
-        if (!job.failed) return;
-        job.stored = p.LineCount;
-        job.failure = p.Failure;
-        job.tokens = p.Tokens;
-        stops.failedAt(i);
+        // Not wanted after a failure before it or a sink's refusal; a stop by the user is heard by its progress.
+        if (!unwanted()) {
+            Parameter p = rangeParameter(parameter, files[job.range.file], job.range);
+            p.FirstRow = job.firstRow;
+            p.FirstLine = job.firstLine;
+            p.BlockChunks = [&blocks](std::size_t entry, std::uint64_t block) { return blocks.chunk(entry, block); };
+            p.Progress = new RangeProgress(p, job, i, stops);
+            Tessel::Grid scratch;
+            try {
+                job.text = ascii2z9(scratch, p);
+                job.failed = !job.text.empty();
+            } catch (...) {
+                job.thrown = std::current_exception();
+                job.failed = true;
+            }
+            job.rows.store(p.LineCount);
+            if (job.failed) {
+                job.stored = p.LineCount;
+                job.failure = p.Failure;
+                job.tokens = p.Tokens;
+                stops.failedAt(i);
+            }
+        }
+        const std::lock_guard<std::mutex> lock(gateMutex);
+        done[i] = true;
+        std::size_t first = unfinished.load();
+        while (first < jobs.size() && done[first]) ++first;
+        unfinished.store(first);
+        gateMoved.notify_all();  // ranges after a failure need not wait
     };
     const auto emitUpTo = [&](std::uint64_t end) {
         for (; emitted < end && refused.empty(); ++emitted) {
@@ -420,23 +474,31 @@ std::string convertRanges(Tessel::Grid& grid, Parameter& parameter, const std::v
             if (route.onBlock) refused = route.onBlock(block);
             blocks.release(emitted);
         }
+        if (!refused.empty()) {
+            const std::lock_guard<std::mutex> lock(gateMutex);
+            stops.refused = true;
+            gateMoved.notify_all();
+        }
     };
-    for (std::size_t first = 0; first < jobs.size() && failedJob == jobs.size() && refused.empty(); first += window) {
-        const std::size_t last = std::min(jobs.size(), first + window);
-        onThreads(threads, first, last, convertOne, [&] {
-            std::uint64_t sum = 0;
-            for (const auto& job : jobs) sum += job->rows.load(std::memory_order_relaxed);
-            parameter.LineCount = sum;
-            report(sum, rows);
-        });
-        for (std::size_t i = first; i < last && failedJob == jobs.size(); ++i)
-            if (jobs[i]->failed) failedJob = i;
-        if (route.keepBlocks) continue;
-        // The blocks whose rows are all stored, handed on and let go.
+    onThreads(threads, 0, jobs.size(), convertOne, [&] {
+        std::uint64_t sum = 0;
+        for (const auto& job : jobs) sum += job->rows.load(std::memory_order_relaxed);
+        parameter.LineCount = sum;
+        report(sum, rows);
+        // The blocks whose rows all lie in finished ranges, none of which failed.
+        const std::size_t first = unfinished.load();
+        if (route.keepBlocks || stops.after.load() < first) return;  // the hand-on after the run stops at a failure
+        emitUpTo(first == jobs.size() ? blocks.count() : jobs[first]->firstRow / chunkSize);
+        moveGate();
+    });
+    std::size_t failedJob = jobs.size();
+    for (std::size_t i = 0; i < jobs.size() && failedJob == jobs.size(); ++i)
+        if (jobs[i]->failed) failedJob = i;
+    if (!route.keepBlocks) {
         if (failedJob < jobs.size())
             emitUpTo((jobs[failedJob]->firstRow + jobs[failedJob]->stored) / chunkSize);
         else
-            emitUpTo(last == jobs.size() ? blocks.count() : jobs[last]->firstRow / chunkSize);
+            emitUpTo(blocks.count());
     }
 
     // The grid: its fields, attributes and notes, then the blocks that a sequential run would have flushed.

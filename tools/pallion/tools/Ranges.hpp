@@ -29,17 +29,20 @@ struct TableRange {
 
 // A file smaller than this is one range.
 inline constexpr std::uint64_t SmallestSplitFile = std::uint64_t{4} << 20;
-// The bytes of one range where the blocks leave the conversion a few at a time.
-inline constexpr std::uint64_t WindowRangeBytes = std::uint64_t{64} << 20;
+// About the bytes of one range.  Ranges are handed to the threads one at a
+// time as each thread gets free, so that a thread that runs slower (a core
+// shared with other work, a virtual CPU the host holds back) takes fewer of
+// them instead of holding up the end; a range costs an open and a seam, so
+// they are not cut much finer than this.
+inline constexpr std::uint64_t RangeBytes = std::uint64_t{16} << 20;
 
 // The ranges of `parameter`'s files for `threads` threads: every file a plain
-// regular one, the large ones cut into `threads` ranges of equal bytes (or
-// into ranges of about `rangeBytes` where that is given, as for blocks that
-// leave the conversion a window of ranges at a time).  Empty where the
+// regular one, the large ones cut into ranges of equal bytes, a multiple of
+// `threads` of them, each about `rangeBytes` or smaller.  Empty where the
 // conversion stays whole and sequential: one thread, a file that is no regular
 // file (standard input, a pipe, a FIFO, a device) or is compressed, or no
 // file large enough to be cut.
-std::vector<TableRange> planRanges(const Parameter& parameter, unsigned threads, std::uint64_t rangeBytes = 0);
+std::vector<TableRange> planRanges(const Parameter& parameter, unsigned threads, std::uint64_t rangeBytes = RangeBytes);
 
 // A block sink's refusal, on its way out of a conversion to runTable.
 struct SinkRefused {
@@ -55,9 +58,11 @@ struct SinkRefused {
 // begins after them.  Progress: `parameter.Progress` hears, on the caller's
 // thread, of the rows of all ranges (also in parameter.LineCount), and a
 // false answer stops every range.  The blocks go to `route.onBlock` in file
-// order on the caller's thread; without keepBlocks the ranges are converted a
-// window of `threads` at a time, each block let go once it is taken, and the
-// grid keeps no block; a sink's refusal is thrown as SinkRefused once the
+// order on the caller's thread, each as soon as the ranges that hold its rows
+// are done, also while later ranges are converted; without keepBlocks a range
+// is begun only while fewer than four per thread are under way from the
+// first unfinished one, each block is let go once it is taken, and the grid
+// keeps no block; a sink's refusal is thrown as SinkRefused once the
 // grid has its fields.  `parameter` keeps the state of a
 // sequential run: the container, the counters, the failure record.
 std::string convertRanges(Tessel::Grid& grid, Parameter& parameter, const std::vector<TableRange>& ranges,
