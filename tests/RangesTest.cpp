@@ -284,6 +284,19 @@ TEST(Ranges, BlocksNotKeptAreFewAtOnceBehindASlowSink) {
     // Four ranges a thread and the block the first of them reaches into; not the whole table.
     EXPECT_LE(most, 12u * 2400u) << most << " rows ahead of the sink";
     EXPECT_EQ(p.LineCount, 200000u);
+
+    // A failure in a middle range: the blocks before its row are handed on, in order, and none after.
+    s.files = {dir.write("failing.txt", numbered(150001, 150000))};
+    Pallion::Parameter failing = reference::libraryParameter(s);
+    seen = 0;
+    route.onBlock = [&](const Pallion::Tools::FlushedBlock& block) {
+        EXPECT_EQ(block.number, seen++);
+        return std::string();
+    };
+    Tessel::Grid other;
+    const auto failingRanges = Pallion::Tools::planRanges(failing, 2, 64 << 10);
+    EXPECT_THROW(Pallion::Tools::convertRanges(other, failing, failingRanges, 2, route), std::invalid_argument);
+    EXPECT_EQ(seen, 75u);  // rows 0 to 149999
 }
 
 namespace {
