@@ -351,3 +351,26 @@ TEST(Ranges, RealTablesRepeatedGiveTheGridOfOneThread) {
     }
     EXPECT_GT(compared, 3);
 }
+
+// A table given as one block whose memory is large enough to be put in place
+// on several threads before it is zeroed: the grid of two threads is that of
+// one, and no element is left zero where the file has a value.
+TEST(Ranges, OneLargeBlockOnTwoThreadsIsTheGridOfOne) {
+    TempDir dir;
+    Pallion::Tools::TableOptions options;
+    options.files = {dir.write("large.txt", numbered(900000))};  // about 24 MB of points: 21 MB of memory
+    options.parse = "P:point:0+1+2,I:int:3";
+    std::vector<std::string> grids[2];
+    for (const unsigned threads : {1u, 2u}) {
+        options.threads = threads;
+        Tessel::Grid grid;
+        Pallion::Parameter p;
+        ASSERT_EQ(Pallion::Tools::runTable(grid, p, options).failure, "");
+        grids[threads > 1] = gridText(grid);
+        const auto points = testsupport::fieldValues<Quillon::PhysicalSpace::point>(grid, "P");
+        ASSERT_EQ(points.size(), 900000u);
+        EXPECT_EQ(points[899999][0], 899999.0);
+        EXPECT_EQ(points[450001][2], -450001.0);
+    }
+    EXPECT_TRUE(grids[1] == grids[0]);
+}

@@ -9,6 +9,12 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <utility>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#include <unistd.h>
+#endif
 
 #include "pallion/Extensions.hpp"
 #include "pallion/array/ElementTraits.hpp"
@@ -107,11 +113,20 @@ public:
 
     // The first block's chunks at `rows` rows (with room for a whole block), before the rows are counted.
     // Memory that runs out here is left to the first range, which fails with it where it runs out again.
-    void begin(std::uint64_t rows) noexcept {
+    // The chunks are made empty first, and their pages put in place by `threads` threads, each a share,
+    // so that the kernel's zeroing of hundreds of megabytes of fresh pages does not all fall on one thread;
+    // the chunks are then zeroed to their rows over pages that are there.
+    void begin(std::uint64_t rows, unsigned threads) noexcept {
         rows = std::min<std::uint64_t>(rows, chunkSize_);
         try {
             std::vector<ChunkPtr> made;
-            for (const ContainerEntry& each : entries_) made.push_back(makeBlockChunk(each.TypeId, rows, chunkSize_));
+            for (const ContainerEntry& each : entries_) made.push_back(makeBlockChunk(each.TypeId, 0, chunkSize_));
+            std::vector<std::pair<char*, std::size_t>> memory;
+            for (const ChunkPtr& chunk : made)
+                if (chunk->rawData() != nullptr)
+                    memory.emplace_back(static_cast<char*>(chunk->rawData()), rows * chunk->elementSize());
+            populate(memory, threads);
+            for (const ChunkPtr& chunk : made) resize(chunk, rows);
             first_ = std::move(made);
         } catch (const std::exception&) {}
     }
@@ -157,6 +172,44 @@ private:
         return order;
     }
 
+    // Puts the pages of `memory` in place, the bytes shared among `threads` threads, this one of them; where
+    // the kernel cannot be asked to (before Linux 5.14), the zeroing faults them in as it goes.
+    static void populate(const std::vector<std::pair<char*, std::size_t>>& memory, unsigned threads) {
+#if defined(__linux__)
+        const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        std::size_t total = 0;
+        for (const auto& [data, bytes] : memory) total += bytes;
+        if (total < PopulateBytes || threads < 2) return;
+        const std::size_t share = (total / threads + page - 1) / page * page;
+        // The pages of byte range [from, to) of the chunks' memory taken as one.
+        const auto pages = [&memory, page](std::size_t from, std::size_t to) {
+            std::size_t at = 0;
+            for (const auto& [data, bytes] : memory) {
+                const std::size_t begin = std::max(from, at), end = std::min(to, at + bytes);
+                at += bytes;
+                if (begin >= end) continue;
+                // Whole pages: from the page that holds the first byte to the one that holds the last.
+                const auto first = reinterpret_cast<std::uintptr_t>(data + (begin - (at - bytes))) / page * page;
+                const auto last = reinterpret_cast<std::uintptr_t>(data + (end - (at - bytes)) - 1) / page * page;
+                madvise(reinterpret_cast<void*>(first), last - first + page, PopulateWrite);
+            }
+        };
+        std::vector<std::thread> helpers;
+        for (unsigned t = 1; t < threads && share * t < total; ++t) {
+            try {
+                helpers.emplace_back(pages, share * t, std::min(total, share * (t + 1)));
+            } catch (const std::system_error&) {  // no thread: the zeroing faults those pages in
+                break;
+            }
+        }
+        pages(0, std::min(total, share));
+        for (std::thread& helper : helpers) helper.join();
+#else
+        (void)memory;
+        (void)threads;
+#endif
+    }
+
     static void resize(const ChunkPtr& chunk, std::uint64_t rows) {
         Tessel::forEachElementType([&]<class T>() {
             if (auto* typed = dynamic_cast<Ravelin::Chunk<T>*>(chunk.get())) typed->resize(rows);
@@ -165,6 +218,16 @@ private:
 
     // A lock for every block would cost more than a block of one row: blocks share a few.
     static constexpr std::size_t LockCount = 64;
+    // Below this, the first block's pages are left to the zeroing.
+    static constexpr std::size_t PopulateBytes = std::size_t{16} << 20;
+#if defined(__linux__)
+    // madvise's MADV_POPULATE_WRITE, which older C libraries do not name.
+#if defined(MADV_POPULATE_WRITE)
+    static constexpr int PopulateWrite = MADV_POPULATE_WRITE;
+#else
+    static constexpr int PopulateWrite = 23;
+#endif
+#endif
     std::mutex locks_[LockCount];
     struct Slot {
         std::vector<ChunkPtr> chunks;
@@ -361,7 +424,7 @@ std::string convertRanges(Tessel::Grid& grid, Parameter& parameter, const std::v
     std::thread zeroing;
     if (const auto judged = judgedRows(files)) {
         try {
-            zeroing = std::thread([&blocks, rows = *judged / 10 * 9] { blocks.begin(rows); });
+            zeroing = std::thread([&blocks, rows = *judged / 10 * 9, threads] { blocks.begin(rows, threads); });
         } catch (const std::system_error&) {  // no thread: the first range makes the block
         }
     }
