@@ -25,11 +25,8 @@
 //     before the clock runs, so that they come from the page cache; the two
 //     readings take turns (A B, B A, ...) --runs times (11 unless given), and
 //     the ratio of the best runs is printed with the spread of the rounds'
-//     ratios, the ratio of the best CPU times, which other work on the
-//     machine disturbs less than the wall clock, and that of the best user
-//     CPU times, the readings' own work apart from the kernel's faults and
-//     copies (which a virtual machine that hands freed memory back to its
-//     host makes vary from run to run).
+//     ratios and the ratio of the best CPU times, which other work on the
+//     machine disturbs less than the wall clock.
 //
 //   convert_bench [--scale F (1)] [--runs N (5; 11 for the readings)] [--keep DIR]
 //                 [--only SHAPE --reader parse|ascii2z9]  (one run in this process, for callgrind)
@@ -210,8 +207,7 @@ std::uint64_t convert(const std::filesystem::path& file, const std::string& pars
 struct Measure {
     double seconds;
     double peakMB;
-    double cpuSeconds = 0;   // the CPU time of `work`, user and system: what other work on the machine delays
-    double userSeconds = 0;  // of it, the time in the process's own code, apart from the kernel's faults and copies
+    double cpuSeconds = 0;  // the CPU time of `work`, user and system: what other work on the machine delays
 };
 
 // The CPU time this process has used so far.
@@ -219,13 +215,6 @@ double cpuNow() {
     timespec now{};
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-}
-
-// The CPU time this process has used so far in user space.
-double userNow() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return static_cast<double>(usage.ru_utime.tv_sec) + static_cast<double>(usage.ru_utime.tv_usec) / 1e6;
 }
 
 // Runs `work` in a child process; gives its time and its peak memory.  The
@@ -236,15 +225,14 @@ Measure inChild(const std::function<std::uint64_t()>& work, std::uint64_t expect
     const pid_t child = fork();
     if (child == 0) {
         const auto start = Clock::now();
-        const double cpuStart = cpuNow(), userStart = userNow();
+        const double cpuStart = cpuNow();
         const std::uint64_t got = work();
-        const double times[3] = {std::chrono::duration<double>(Clock::now() - start).count(), cpuNow() - cpuStart,
-                                 userNow() - userStart};
+        const double times[2] = {std::chrono::duration<double>(Clock::now() - start).count(), cpuNow() - cpuStart};
         if (write(channel[1], times, sizeof times) != sizeof times) _exit(1);
         _exit(got == expected ? 0 : 1);
     }
     close(channel[1]);
-    double times[3] = {};
+    double times[2] = {};
     const bool heard = read(channel[0], times, sizeof times) == sizeof times;
     close(channel[0]);
     int status = 0;
@@ -254,7 +242,7 @@ Measure inChild(const std::function<std::uint64_t()>& work, std::uint64_t expect
         std::fprintf(stderr, "a measurement failed or counted wrong\n");
         std::exit(1);
     }
-    return {times[0], static_cast<double>(usage.ru_maxrss) / 1024.0, times[1], times[2]};
+    return {times[0], static_cast<double>(usage.ru_maxrss) / 1024.0, times[1]};
 }
 
 // How often each case runs; the best run counts.  The two readers take turns,
@@ -306,7 +294,7 @@ void measurePair(const char* label, const char* target, const std::filesystem::p
                  const std::string& parse = "Positions:point:0+1+2") {
     warm(fileA);
     warm(fileB);
-    Measure first{1e9, 0, 1e9, 1e9}, second{1e9, 0, 1e9, 1e9};
+    Measure first{1e9, 0, 1e9}, second{1e9, 0, 1e9};
     std::vector<double> ratios;
     for (int i = 0; i < runs; ++i) {
         Measure x{}, y{};
@@ -321,17 +309,14 @@ void measurePair(const char* label, const char* target, const std::filesystem::p
         second.seconds = std::min(second.seconds, y.seconds);
         first.cpuSeconds = std::min(first.cpuSeconds, x.cpuSeconds);
         second.cpuSeconds = std::min(second.cpuSeconds, y.cpuSeconds);
-        first.userSeconds = std::min(first.userSeconds, x.userSeconds);
-        second.userSeconds = std::min(second.userSeconds, y.userSeconds);
         ratios.push_back(y.seconds / x.seconds);
     }
     std::sort(ratios.begin(), ratios.end());
     std::printf(
         "%-34s %9llu rows | %6.3f s against %6.3f s | ratio %5.3f (rounds %5.3f..%5.3f, median %5.3f; "
-        "CPU time %5.3f, user %5.3f) %s\n",
+        "CPU time %5.3f) %s\n",
         label, static_cast<unsigned long long>(rows), second.seconds, first.seconds, second.seconds / first.seconds,
-        ratios.front(), ratios.back(), ratios[ratios.size() / 2], second.cpuSeconds / first.cpuSeconds,
-        second.userSeconds / first.userSeconds, target);
+        ratios.front(), ratios.back(), ratios[ratios.size() / 2], second.cpuSeconds / first.cpuSeconds, target);
     std::fflush(stdout);
 }
 
