@@ -189,9 +189,10 @@ private:
                 at += bytes;
                 if (begin >= end) continue;
                 // Whole pages: from the page that holds the first byte to the one that holds the last.
-                const auto first = reinterpret_cast<std::uintptr_t>(data + (begin - (at - bytes))) / page * page;
-                const auto last = reinterpret_cast<std::uintptr_t>(data + (end - (at - bytes)) - 1) / page * page;
-                madvise(reinterpret_cast<void*>(first), last - first + page, PopulateWrite);
+                const auto pageOf = [page](char* byte) { return byte - reinterpret_cast<std::uintptr_t>(byte) % page; };
+                char* const first = pageOf(data + (begin - (at - bytes)));
+                char* const last = pageOf(data + (end - (at - bytes)) - 1);
+                madvise(first, static_cast<std::size_t>(last - first) + page, PopulateWrite);
             }
         };
         std::vector<std::thread> helpers;
