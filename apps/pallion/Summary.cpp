@@ -90,6 +90,7 @@ void widen(BlockDigest::Field& field, const T* elements, std::uint64_t n, unsign
         std::copy_n(field.max.begin(), K, high[p].begin());
     }
     std::vector<std::thread> helpers;
+    helpers.reserve(low.size());  // so that only a thread's start can fail once one runs
     const std::uint64_t share = n / low.size();
     for (std::size_t p = 1; p < low.size(); ++p) {
         const std::uint64_t begin = share * p, count = p + 1 == low.size() ? n - begin : share;

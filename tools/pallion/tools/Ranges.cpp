@@ -196,6 +196,7 @@ private:
             }
         };
         std::vector<std::thread> helpers;
+        helpers.reserve(threads);  // so that only a thread's start can fail once one runs
         for (unsigned t = 1; t < threads && share * t < total; ++t) {
             try {
                 helpers.emplace_back(pages, share * t, std::min(total, share * (t + 1)));
