@@ -11,8 +11,6 @@
 #include <limits>
 #include <memory>
 #include <sstream>
-#include <system_error>
-#include <thread>
 #include <type_traits>
 #include <vector>
 
@@ -23,6 +21,7 @@
 #include "pallion/memory/Chunk.hpp"
 #include "pallion/tools/GridValues.hpp"
 #include "pallion/tools/OutputFile.hpp"
+#include "pallion/tools/Ranges.hpp"
 
 namespace host {
 
@@ -89,19 +88,11 @@ void widen(BlockDigest::Field& field, const T* elements, std::uint64_t n, unsign
         std::copy_n(field.min.begin(), K, low[p].begin());
         std::copy_n(field.max.begin(), K, high[p].begin());
     }
-    std::vector<std::thread> helpers;
-    helpers.reserve(low.size());  // so that only a thread's start can fail once one runs
     const std::uint64_t share = n / low.size();
-    for (std::size_t p = 1; p < low.size(); ++p) {
+    Pallion::Tools::splitAmongThreads(low.size(), [&](std::size_t p) {
         const std::uint64_t begin = share * p, count = p + 1 == low.size() ? n - begin : share;
-        try {
-            helpers.emplace_back([&, p, begin, count] { bounds(elements + begin, count, low[p], high[p]); });
-        } catch (const std::system_error&) {  // no thread: this one does that part too
-            bounds(elements + begin, count, low[p], high[p]);
-        }
-    }
-    bounds(elements, low.size() == 1 ? n : share, low[0], high[0]);
-    for (std::thread& helper : helpers) helper.join();
+        bounds(elements + begin, count, low[p], high[p]);
+    });
     for (std::size_t p = 0; p < low.size(); ++p)
         for (std::size_t k = 0; k < K; ++k) {
             field.min[k] = std::min(field.min[k], low[p][k]);

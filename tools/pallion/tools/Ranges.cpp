@@ -195,17 +195,8 @@ private:
                 madvise(first, static_cast<std::size_t>(last - first) + page, PopulateWrite);
             }
         };
-        std::vector<std::thread> helpers;
-        helpers.reserve(threads);  // so that only a thread's start can fail once one runs
-        for (unsigned t = 1; t < threads && share * t < total; ++t) {
-            try {
-                helpers.emplace_back(pages, share * t, std::min(total, share * (t + 1)));
-            } catch (const std::system_error&) {  // no thread: the zeroing faults those pages in
-                break;
-            }
-        }
-        pages(0, std::min(total, share));
-        for (std::thread& helper : helpers) helper.join();
+        splitAmongThreads((total + share - 1) / share,
+                          [&](std::size_t t) { pages(share * t, std::min(total, share * (t + 1))); });
 #else
         (void)memory;
         (void)threads;
@@ -335,6 +326,22 @@ unsigned threadCount(unsigned threads) {
     if (threads != 0) return threads;
     const unsigned cores = std::thread::hardware_concurrency();
     return cores == 0 ? 1 : cores;
+}
+
+void splitAmongThreads(std::size_t parts, const std::function<void(std::size_t)>& part) {
+    std::vector<std::thread> helpers;
+    helpers.reserve(parts);  // so that only a thread's start can fail once one runs
+    std::size_t p = 1;
+    for (; p < parts; ++p) {
+        try {
+            helpers.emplace_back(part, p);
+        } catch (const std::system_error&) {  // no more threads: this one does the rest
+            break;
+        }
+    }
+    part(0);
+    for (; p < parts; ++p) part(p);
+    for (std::thread& helper : helpers) helper.join();
 }
 
 std::vector<TableRange> planRanges(const Parameter& parameter, unsigned threads, std::uint64_t rangeBytes) {

@@ -78,4 +78,9 @@ std::string buildFields(Tessel::Grid& grid, Parameter& parameter, std::uint64_t 
 // The machine's cores where `threads` is 0, else `threads`.
 unsigned threadCount(unsigned threads);
 
+// Runs part(0) to part(parts - 1) side by side: part 0 on the caller's
+// thread, each other on a thread of its own, or on the caller's where no
+// thread can be started; returns when all are done.
+void splitAmongThreads(std::size_t parts, const std::function<void(std::size_t)>& part);
+
 }  // namespace Pallion::Tools
